@@ -1,0 +1,84 @@
+// A registered service or a client: the connection, its method table, and its place in the loop.
+//
+// Thread: the loop's. Everything other threads touch is in the parts, which lock for themselves.
+// Owns itself from open() to unregister(); a dispatch below unregister() on the stack keeps the
+// object (closed by then) until it returns.
+#ifndef VELA_HANDLE_H
+#define VELA_HANDLE_H
+
+#include <gio/gio.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vela/bus_link.h"
+#include "vela/inbox.h"
+#include "vela/method_table.h"
+#include "vela/open_requests.h"
+#include "vela/pending_calls.h"
+#include "vela/uri.h"
+#include "vela/vela.h"
+
+struct VSHandle : std::enable_shared_from_this<VSHandle> {
+ public:
+  // An empty name makes a client. Null on failure.
+  static VSHandle* open(const std::string& name, bool publicBus, VSError* error);
+  ~VSHandle() = default;  // disconnected by then
+  VSHandle(const VSHandle&) = delete;
+  VSHandle& operator=(const VSHandle&) = delete;
+
+  bool attach(GMainLoop* loop, VSError* error);
+  bool call(const vela::Uri& uri, const char* payload, const vela::Callback& callback,
+            VSMessageToken* token, VSError* error);
+  bool unregister(VSError* error);
+
+  // exit() was called. When it was below a handler of this handle: answers the requests whose
+  // handlers will never return with an error, then unregisters as ever. The request that ended the
+  // process gets NoReply; the ones it interrupted get Disconnected, so that their callers know they
+  // may ask again.
+  void finishAtExit();
+
+  vela::MethodTable& methods() { return table; }
+
+ private:
+  struct Unref {
+    void operator()(GMainContext* object) const { g_main_context_unref(object); }
+    void operator()(GSource* object) const { g_source_unref(object); }
+  };
+  using Context = std::unique_ptr<GMainContext, Unref>;
+  using Source = std::unique_ptr<GSource, Unref>;
+
+  VSHandle(const std::string& name, std::shared_ptr<vela::BusLink> link);
+
+  void startDispatch();
+  void stopDispatch();
+  bool dispatchOne();
+  void runRequest(VSMessage* request);
+  void serve(VSMessage& request);
+  void holdAtDepth();
+  void failPendingCalls();
+  void onConnectionClosed();
+
+  void answerAllReceived();
+  void linger();
+  void disconnect();
+
+  const std::string name;
+  const std::shared_ptr<vela::BusLink> link;
+  const Context context;  // the thread's default when the handle was made
+  const std::shared_ptr<vela::OpenRequests> openRequests;
+  const std::shared_ptr<vela::Inbox> inbox;
+  const std::shared_ptr<vela::PendingCalls> calls;
+  vela::MethodTable table;
+  guint receiverId = 0;
+  gulong closedSignalId = 0;
+  Source source;                    // null while not dispatching
+  std::vector<VSMessage*> running;  // requests whose handlers are on the stack, outermost first
+  size_t depthBase = 0;             // of these, those below unregister()
+  bool unregistering = false;
+  VSMessageToken lastToken = 0;
+  std::shared_ptr<VSHandle> self;  // until unregister()
+};
+
+#endif

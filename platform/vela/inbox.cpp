@@ -1,0 +1,92 @@
+#include "vela/inbox.h"
+
+#include <utility>
+
+#include "vela/limits.h"
+
+namespace vela {
+
+Inbox::~Inbox() {
+  setSource(nullptr);
+}
+
+bool Inbox::hasRoomFor(size_t sizeBytes) {
+  const std::lock_guard lock(mutex);
+  return requests.size() < kMaxWaitingRequests && waitingBytes + sizeBytes <= kMaxWaitingBytes;
+}
+
+void Inbox::addRequest(MessageRef request, size_t sizeBytes) {
+  const std::lock_guard lock(mutex);
+  requests.push_back({std::move(request), sizeBytes});
+  waitingBytes += sizeBytes;
+  updateSource();
+}
+
+void Inbox::addOutcome(MessageRef outcome, const Callback& callback) {
+  const std::lock_guard lock(mutex);
+  outcomes.push_back({Item::Kind::Outcome, std::move(outcome), callback});
+  updateSource();
+}
+
+void Inbox::setLost() {
+  std::deque<Request> dropped;  // let go outside the lock
+  const std::lock_guard lock(mutex);
+  dropped.swap(requests);
+  waitingBytes = 0;
+  lost = true;
+  updateSource();
+}
+
+Inbox::Item Inbox::take() {
+  const std::lock_guard lock(mutex);
+  Item item;
+  if (!outcomes.empty()) {
+    item = std::move(outcomes.front());
+    outcomes.pop_front();
+  } else if (lost) {
+    item.kind = Item::Kind::Loss;
+    lost = false;
+  } else if (requestReady()) {
+    item = takeRequest();
+  }
+  updateSource();
+  return item;
+}
+
+Inbox::Item Inbox::takeRequest() {
+  Request request = std::move(requests.front());
+  requests.pop_front();
+  waitingBytes -= request.sizeBytes;
+  return {Item::Kind::Request, std::move(request.message), {}};
+}
+
+bool Inbox::hasOutcome() {
+  const std::lock_guard lock(mutex);
+  return !outcomes.empty();
+}
+
+void Inbox::hold(bool on) {
+  const std::lock_guard lock(mutex);
+  held = on;
+  updateSource();
+}
+
+void Inbox::setSource(GSource* newSource) {
+  const std::lock_guard lock(mutex);
+  if (source != nullptr) {
+    g_source_unref(source);
+  }
+  source = newSource != nullptr ? g_source_ref(newSource) : nullptr;
+  updateSource();
+}
+
+// A ready time in the past instead of prepare and check functions: the loop sleeps while there is
+// nothing to take, also while the depth limit holds requests back.
+void Inbox::updateSource() {
+  if (source != nullptr) {
+    const bool ready = !outcomes.empty() || lost || requestReady();
+    g_source_set_ready_time(source, ready ? 0 : -1);
+  }
+}
+
+}  // namespace vela

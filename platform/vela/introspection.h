@@ -1,0 +1,19 @@
+// The interfaces that every D-Bus object has: Introspectable and Peer.
+//
+// Thread: the loop's.
+#ifndef VELA_INTROSPECTION_H
+#define VELA_INTROSPECTION_H
+
+#include "vela/message.h"
+#include "vela/method_table.h"
+
+namespace vela {
+
+// Answers a call of Introspect, Ping or GetMachineId. False, with nothing done, when the call is
+// for something else. A call that names no interface is a call by member name.
+// Peer answers on every path; Introspect on "/", categories and the paths above them.
+bool answerStandardCall(const MethodTable& table, VSMessage& request);
+
+}  // namespace vela
+
+#endif

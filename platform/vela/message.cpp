@@ -1,0 +1,141 @@
+#include "vela/message.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "vela/error_record.h"
+#include "vela/limits.h"
+
+namespace {
+
+constexpr char kInvalidSignature[] = "org.freedesktop.DBus.Error.InvalidSignature";
+
+bool silentOnDrop() {
+  const char* variable = getenv("VELA_NOREPLY");
+  return variable != nullptr && std::string_view(variable) == "silent";
+}
+
+bool wantsReply(GDBusMessage* request) {
+  return (g_dbus_message_get_flags(request) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0;
+}
+
+}  // namespace
+
+namespace vela {
+
+const char* onlyText(GDBusMessage* message) {
+  GVariant* body = g_dbus_message_get_body(message);
+  if (body == nullptr || !g_variant_is_of_type(body, G_VARIANT_TYPE("(s)"))) {
+    return nullptr;
+  }
+  const char* text = nullptr;
+  g_variant_get(body, "(&s)", &text);
+  return text;
+}
+
+}  // namespace vela
+
+VSMessage::VSMessage(GDBusMessage* request, std::shared_ptr<vela::BusLink> ownLink,
+                     std::shared_ptr<vela::OpenRequests> openRequests)
+    : bus(G_DBUS_MESSAGE(g_object_ref(request))),
+      text(vela::onlyText(request)),
+      link(std::move(ownLink)),
+      open(std::move(openRequests)),
+      counted(true) {
+  open->began();
+}
+
+VSMessage::VSMessage(GDBusMessage* reply)
+    : bus(G_DBUS_MESSAGE(g_object_ref(reply))), text(vela::onlyText(reply)) {
+  if (g_dbus_message_get_message_type(reply) == G_DBUS_MESSAGE_TYPE_ERROR) {
+    text = nullptr;
+    errorName = g_dbus_message_get_error_name(reply);
+  } else if (text == nullptr) {
+    errorName = kInvalidSignature;
+  }
+}
+
+VSMessage::~VSMessage() {
+  if (link != nullptr && !silentOnDrop()) {
+    answerError(vela::kNoReply, "The service ended the request without a reply");
+  }
+  stopCounting();
+}
+
+void VSMessage::unref() {
+  if (references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    delete this;
+  }
+}
+
+size_t VSMessage::payloadBytes() const {
+  return strlen(payload());
+}
+
+const char* VSMessage::sender() const {
+  const char* name = bus != nullptr ? g_dbus_message_get_sender(bus.get()) : nullptr;
+  return name != nullptr ? name : "";
+}
+
+void VSMessage::stopCounting() {
+  if (counted.exchange(false)) {
+    open->ended();
+  }
+}
+
+bool VSMessage::claim(VSError* error) {
+  if (link == nullptr) {
+    return vela::fail(error, vela::kInvalidArgs, "the message is no request");
+  }
+  return !answered.exchange(true) ||
+         vela::fail(error, vela::kFailed, "the request is answered already");
+}
+
+bool VSMessage::refuseOversized(VSError* error) {
+  const std::string description =
+      "the reply is larger than " + std::to_string(vela::kMaxReplyBytes) + " bytes";
+  sendErrorReply(vela::kLimitsExceeded, description, nullptr);
+  return vela::fail(error, vela::kLimitsExceeded, description);
+}
+
+bool VSMessage::answer(const char* replyText, VSError* error) {
+  if (!claim(error)) {
+    return false;
+  }
+  g_autofree char* valid = g_utf8_make_valid(replyText, -1);
+  if (strlen(valid) > vela::kMaxReplyBytes) {
+    return refuseOversized(error);
+  }
+  GVariant* string = g_variant_new_take_string(g_steal_pointer(&valid));
+  return sendReply(g_variant_new_tuple(&string, 1), error);
+}
+
+bool VSMessage::answerEmpty(VSError* error) {
+  return claim(error) && sendReply(nullptr, error);
+}
+
+bool VSMessage::sendReply(GVariant* body, VSError* error) {
+  g_autoptr(GVariant) held = body != nullptr ? g_variant_ref_sink(body) : nullptr;
+  if (!wantsReply(bus.get())) {
+    return true;
+  }
+  g_autoptr(GDBusMessage) reply = g_dbus_message_new_method_reply(bus.get());
+  if (held != nullptr) {
+    g_dbus_message_set_body(reply, held);
+  }
+  return link->sendAndFlush(reply, error);
+}
+
+bool VSMessage::answerError(const char* name, const std::string& description, VSError* error) {
+  return claim(error) && sendErrorReply(name, description, error);
+}
+
+bool VSMessage::sendErrorReply(const char* name, const std::string& description, VSError* error) {
+  if (!wantsReply(bus.get())) {
+    return true;
+  }
+  g_autoptr(GDBusMessage) reply =
+      g_dbus_message_new_method_error_literal(bus.get(), name, description.c_str());
+  return link->sendAndFlush(reply, error);
+}

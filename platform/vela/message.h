@@ -1,0 +1,92 @@
+// One request, or the outcome of one outgoing call.
+//
+// Thread: any; everything but the reference count and the answered flag is constant.
+// Owns the D-Bus message, and with it the payload. It keeps the connection object alive, so a reply
+// that comes after VSUnregister fails instead of reading freed memory.
+#ifndef VELA_MESSAGE_H
+#define VELA_MESSAGE_H
+
+#include <gio/gio.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "vela/bus_link.h"
+#include "vela/open_requests.h"
+#include "vela/vela.h"
+
+struct VSMessage {
+ public:
+  // A request, counted as open until it goes or stopCounting().
+  VSMessage(GDBusMessage* request, std::shared_ptr<vela::BusLink> link,
+            std::shared_ptr<vela::OpenRequests> open);
+  // The reply, or the error reply, to an outgoing call.
+  explicit VSMessage(GDBusMessage* reply);
+  // An outgoing call that failed on this side of the bus.
+  explicit VSMessage(const char* failure) : errorName(failure) {}
+  VSMessage(const VSMessage&) = delete;
+  VSMessage& operator=(const VSMessage&) = delete;
+
+  void ref() { references.fetch_add(1, std::memory_order_relaxed); }
+  // The last one answers a request that nobody answered, and deletes.
+  void unref();
+
+  const char* payload() const { return text != nullptr ? text : ""; }
+  size_t payloadBytes() const;
+  // Whether the arguments are exactly one string.
+  bool hasOneText() const { return text != nullptr; }
+  // Null unless this is a failed call.
+  const char* error() const { return errorName.empty() ? nullptr : errorName.c_str(); }
+
+  // "" when no other process sent it.
+  const char* sender() const;
+  const char* path() const { return g_dbus_message_get_path(bus.get()); }
+  const char* interface() const { return g_dbus_message_get_interface(bus.get()); }  // may be null
+  const char* member() const { return g_dbus_message_get_member(bus.get()); }
+  bool hasArguments() const { return g_dbus_message_get_body(bus.get()) != nullptr; }
+
+  // Answer the request; only the first answer goes out. Returns when it has left the process.
+  bool answer(const char* replyText, VSError* error);
+  bool answerEmpty(VSError* error);
+  bool answerError(const char* name, const std::string& description, VSError* error = nullptr);
+
+  // The request is no longer waited for.
+  void stopCounting();
+
+ private:
+  struct Unref {
+    void operator()(GDBusMessage* message) const { g_object_unref(message); }
+  };
+  using BusMessage = std::unique_ptr<GDBusMessage, Unref>;
+
+  ~VSMessage();
+  bool claim(VSError* error);
+  bool sendReply(GVariant* body, VSError* error);
+  bool refuseOversized(VSError* error);
+  bool sendErrorReply(const char* name, const std::string& description, VSError* error);
+
+  BusMessage bus;
+  const char* text = nullptr;  // inside bus
+  std::string errorName;
+  std::shared_ptr<vela::BusLink> link;       // requests only
+  std::shared_ptr<vela::OpenRequests> open;  // requests only
+  std::atomic<int> references{1};
+  std::atomic<bool> answered{false};
+  std::atomic<bool> counted{false};
+};
+
+namespace vela {
+
+struct MessageUnref {
+  void operator()(VSMessage* message) const { message->unref(); }
+};
+// One reference.
+using MessageRef = std::unique_ptr<VSMessage, MessageUnref>;
+
+// The string of a body that is exactly one string, else null. Valid as long as the message.
+const char* onlyText(GDBusMessage* message);
+
+}  // namespace vela
+
+#endif

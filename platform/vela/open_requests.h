@@ -1,0 +1,35 @@
+// How many requests this process still has to finish: received, and still referenced.
+//
+// Thread: any.
+#ifndef VELA_OPEN_REQUESTS_H
+#define VELA_OPEN_REQUESTS_H
+
+#include <glib.h>
+
+#include <atomic>
+
+namespace vela {
+
+class OpenRequests {
+ public:
+  // The context is woken at every end, for the thread that waits there.
+  explicit OpenRequests(GMainContext* context) : waiter(g_main_context_ref(context)) {}
+  ~OpenRequests() { g_main_context_unref(waiter); }
+  OpenRequests(const OpenRequests&) = delete;
+  OpenRequests& operator=(const OpenRequests&) = delete;
+
+  void began() { ++open; }
+  void ended() {
+    --open;
+    g_main_context_wakeup(waiter);
+  }
+  bool none() const { return open == 0; }
+
+ private:
+  GMainContext* const waiter;
+  std::atomic<int> open{0};
+};
+
+}  // namespace vela
+
+#endif

@@ -1,0 +1,158 @@
+#include "dsjson/dsjson.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace dsjson {
+namespace {
+
+const JSchema kAny = JSchemaFragment("{}");
+
+JValue parsed(const std::string& text) {
+  JDomParser parser(nullptr);
+  EXPECT_TRUE(parser.parse(text, kAny, nullptr)) << text;
+  return parser.getDom();
+}
+
+bool parses(const std::string& text) {
+  return JDomParser(nullptr).parse(text, kAny, nullptr);
+}
+
+std::string generated(const JValue& value) {
+  std::string text;
+  EXPECT_TRUE(JGenerator(nullptr).toString(value, kAny, text));
+  return text;
+}
+
+TEST(DsjsonParser, RefusesWhatIsNotJson) {
+  for (const char* text : {"", " ", "{", "{]", "{\"a\":}", "nul", "'a'", "{} {}", "{\"a\":1,}",
+                           "[1 2]", "\"\\ud800\"", "\"\xff\"", "01", "NaN"}) {
+    EXPECT_FALSE(parses(text)) << text;
+  }
+}
+
+TEST(DsjsonParser, AcceptsAnyJsonValue) {
+  for (const char* text : {"{}", "[]", "null", "3", "\"a\"", " {\"a\" : [1, {}]}\n"}) {
+    EXPECT_TRUE(parses(text)) << text;
+  }
+}
+
+TEST(DsjsonParser, DomIsNullAfterAFailure) {
+  JDomParser parser(nullptr);
+  ASSERT_TRUE(parser.parse("{\"a\":1}", kAny, nullptr));
+  ASSERT_FALSE(parser.parse("{\"a\":", kAny, nullptr));
+  EXPECT_FALSE(parser.getDom().isObject());
+}
+
+TEST(DsjsonParser, NestsSixtyFourDeepAndNoDeeper) {
+  const auto nested = [](size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+  };
+  EXPECT_TRUE(parses(nested(64)));
+  EXPECT_FALSE(parses(nested(65)));
+  EXPECT_FALSE(parses(nested(1000000)));
+  EXPECT_FALSE(parses(std::string(1000000, '[')));
+}
+
+TEST(DsjsonParser, LastOfTwoMembersWins) {
+  int32_t number = 0;
+  EXPECT_EQ(CONV_OK, parsed("{\"a\":1,\"b\":2,\"a\":3}")["a"].asNumber(number));
+  EXPECT_EQ(3, number);
+}
+
+TEST(DsjsonValue, MemberOfNoObjectIsMissing) {
+  std::string text = "kept";
+  for (const char* json : {"[1]", "3", "null", "\"a\"", "{}"}) {
+    EXPECT_EQ(CONV_MISSING, parsed(json)["a"].asString(text)) << json;
+  }
+  EXPECT_EQ("kept", text);
+}
+
+TEST(DsjsonValue, WholeNumbersConvertHoweverSpelled) {
+  const std::pair<const char*, int32_t> cases[] = {{"3", 3},
+                                                   {"3.0", 3},
+                                                   {"3e0", 3},
+                                                   {"-5", -5},
+                                                   {"2147483647", INT32_MAX},
+                                                   {"0.3e1", 3},
+                                                   {"-0", 0},
+                                                   {"-0.0", 0},
+                                                   {"-2147483648", INT32_MIN}};
+  for (const auto& [text, expected] : cases) {
+    int32_t number = 77;
+    EXPECT_EQ(CONV_OK, parsed(text).asNumber(number)) << text;
+    EXPECT_EQ(expected, number) << text;
+  }
+}
+
+TEST(DsjsonValue, OtherValuesAreNoInt) {
+  const std::pair<const char*, ConversionResult> cases[] = {{"1.5", CONV_NO_FIT},
+                                                            {"1e12", CONV_NO_FIT},
+                                                            {"2147483648", CONV_NO_FIT},
+                                                            {"-2147483649", CONV_NO_FIT},
+                                                            {"true", CONV_BAD_TYPE},
+                                                            {"\"3\"", CONV_BAD_TYPE},
+                                                            {"18446744073709551615", CONV_NO_FIT},
+                                                            {"[3]", CONV_BAD_TYPE},
+                                                            {"null", CONV_MISSING}};
+  for (const auto& [text, expected] : cases) {
+    int32_t number = 77;
+    EXPECT_EQ(expected, parsed(text).asNumber(number)) << text;
+    EXPECT_EQ(77, number) << text;
+  }
+}
+
+TEST(DsjsonValue, DoublesConvert) {
+  double number = 0;
+  EXPECT_EQ(CONV_OK, parsed("1.5").asNumber(number));
+  EXPECT_EQ(1.5, number);
+  EXPECT_EQ(CONV_OK, parsed("7").asNumber(number));
+  EXPECT_EQ(7, number);
+  EXPECT_EQ(CONV_BAD_TYPE, parsed("\"7\"").asNumber(number));
+}
+
+TEST(DsjsonValue, StringsConvertUnlessANulWouldCutThem) {
+  std::string text;
+  EXPECT_EQ(CONV_OK, parsed("\"a\\u00e9\\n\"").asString(text));
+  EXPECT_EQ("a\xc3\xa9\n", text);
+  EXPECT_EQ(CONV_NO_FIT, parsed("\"a\\u0000b\"").asString(text));
+  EXPECT_EQ(CONV_BAD_TYPE, parsed("3").asString(text));
+  EXPECT_EQ("a\xc3\xa9\n", text);
+}
+
+TEST(DsjsonValue, BooleansConvert) {
+  bool truth = false;
+  EXPECT_EQ(CONV_OK, parsed("true").asBool(truth));
+  EXPECT_TRUE(truth);
+  EXPECT_EQ(CONV_BAD_TYPE, parsed("0").asBool(truth));
+  EXPECT_EQ(CONV_MISSING, parsed("{}")["a"].asBool(truth));
+  EXPECT_TRUE(truth);
+}
+
+TEST(DsjsonGenerator, KeepsMemberOrderAndKinds) {
+  JValue object = Object();
+  object.put("returnValue", true).put("z", 1).put("clipLength", 80.0).put("a", "x\n");
+  EXPECT_EQ("{\"returnValue\":true,\"z\":1,\"clipLength\":80.0,\"a\":\"x\\n\"}", generated(object));
+  object.put("z", 2);
+  EXPECT_EQ("{\"returnValue\":true,\"z\":2,\"clipLength\":80.0,\"a\":\"x\\n\"}", generated(object));
+  EXPECT_EQ("{\"z\":0.75}", generated(Object().put("z", 0.75)));
+  EXPECT_EQ("null", generated(JValue()));
+}
+
+TEST(DsjsonGenerator, ReplacesWhatIsNotUtf8) {
+  EXPECT_EQ("{\"a\":\"x\xef\xbf\xbdy\"}", generated(Object().put("a", "x\xffy")));
+}
+
+TEST(DsjsonGenerator, RefusesNumbersThatJsonCannotWrite) {
+  std::string text = "kept";
+  for (double number : {std::numeric_limits<double>::infinity(), std::nan("")}) {
+    const JValue value = Object().put("in", Object().put("deep", number));
+    EXPECT_FALSE(JGenerator(nullptr).toString(value, kAny, text));
+  }
+  EXPECT_EQ("kept", text);
+}
+
+}  // namespace
+}  // namespace dsjson
