@@ -1,0 +1,29 @@
+#include "framework/task_base.h"
+
+#include "service/transcode_server.h"
+
+TaskBase::TaskBase(VSCtx* context) : ctx(context) {
+  g_atomic_int_add(&TranscodeServer::taskCount, 1);
+}
+
+TaskBase::~TaskBase() {
+  delete ctx;
+  g_atomic_int_add(&TranscodeServer::taskCount, -1);
+}
+
+LaunchResult TaskBase::launch() {
+  if (!parseVSParameters() || !init()) {
+    ctx->replyFail();
+    return LaunchFailed;
+  }
+  return run();
+}
+
+void TaskBase::replySuccess() {
+  ctx->replySuccess();
+}
+
+bool TaskBase::parseVSParameters() {
+  dsjson::JValue params;
+  return ctx->parseVSParameters(params) && parseVSParameters(params);
+}

@@ -1,0 +1,30 @@
+// A "jpegenc" whose output is as large as the test says, to drive the search exactly.
+#ifndef IMAGE_FAKE_ENCODER_H
+#define IMAGE_FAKE_ENCODER_H
+
+#include <gst/gst.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+struct EncodeAttempt {
+  int width;
+  int height;
+  int quality;
+  bool operator==(const EncodeAttempt&) const = default;
+};
+
+// What the encoder of that name does and did; for all its elements.
+struct FakeEncoder {
+  // The bytes of an attempt; 0 lets the encoder fail with an error message.
+  std::function<int(const EncodeAttempt&)> sizeBytes;
+  std::vector<EncodeAttempt> attempts;
+};
+extern FakeEncoder gFakeEncoder;
+
+// Takes the place of the real "jpegenc" in this process. Without an integer property "quality" the
+// attempts carry -1.
+void registerFakeEncoder(bool withQuality);
+
+#endif

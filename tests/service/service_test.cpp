@@ -1,0 +1,207 @@
+#include "service/service.h"
+
+#include <gmock/gmock.h>
+
+#include "service/inactivity_timer.h"
+#include "service/transcode_server.h"
+#include "support/fake_vela/fake_vela.h"
+#include "support/log_capture/log_capture.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+const char kKeepAlive[] = "VSCall tarn://com.tarn.power/com/tarn/power/activityStart";
+
+gboolean quitMainLoop(gpointer) {
+  g_main_loop_quit(gMainLoop);
+  return G_SOURCE_REMOVE;
+}
+
+class ServiceTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    fake_vela::reset();
+    gInactivityStatus = {};
+  }
+  void TearDown() override { StopInactivityTimer(&gInactivityStatus); }
+};
+
+TEST_F(ServiceTest, RegistersInOrderServesAndLeaves) {
+  const LogCapture log;
+  g_idle_add(quitMainLoop, nullptr);
+  EXPECT_EQ(1, registerVelaService());
+  EXPECT_THAT(
+      fake_vela::operations(),
+      ElementsAre("VSRegisterPubPriv com.tarn.transcode private", kKeepAlive,
+                  "VSRegisterCategory /", "VSCategorySetData /", "VSGmainAttach", "VSUnregister"));
+  EXPECT_EQ(gTranscodeServer, fake_vela::categoryData());
+  EXPECT_EQ(gMainLoop, fake_vela::attachedLoop());
+  EXPECT_THAT(log.at(G_LOG_LEVEL_DEBUG),
+              ElementsAre("+ int registerVelaService():", "----> StartInactivityTimer",
+                          testing::StartsWith("Register methods gTranscodeServer 0x"),
+                          "VSGmainAttach", "unregisterVelaService"));
+}
+
+TEST_F(ServiceTest, TicksEveryFiveSeconds) {
+  g_idle_add(quitMainLoop, nullptr);
+  registerVelaService();
+  EXPECT_EQ(5000u, gInactivityStatus.intervalMs);
+  EXPECT_NE(nullptr, gInactivityStatus.source);
+  EXPECT_NE(0u, gInactivityStatus.sourceId);
+}
+
+TEST_F(ServiceTest, PublishesTheMethodTable) {
+  g_idle_add(quitMainLoop, nullptr);
+  registerVelaService();
+  std::vector<std::string> names;
+  const VSMethod* row = fake_vela::methods();
+  for (; row->name != nullptr; ++row) {
+    names.emplace_back(row->name);
+    EXPECT_NE(nullptr, row->function);
+    EXPECT_EQ(0, row->flags);
+  }
+  EXPECT_EQ(nullptr, row->function);
+  EXPECT_THAT(names, ElementsAre("scaleImage", "resizeImage", "getMinimalBitrate"));
+}
+
+TEST_F(ServiceTest, RegistrationFailureIsPrintedAndEndsWithoutAHandle) {
+  fake_vela::failNext("VSRegisterPubPriv");
+  EXPECT_EQ(-1, registerVelaService());
+  EXPECT_EQ(1, fake_vela::errorsPrinted());
+  EXPECT_THAT(fake_vela::operations(), ElementsAre("VSRegisterPubPriv com.tarn.transcode private"));
+}
+
+TEST_F(ServiceTest, LaterFailuresArePrintedAndUnregister) {
+  for (const char* operation : {"VSRegisterCategory", "VSCategorySetData", "VSGmainAttach"}) {
+    fake_vela::reset();
+    fake_vela::failNext(operation);
+    EXPECT_EQ(1, registerVelaService()) << operation;
+    EXPECT_EQ(1, fake_vela::errorsPrinted()) << operation;
+    EXPECT_EQ("VSUnregister", fake_vela::operations().back()) << operation;
+    EXPECT_THAT(fake_vela::operations()[fake_vela::operations().size() - 2],
+                testing::StartsWith(operation));
+    StopInactivityTimer(&gInactivityStatus);
+  }
+}
+
+TEST_F(ServiceTest, FailedUnregistrationIsPrinted) {
+  fake_vela::failNext("VSUnregister");
+  EXPECT_EQ(0, unregisterVelaService(fake_vela::handle()));
+  EXPECT_EQ(1, fake_vela::errorsPrinted());
+}
+
+TEST_F(ServiceTest, UnregisteringNothingIsRefused) {
+  EXPECT_EQ(-1, unregisterVelaService(nullptr));
+  EXPECT_THAT(fake_vela::operations(), IsEmpty());
+}
+
+TEST_F(ServiceTest, GivesTheContextOfTheMainLoop) {
+  GMainLoop* earlier = gMainLoop;
+  gMainLoop = g_main_loop_new(nullptr, FALSE);
+  EXPECT_EQ(g_main_context_default(), GetMainLoopContext());
+  g_main_loop_unref(gMainLoop);
+  gMainLoop = earlier;
+}
+
+TEST_F(ServiceTest, MinimalBitrateIsFixedWhateverIsAsked) {
+  for (const char* payload : {"{}", "", "no json", "{\"inFile\":"}) {
+    const fake_vela::Request request(payload);
+    EXPECT_TRUE(
+        TranscodeServer::getMinimalBitrate(fake_vela::handle(), request.message(), nullptr));
+    EXPECT_THAT(request.replies(), ElementsAre("{\"returnValue\": 204800}"));
+    EXPECT_EQ(1, request.referencesEverTaken());
+    EXPECT_EQ(0, request.references());
+  }
+}
+
+TEST_F(ServiceTest, ImageHandlersLeaveNoTaskBehind) {
+  for (auto* handler : {TranscodeServer::scaleImage, TranscodeServer::resizeImage}) {
+    const fake_vela::Request request("{}");
+    EXPECT_TRUE(handler(fake_vela::handle(), request.message(), nullptr));
+    EXPECT_EQ(0, TranscodeServer::taskCount);
+    EXPECT_EQ(0, request.references());
+    EXPECT_THAT(request.replies(),
+                ElementsAre(R"({"returnValue":false,"errorText":"Could not parse param inFile"})"));
+  }
+}
+
+TEST_F(ServiceTest, RefusesToStartATimerOfNothing) {
+  EXPECT_FALSE(StartInactivityTimer(nullptr, 5000));
+  EXPECT_FALSE(StartInactivityTimer(&gInactivityStatus, 0));
+  EXPECT_EQ(nullptr, gInactivityStatus.source);
+  EXPECT_EQ(0u, gInactivityStatus.sourceId);
+  EXPECT_THAT(fake_vela::operations(), IsEmpty());
+}
+
+TEST_F(ServiceTest, StoppingAStoppedTimerChangesNothing) {
+  EXPECT_FALSE(StopInactivityTimer(nullptr));
+  gInactivityStatus.intervalMs = 7;
+  EXPECT_TRUE(StopInactivityTimer(&gInactivityStatus));
+  EXPECT_EQ(7u, gInactivityStatus.intervalMs);
+}
+
+TEST_F(ServiceTest, StoppingDestroysTheTimer) {
+  ASSERT_TRUE(StartInactivityTimer(&gInactivityStatus, 60000));
+  GSource* source = gInactivityStatus.source;
+  EXPECT_TRUE(StopInactivityTimer(&gInactivityStatus));
+  EXPECT_EQ(nullptr, gInactivityStatus.source);
+  EXPECT_EQ(0u, gInactivityStatus.sourceId);
+  EXPECT_TRUE(g_source_is_destroyed(source));
+  g_source_unref(source);
+}
+
+TEST_F(ServiceTest, StartKeepsTheDeviceAwakeAtOnce) {
+  gInactivityStatus.handle = fake_vela::handle();
+  ASSERT_TRUE(StartInactivityTimer(&gInactivityStatus, 5000));
+  const auto calls = fake_vela::calls();
+  ASSERT_EQ(1u, calls.size());
+  EXPECT_EQ(fake_vela::handle(), calls[0].handle);
+  EXPECT_EQ("{ \"id\": \"transcode\", \"duration_ms\" : 7500 }", calls[0].payload);
+  EXPECT_EQ(nullptr, calls[0].callback);
+}
+
+TEST_F(ServiceTest, DurationIsHalfAnIntervalLonger) {
+  ASSERT_TRUE(StartInactivityTimer(&gInactivityStatus, 333));
+  EXPECT_EQ("{ \"id\": \"transcode\", \"duration_ms\" : 499 }", fake_vela::calls()[0].payload);
+}
+
+TEST_F(ServiceTest, FailedKeepAliveIsLoggedAndTheTimerGoesOn) {
+  const LogCapture log;
+  fake_vela::failNext("VSCall");
+  EXPECT_TRUE(StartInactivityTimer(&gInactivityStatus, 5000));
+  EXPECT_THAT(log.at(G_LOG_LEVEL_CRITICAL), ElementsAre("activity Start 'transcode' failed !!"));
+  EXPECT_EQ(1, fake_vela::errorsPrinted());
+  EXPECT_NE(nullptr, gInactivityStatus.source);
+}
+
+TEST_F(ServiceTest, TickWithALiveTaskKeepsAwakeAndTicksOn) {
+  gInactivityStatus.intervalMs = 5000;
+  TranscodeServer::taskCount = 1;
+  EXPECT_EQ(TRUE, CallbackInactivityTimeout(&gInactivityStatus));
+  TranscodeServer::taskCount = 0;
+  EXPECT_THAT(fake_vela::operations(), ElementsAre(kKeepAlive));
+}
+
+// Runs in a death test's child: prints what the tick did before it ended the process.
+void printOperations() {
+  for (const auto& operation : fake_vela::operations())
+    fprintf(stderr, "<%s>", operation.c_str());
+}
+
+TEST_F(ServiceTest, IdleTickUnregistersAndEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        fake_vela::failNext("VSUnregister");
+        gInactivityStatus.handle = fake_vela::handle();
+        atexit(printOperations);
+        CallbackInactivityTimeout(&gInactivityStatus);
+      },
+      testing::ExitedWithCode(0), "^<VSUnregister>$");
+}
+
+}  // namespace
