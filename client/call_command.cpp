@@ -1,0 +1,48 @@
+#include <cstdio>
+
+#include "client/arguments.h"
+#include "client/commands.h"
+
+namespace {
+
+const dsjson::JSchema kAnySchema = dsjson::JSchemaFragment("{}");
+
+// Prints a service's reply and tells by it whether the request succeeded.
+ExitCode printReply(const Answer& answer) {
+  if (answer.kind != Answer::Replied) return sayNoReply(answer);
+  printf("%s\n", answer.payload.c_str());
+  dsjson::JDomParser parser(nullptr);
+  bool succeeded = false;
+  if (!parser.parse(answer.payload, kAnySchema, nullptr) ||
+      parser.getDom()["returnValue"].asBool(succeeded) != dsjson::CONV_OK) {
+    // A reply that says nothing of success: getMinimalBitrate gives a number there.
+    return ExitDone;
+  }
+  return succeeded ? ExitDone : ExitFailed;
+}
+
+}  // namespace
+
+ExitCode runCall(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {}, {});
+  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
+  if (arguments.positional().size() != 2) return sayUsage("call needs METHOD and JSON");
+  return printReply(callService(arguments.positional()[0], arguments.positional()[1]));
+}
+
+ExitCode runMinBitrate(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {}, {"--json"});
+  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
+  if (!arguments.positional().empty()) return sayUsage("min-bitrate takes no words");
+
+  const Answer answer = callServiceAgain("getMinimalBitrate", "{}");
+  if (answer.kind != Answer::Replied || arguments.has("--json")) return printReply(answer);
+  dsjson::JDomParser parser(nullptr);
+  int32_t bitsPerSecond = 0;
+  if (!parser.parse(answer.payload, kAnySchema, nullptr) ||
+      parser.getDom()["returnValue"].asNumber(bitsPerSecond) != dsjson::CONV_OK) {
+    return sayFailure("the service replied " + answer.payload);
+  }
+  printf("%d bit/s\n", bitsPerSecond);
+  return ExitDone;
+}

@@ -1,0 +1,121 @@
+// Damaged and foreign files: the documented outcome, told at once, and the service goes on.
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <random>
+
+#include "e2e/installed_system.h"
+#include "support/jpeg_media/jpeg_media.h"
+
+namespace {
+
+using std::chrono::steady_clock;
+
+const char kNoReply[] = "org.freedesktop.DBus.Error.NoReply";
+
+class DamagedTest : public testing::Test {
+ protected:
+  InstalledSystem::Result resize(const Bytes& input, int size = 100000) {
+    EXPECT_TRUE(writeBytes(in, input));
+    return system.call("resizeImage", resizeRequest(in, out, size));
+  }
+
+  Bytes picture() {
+    JpegRecipe recipe;
+    recipe.width = 320;
+    recipe.height = 240;
+    recipe.exif = ExifRecipe{.gps = true, .makerNoteBytes = 300, .thumbnail = true};
+    return makeJpeg(recipe);
+  }
+
+  InstalledSystem system;
+  const std::string in = system.files() / "in.jpg";
+  const std::string out = system.files() / "out.jpg";
+};
+
+Bytes bytesOf(const std::string& text) {
+  return {text.begin(), text.end()};
+}
+
+TEST_F(DamagedTest, WhatIsNoJpegEndsTheServiceAndIsToldAtOnce) {
+  const Bytes whole = picture();
+  const Bytes cases[] = {{},
+                         bytesOf("no picture"),
+                         bytesOf("\x89PNG\r\n\x1a\n and more"),
+                         {0xff, 0xd8, 0xff, 0xd9},
+                         Bytes(whole.begin(), whole.begin() + 2)};
+  for (const Bytes& input : cases) {
+    ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+    const pid_t before = system.daemonPid();
+    const auto start = steady_clock::now();
+    EXPECT_EQ(kNoReply, resize(input).errorName);
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(0u, std::filesystem::file_size(out));
+
+    EXPECT_EQ("{\"returnValue\": 204800}", system.call("getMinimalBitrate", "{}").reply);
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_NE(before, system.daemonPid());
+  }
+}
+
+TEST_F(DamagedTest, OthersAreServedWhenAFileEndsTheService) {
+  ASSERT_TRUE(writeBytes(in, bytesOf("no picture")));
+  ASSERT_TRUE(writeBytes(system.files() / "good.jpg", picture()));
+  const auto bad = system.start("resizeImage", resizeRequest(in, out, 1000));
+  std::vector<std::shared_ptr<tarn::test::BusClient::Pending>> good;
+  for (int i = 0; i < 10; ++i) {
+    good.push_back(system.start(
+        "resizeImage", resizeRequest(system.files() / "good.jpg",
+                                     system.files() / (std::to_string(i) + ".jpg"), 100000)));
+  }
+  EXPECT_EQ(kNoReply, system.client().wait(bad).errorName);
+  for (const auto& pending : good) {
+    EXPECT_THAT(system.client().wait(pending).reply,
+                testing::StartsWith(R"({"returnValue":true,"xSize":320,"ySize":240,)"));
+  }
+}
+
+TEST_F(DamagedTest, APictureCutInItsDataIsJudgedByItsSize) {
+  const Bytes whole = picture();
+  const auto result = resize(Bytes(whole.begin(), whole.end() - 500));
+  EXPECT_THAT(result.reply, testing::StartsWith(R"({"returnValue":true,"xSize":320,"ySize":240,)"));
+}
+
+TEST_F(DamagedTest, AFullDiskIsJudgedByWhatIsThere) {
+  ASSERT_TRUE(writeBytes(in, picture()));
+  EXPECT_EQ(R"({"returnValue":true,"xSize":320,"ySize":240,"ImageSize":0})",
+            system.call("resizeImage", resizeRequest(in, "/dev/full", 100000)).reply);
+}
+
+// Whatever the damage, the request ends: with a reply, or with a bus error when the JPEG library
+// has ended the service.
+TEST_F(DamagedTest, EveryMutationEnds) {
+  const Bytes whole = picture();
+  std::mt19937 random(1);
+  const auto pick = [&random](size_t count) { return random() % count; };
+  int replies = 0;
+  int deaths = 0;
+  for (int i = 0; i < 500; ++i) {
+    Bytes input = whole;
+    const size_t mutations = 1 + pick(8);
+    // Half of them in the headers, where they hurt most.
+    const size_t reach = i % 2 == 0 ? input.size() : 1200;
+    for (size_t j = 0; j < mutations; ++j) {
+      input[pick(reach)] = static_cast<uint8_t>(i % 5 == 0 ? 0xff : pick(256));
+    }
+    if (i % 7 == 0) input.resize(pick(input.size()));
+    const auto result = resize(input, i % 3 == 0 ? 3000 : 100000);
+    if (result.ok) {
+      EXPECT_THAT(result.reply, testing::StartsWith(R"({"returnValue":)"));
+      ++replies;
+    } else {
+      EXPECT_EQ(kNoReply, result.errorName) << i << ": " << result.errorMessage;
+      ++deaths;
+    }
+  }
+  EXPECT_EQ(500, replies + deaths);
+  EXPECT_GT(replies, 100);
+  EXPECT_GT(deaths, 20);
+}
+
+}  // namespace

@@ -1,0 +1,157 @@
+// The command-line client, as a user meets it.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "e2e/installed_system.h"
+#include "support/jpeg_media/jpeg_media.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+class ImageClientTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    JpegRecipe recipe;
+    recipe.width = 1000;
+    recipe.height = 750;
+    recipe.quality = 95;
+    ASSERT_TRUE(writeBytes(dir / "in.jpg", makeJpeg(recipe)));
+  }
+
+  // Runs the client in the test's folder; stderr goes to errors().
+  CommandOutput client(const std::string& words) {
+    return runCommand("cd " + dir.path() + " && DBUS_SESSION_BUS_ADDRESS='" +
+                      system.bus().address() + "' " + installed("bin/tarn-transcode") + " " +
+                      words + " 2>errors");
+  }
+  std::string errors() { return readFile(dir / "errors"); }
+
+  InstalledSystem system;
+  const TempDir& dir = system.files();
+};
+
+TEST_F(ImageClientTest, ShrinksAPictureByRelativePaths) {
+  const auto result = client("resize-image in.jpg made/small.jpg --size 30k");
+  EXPECT_EQ(0, result.exitCode) << errors();
+  EXPECT_THAT(result.out, StartsWith((dir / "made/small.jpg") + ": "));
+  EXPECT_LE(fs::file_size(dir / "made/small.jpg"), 30000u);
+  EXPECT_EQ(0, runCommand("identify " + (dir / "made/small.jpg") + " >/dev/null").exitCode);
+  EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(ImageClientTest, PrintsJsonOnlyOrNothing) {
+  EXPECT_THAT(client("resize-image --json in.jpg out.jpg --size 30k").out,
+              StartsWith(R"({"returnValue":true,"xSize":)"));
+  EXPECT_THAT(client("resize-image --quiet in.jpg out.jpg --size=30k").out, IsEmpty());
+}
+
+TEST_F(ImageClientTest, RefusesToOverwriteItsInput) {
+  const std::string before = readFile(dir / "in.jpg");
+  fs::create_symlink("in.jpg", dir / "link.jpg");
+  fs::create_hard_link(dir / "in.jpg", dir / "hard.jpg");
+  for (const char* out : {"in.jpg", "./in.jpg", "link.jpg", "hard.jpg"}) {
+    EXPECT_EQ(1, client(std::string("resize-image in.jpg ") + out + " --size 30k").exitCode);
+    EXPECT_THAT(errors(), HasSubstr("same file"));
+  }
+  EXPECT_EQ(before, readFile(dir / "in.jpg"));
+}
+
+TEST_F(ImageClientTest, RefusesWhatIsNoJpegBeforeTheServiceMeetsIt) {
+  dir.write("text.jpg", "no picture");
+  dir.write("empty.jpg", "");
+  ASSERT_EQ(0, runCommand("mkfifo " + (dir / "fifo.jpg")).exitCode);
+  ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+  const pid_t daemon = system.daemonPid();
+  for (const char* in : {"text.jpg", "empty.jpg", "none.jpg", "fifo.jpg", "."}) {
+    EXPECT_EQ(1, client(std::string("resize-image ") + in + " out.jpg --size 30k").exitCode) << in;
+    EXPECT_THAT(errors(), HasSubstr("cannot read"));
+  }
+  EXPECT_FALSE(fs::exists(dir / "out.jpg"));
+  EXPECT_EQ(daemon, system.daemonPid());
+}
+
+TEST_F(ImageClientTest, KeepsTheOldFileWhenNothingFits) {
+  dir.write("out.jpg", "old");
+  EXPECT_EQ(1, client("resize-image in.jpg out.jpg --size 400").exitCode);
+  EXPECT_THAT(errors(), HasSubstr("tarn-transcode: "));
+  EXPECT_EQ("old", readFile(dir / "out.jpg"));
+  EXPECT_EQ(0, runCommand("ls -A " + dir.path() + " | grep -c '^\\.out' | grep -qx 0").exitCode);
+}
+
+// The service takes an encode that broke off for a success.
+TEST_F(ImageClientTest, KeepsTheOldFileWhenNoWholePictureComesOut) {
+  Bytes jpeg = readBytes(dir / "in.jpg");
+  const Bytes sof = {0xff, 0xc0};
+  auto frame = std::search(jpeg.begin(), jpeg.end(), sof.begin(), sof.end());
+  ASSERT_NE(jpeg.end(), frame);
+  frame[1] = 0xcb;  // a lossless frame: the header reads, the data does not
+  ASSERT_TRUE(writeBytes(dir / "in.jpg", jpeg));
+  dir.write("out.jpg", "old");
+  EXPECT_EQ(1, client("resize-image in.jpg out.jpg --size 30k").exitCode);
+  EXPECT_NE("", errors());
+  EXPECT_EQ("old", readFile(dir / "out.jpg"));
+}
+
+TEST_F(ImageClientTest, ExplainsItsUse) {
+  EXPECT_EQ(2, client("").exitCode);
+  EXPECT_EQ(2, client("no-command").exitCode);
+  EXPECT_EQ(2, client("resize-image in.jpg out.jpg").exitCode);
+  EXPECT_THAT(errors(), HasSubstr("--size"));
+  EXPECT_EQ(2, client("resize-image in.jpg --size 30k").exitCode);
+  EXPECT_EQ(2, client("resize-image in.jpg out.jpg --size big").exitCode);
+  EXPECT_EQ(2, client("call resizeImage").exitCode);
+  EXPECT_EQ(0, client("--help").exitCode);
+}
+
+TEST_F(ImageClientTest, CallsAnyMethod) {
+  const auto bitrate = client("call getMinimalBitrate '{}'");
+  EXPECT_EQ(0, bitrate.exitCode);
+  EXPECT_EQ("{\"returnValue\": 204800}\n", bitrate.out);
+  const auto refused = client("call resizeImage '{}'");
+  EXPECT_EQ(1, refused.exitCode);
+  EXPECT_EQ("{\"returnValue\":false,\"errorText\":\"Could not parse param inFile\"}\n",
+            refused.out);
+  EXPECT_EQ(1, client("call noSuchMethod '{}'").exitCode);
+  EXPECT_EQ("204800 bit/s\n", client("min-bitrate").out);
+}
+
+TEST_F(ImageClientTest, SaysWhenThereIsNoService) {
+  const std::string program =
+      installed("bin/tarn-transcode") + " min-bitrate 2>" + (dir / "errors");
+  EXPECT_EQ(3, runCommand("DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere " + program).exitCode);
+  EXPECT_THAT(errors(), HasSubstr("no message bus"));
+  const tarn::test::PrivateBus empty;
+  EXPECT_EQ(3,
+            runCommand("DBUS_SESSION_BUS_ADDRESS='" + empty.address() + "' " + program).exitCode);
+  EXPECT_THAT(errors(), HasSubstr("cannot be started"));
+}
+
+// A service that dies of somebody else's request is asked again.
+TEST_F(ImageClientTest, AsksOnceMoreWhenTheServiceDies) {
+  JpegRecipe recipe;
+  recipe.width = 6000;
+  recipe.height = 5000;
+  ASSERT_TRUE(writeBytes(dir / "in.jpg", makeJpeg(recipe)));
+  FILE* command = popen(
+      ("cd " + dir.path() + " && DBUS_SESSION_BUS_ADDRESS='" + system.bus().address() + "' " +
+       installed("bin/tarn-transcode") + " resize-image --quiet in.jpg out.jpg --size 10M 2>errors")
+          .c_str(),
+      "r");
+  ASSERT_NE(nullptr, command);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (system.bus().log().find("trying res") == std::string::npos) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+    system.client().sync();
+  }
+  system.endDaemon();
+  EXPECT_EQ(0, pclose(command)) << errors();
+  EXPECT_GT(fs::file_size(dir / "out.jpg"), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,96 @@
+#include "e2e/installed_system.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+
+using tarn::test::BusClient;
+using tarn::test::PrivateBus;
+
+const char kTranscode[] = "com.tarn.transcode";
+
+namespace {
+
+PrivateBus::Options busOptions(const std::string& executable, const TempDir& dir) {
+  PrivateBus::Options options;
+  options.environment = {{"XDG_CACHE_HOME", dir / "cache"}, {"XDG_RUNTIME_DIR", dir / "run"}};
+  if (executable.empty()) {
+    options.serviceDirs = {installed("share/dbus-1/services")};
+  } else {
+    options.services = {{kTranscode, executable}};
+  }
+  return options;
+}
+
+}  // namespace
+
+std::string installed(const std::string& path) {
+  return std::string(TARN_STAGE) + "/" + path;
+}
+
+InstalledSystem::InstalledSystem(const std::string& executable)
+    : privateBus(busOptions(executable, dir)), busClient(privateBus.address()) {}
+
+InstalledSystem::Result InstalledSystem::call(const std::string& method,
+                                              const std::string& payload) {
+  return busClient.call(kTranscode, "/", kTranscode, method, payload);
+}
+
+std::shared_ptr<BusClient::Pending> InstalledSystem::start(const std::string& method,
+                                                           const std::string& payload) {
+  return busClient.start(kTranscode, "/", kTranscode, method, g_variant_new("(s)", payload.c_str()),
+                         120000);
+}
+
+pid_t InstalledSystem::daemonPid() {
+  const std::string owner = busClient.ownerOf(kTranscode);
+  if (owner.empty()) return 0;
+  const Result result =
+      busClient.callRaw("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                        "GetConnectionUnixProcessID", g_variant_new("(s)", owner.c_str()));
+  int pid = 0;
+  sscanf(result.reply.c_str(), "(%d,)", &pid);
+  return pid;
+}
+
+void InstalledSystem::endDaemon() {
+  const pid_t pid = daemonPid();
+  if (pid == 0) return;
+  kill(pid, SIGKILL);
+  busClient.waitForName(kTranscode, false);
+}
+
+std::string resizeRequest(const std::string& in, const std::string& out, int size) {
+  return R"({"inFile":")" + in + R"(","outFile":")" + out + R"(","size":)" + std::to_string(size) +
+         "}";
+}
+
+CommandOutput runCommand(const std::string& shellCommand) {
+  CommandOutput output = {"", -1};
+  FILE* pipe = popen(shellCommand.c_str(), "r");
+  if (pipe == nullptr) return output;
+  char chunk[4096];
+  size_t length;
+  while ((length = fread(chunk, 1, sizeof chunk, pipe)) > 0)
+    output.out.append(chunk, length);
+  const int status = pclose(pipe);
+  output.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return output;
+}
+
+long residentKb(pid_t pid) {
+  long pages = 0;
+  const std::string content = readFile("/proc/" + std::to_string(pid) + "/statm");
+  sscanf(content.c_str(), "%*d %ld", &pages);
+  return pages * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+long openDescriptors(pid_t pid) {
+  long count = 0;
+  const std::string folder = "/proc/" + std::to_string(pid) + "/fd";
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder))
+    ++count;
+  return count;
+}

@@ -1,0 +1,159 @@
+// When the daemon starts, keeps the device awake and ends.
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+
+#include <chrono>
+
+#include "e2e/installed_system.h"
+#include "e2e/spawned_program.h"
+#include "support/jpeg_media/jpeg_media.h"
+#include "vela/vela.h"
+
+namespace {
+
+using std::chrono::steady_clock;
+using testing::Each;
+using testing::ElementsAre;
+
+const char kKeepAlive[] = "{ \"id\": \"transcode\", \"duration_ms\" : 7500 }";
+
+// The power service, in the test's own process; runs while the default context does.
+class PowerService {
+ public:
+  explicit PowerService(const std::string& busAddress) {
+    g_setenv("DBUS_SESSION_BUS_ADDRESS", busAddress.c_str(), TRUE);
+    loop = g_main_loop_new(nullptr, FALSE);
+    VSError error;
+    if (!VSRegisterPubPriv("com.tarn.power", &handle, false, &error) ||
+        !VSRegisterCategory(handle, "/com/tarn/power", kMethods, nullptr, nullptr, &error) ||
+        !VSCategorySetData(handle, "/com/tarn/power", this, &error) ||
+        !VSGmainAttach(handle, loop, &error)) {
+      VSErrorPrint(&error, stderr);
+      abort();
+    }
+  }
+  ~PowerService() {
+    VSUnregister(handle, nullptr);
+    g_main_loop_unref(loop);
+  }
+  PowerService(const PowerService&) = delete;
+  PowerService& operator=(const PowerService&) = delete;
+
+  std::vector<std::string> payloads;
+
+ private:
+  static bool activityStart(VSHandle* service, VSMessage* message, void* self) {
+    static_cast<PowerService*>(self)->payloads.emplace_back(VSMessageGetPayload(message));
+    return VSMessageReply(service, message, R"({"returnValue":true})", nullptr);
+  }
+  static constexpr VSMethod kMethods[] = {{"activityStart", activityStart, 0}, {}};
+
+  GMainLoop* loop;
+  VSHandle* handle = nullptr;
+};
+
+class LifetimeTest : public testing::Test {
+ protected:
+  std::vector<std::string> environment(std::vector<std::string> more = {}) {
+    auto variables = system.bus().environment();
+    variables.push_back("XDG_CACHE_HOME=" + (system.files() / "cache"));
+    variables.insert(variables.end(), more.begin(), more.end());
+    return variables;
+  }
+  std::string logPath() { return system.files() / "log"; }
+
+  // A picture of 12 million points.
+  std::string bigPicture() {
+    JpegRecipe recipe;
+    recipe.width = 4000;
+    recipe.height = 3000;
+    EXPECT_TRUE(writeBytes(system.files() / "big.jpg", makeJpeg(recipe)));
+    return system.files() / "big.jpg";
+  }
+
+  InstalledSystem system;
+};
+
+TEST_F(LifetimeTest, EndsAtTheFirstIdleTickWithStatusZero) {
+  PowerService power(system.bus().address());
+  const auto start = steady_clock::now();
+  SpawnedProgram daemon(installed("libexec/tarn-transcode/start"), environment(), logPath());
+  const auto status = daemon.waitForEnd(20000);
+  const auto lived = steady_clock::now() - start;
+  ASSERT_TRUE(status);
+  EXPECT_TRUE(WIFEXITED(*status));
+  EXPECT_EQ(0, WEXITSTATUS(*status));
+  EXPECT_GE(lived, std::chrono::milliseconds(4900));
+#ifndef TARN_SANITIZED
+  EXPECT_LE(lived, std::chrono::milliseconds(5500));
+#endif
+  EXPECT_THAT(power.payloads, ElementsAre(kKeepAlive));
+}
+
+TEST_F(LifetimeTest, KeepsTheDeviceAwakeAtEveryTickWithALiveTask) {
+  const std::string in = bigPicture();
+  PowerService power(system.bus().address());
+  SpawnedProgram daemon(SHORT_TICK_DAEMON, environment({"TEST_TICK_MS=20"}), logPath());
+  const auto pending =
+      system.start("resizeImage", resizeRequest(in, system.files() / "out.jpg", 1000000));
+  const auto status = daemon.waitForEnd(60000);
+  ASSERT_TRUE(status);
+  EXPECT_EQ(0, *status);
+  EXPECT_TRUE(system.client().wait(pending).ok);
+  EXPECT_GE(power.payloads.size(), 3u);
+  EXPECT_THAT(power.payloads, Each(kKeepAlive));
+}
+
+TEST_F(LifetimeTest, GoesOnWithoutAPowerService) {
+  SpawnedProgram daemon(SHORT_TICK_DAEMON, environment({"TEST_TICK_MS=200"}), logPath());
+  ASSERT_TRUE(system.client().waitForName(kTranscode, true));
+  EXPECT_EQ("{\"returnValue\": 204800}", system.call("getMinimalBitrate", "{}").reply);
+  const auto status = daemon.waitForEnd(20000);
+  ASSERT_TRUE(status);
+  EXPECT_EQ(0, *status);
+}
+
+TEST_F(LifetimeTest, FailsWithStatusZeroWhenTheNameIsTaken) {
+  ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+  SpawnedProgram second(installed("libexec/tarn-transcode/start"), environment(), logPath());
+  const auto status = second.waitForEnd(20000);
+  ASSERT_TRUE(status);
+  EXPECT_EQ(0, *status);
+  EXPECT_THAT(readFile(logPath()), testing::HasSubstr("com.tarn.transcode"));
+  EXPECT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+}
+
+TEST_F(LifetimeTest, FailsWithStatusZeroWithoutABus) {
+  SpawnedProgram daemon(installed("libexec/tarn-transcode/start"),
+                        {"PATH=/usr/bin:/bin", "DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere",
+                         "XDG_CACHE_HOME=" + (system.files() / "cache")},
+                        logPath());
+  const auto status = daemon.waitForEnd(20000);
+  ASSERT_TRUE(status);
+  EXPECT_EQ(0, *status);
+  EXPECT_FALSE(readFile(logPath()).empty());
+}
+
+// Under the sanitizers, memory that is lost shows in the exit status.
+TEST_F(LifetimeTest, HundredPicturesLeaveNothingBehind) {
+  JpegRecipe recipe;
+  recipe.exif = ExifRecipe{.gps = true, .makerNoteBytes = 500, .thumbnail = true};
+  recipe.iccBytes = 1000;
+  const std::string in = system.files() / "in.jpg";
+  ASSERT_TRUE(writeBytes(in, makeJpeg(recipe)));
+  SpawnedProgram daemon(installed("libexec/tarn-transcode/start"), environment(), logPath());
+  ASSERT_TRUE(system.client().waitForName(kTranscode, true));
+  const auto resize = [&] {
+    return system.call("resizeImage", resizeRequest(in, system.files() / "out.jpg", 100000));
+  };
+  ASSERT_TRUE(resize().ok);
+  const long before = openDescriptors(daemon.pid());
+  for (int i = 0; i < 100; ++i)
+    ASSERT_TRUE(resize().ok);
+  EXPECT_EQ(before, openDescriptors(daemon.pid()));
+  const auto status = daemon.waitForEnd(60000);
+  ASSERT_TRUE(status);
+  EXPECT_EQ(0, *status) << readFile(logPath()).substr(0, 5000);
+}
+
+}  // namespace

@@ -1,0 +1,160 @@
+// Many requests at once: none lost, none run twice, others answered meanwhile.
+#include <gmock/gmock.h>
+
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "e2e/installed_system.h"
+#include "support/jpeg_media/jpeg_media.h"
+
+namespace {
+
+using tarn::test::BusClient;
+
+const char kBitrate[] = "{\"returnValue\": 204800}";
+
+// Calls getMinimalBitrate from that many clients at once; the payloads are "CLIENT-CALL". Returns
+// how many calls got another answer than the right one.
+int callFromClients(const InstalledSystem& system, int clients, int callsEach) {
+  std::atomic<int> wrong = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < clients; ++i) {
+    threads.emplace_back([&system, &wrong, callsEach, i] {
+      BusClient client(system.bus().address());
+      for (int j = 0; j < callsEach; ++j) {
+        const auto result = client.call(kTranscode, "/", kTranscode, "getMinimalBitrate",
+                                        std::to_string(i) + "-" + std::to_string(j));
+        if (result.reply != kBitrate) ++wrong;
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  return wrong;
+}
+
+// A daemon that does not end while the test looks at it.
+std::string lastingDaemon() {
+  return std::string("/usr/bin/env TEST_TICK_MS=600000 ") + SHORT_TICK_DAEMON;
+}
+
+std::string writePicture(const InstalledSystem& system, int width, int height) {
+  JpegRecipe recipe;
+  recipe.width = width;
+  recipe.height = height;
+  const std::string path = system.files() / "in.jpg";
+  EXPECT_TRUE(writeBytes(path, makeJpeg(recipe)));
+  return path;
+}
+
+TEST(LoadTest, EndsBetweenRequestsLoseNoneAndRunNoneTwice) {
+  const TempDir dir;
+  const std::string log = dir / "replies";
+  InstalledSystem system("/usr/bin/env TEST_TICK_MS=20 TEST_REPLY_LOG=" + log + " " +
+                         SHORT_TICK_DAEMON);
+  constexpr int kClients = 4;
+  constexpr int kCallsEach = 5000;
+  EXPECT_EQ(0, callFromClients(system, kClients, kCallsEach));
+
+  std::map<std::string, int> replies;
+  std::istringstream lines(readFile(log));
+  for (std::string line; std::getline(lines, line);)
+    ++replies[line];
+  EXPECT_EQ(static_cast<size_t>(kClients * kCallsEach), replies.size());
+  for (const auto& [id, count] : replies)
+    EXPECT_EQ(1, count) << id;
+}
+
+TEST(LoadTest, BitrateIsAnsweredWithinAnEncode) {
+  InstalledSystem system;
+  const std::string in = writePicture(system, 4000, 3000);
+  ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+  const auto encode =
+      system.start("resizeImage", resizeRequest(in, system.files() / "out.jpg", 10000000));
+  EXPECT_EQ(kBitrate, system.call("getMinimalBitrate", "{}").reply);
+  EXPECT_FALSE(system.client().isDone(encode));
+  EXPECT_THAT(system.client().wait(encode).reply,
+              testing::StartsWith(R"({"returnValue":true,"xSize":4000,"ySize":3008,)"));
+}
+
+TEST(LoadTest, NestedRequestsAreAllAnsweredRight) {
+  InstalledSystem system;
+  const std::string in = writePicture(system, 4000, 3000);
+  std::vector<std::shared_ptr<BusClient::Pending>> pending;
+  for (int i = 0; i < 20; ++i) {
+    pending.push_back(system.start(
+        "resizeImage",
+        resizeRequest(in, system.files() / (std::to_string(i) + ".jpg"), 10000000 + i)));
+  }
+  const std::string one = system.client().wait(pending[0]).reply;
+  EXPECT_THAT(one, testing::StartsWith(R"({"returnValue":true,"xSize":4000,"ySize":3008,)"));
+  const std::string first = readFile(system.files() / "0.jpg");
+  for (int i = 1; i < 20; ++i) {
+    EXPECT_EQ(one, system.client().wait(pending[i]).reply);
+    EXPECT_EQ(first, readFile(system.files() / (std::to_string(i) + ".jpg")));
+  }
+}
+
+#ifndef TARN_SANITIZED  // memory and time mean nothing under a sanitizer
+
+TEST(LoadTest, MemoryIsBackAfterTenThousandCalls) {
+  InstalledSystem system(lastingDaemon());
+  ASSERT_EQ(0, callFromClients(system, 8, 125));
+  const pid_t daemon = system.daemonPid();
+  const long before = residentKb(daemon);
+  ASSERT_GT(before, 0);
+  EXPECT_EQ(0, callFromClients(system, 8, 1250));
+  EXPECT_LE(residentKb(daemon), before + 2048);
+}
+
+TEST(LoadTest, TwoHundredBigPicturesStayInBounds) {
+  InstalledSystem system;
+  const std::string in = writePicture(system, 4000, 3000);
+  std::vector<std::shared_ptr<BusClient::Pending>> pending;
+  for (int i = 0; i < 200; ++i) {
+    pending.push_back(
+        system.start("resizeImage",
+                     resizeRequest(in, system.files() / (std::to_string(i % 20) + ".jpg"), 50000)));
+  }
+  system.client().sync();
+  const pid_t daemon = system.daemonPid();
+  long peakKb = 0;
+  for (const auto& call : pending) {
+    EXPECT_THAT(system.client().wait(call).reply, testing::StartsWith(R"({"returnValue":true,)"));
+    int kb = 0;
+    const std::string status = readFile("/proc/" + std::to_string(daemon) + "/status");
+    const size_t peak = status.find("VmHWM:");
+    ASSERT_NE(std::string::npos, peak);
+    sscanf(status.c_str() + peak, "VmHWM: %d kB", &kb);
+    peakKb = std::max<long>(peakKb, kb);
+  }
+  EXPECT_GT(peakKb, 10 * 1024);
+  EXPECT_LT(peakKb, 600 * 1024);
+}
+
+// What the first requests left behind must not slow the last ones down.
+TEST(LoadTest, FiveThousandSmallPicturesWithoutAPause) {
+  InstalledSystem system(lastingDaemon());
+  const std::string request =
+      resizeRequest(writePicture(system, 160, 120), system.files() / "out.jpg", 100000);
+  const auto hundred = [&] {
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 100; ++i) {
+      const auto result = system.call("resizeImage", request);
+      EXPECT_THAT(result.reply, testing::StartsWith(R"({"returnValue":true,)"));
+    }
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  };
+  const double first = hundred();
+  const pid_t daemon = system.daemonPid();
+  for (int i = 0; i < 48; ++i)
+    hundred();
+  const double last = hundred();
+  EXPECT_EQ(daemon, system.daemonPid());
+  EXPECT_LE(last, 1.5 * first) << "first " << first << " s, last " << last << " s";
+}
+
+#endif
+
+}  // namespace

@@ -1,0 +1,159 @@
+// Photos of every kind come out under budget, looking as before, with their metadata.
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <set>
+
+#include "e2e/installed_system.h"
+#include "support/jpeg_media/jpeg_media.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Photo {
+  const char* name;
+  JpegRecipe recipe;
+};
+
+JpegRecipe makeRecipe(Subsampling subsampling, bool progressive = false) {
+  JpegRecipe recipe;
+  recipe.width = 1600;
+  recipe.height = 1200;
+  recipe.quality = 97;
+  recipe.subsampling = subsampling;
+  recipe.progressive = progressive;
+  return recipe;
+}
+
+JpegRecipe fromCamera(bool bigEndian, int orientation) {
+  JpegRecipe recipe = makeRecipe(Subsampling::S422);
+  recipe.jfif = false;
+  recipe.exif = ExifRecipe{.bigEndian = bigEndian,
+                           .shortDimensions = bigEndian,
+                           .orientation = orientation,
+                           .gps = true,
+                           .makerNoteBytes = 5000,
+                           .thumbnail = true};
+  recipe.xmp =
+      "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF "
+      "xmlns:rdf='http://www.w3.org/1999/02/22-rdf-syntax-ns#'><rdf:Description rdf:about='' "
+      "xmlns:xmp='http://ns.adobe.com/xap/1.0/' xmp:Rating='4'/></rdf:RDF></x:xmpmeta>";
+  recipe.iptcCaption = "a caption";
+  recipe.iccBytes = 3000;
+  recipe.comment = "a comment";
+  return recipe;
+}
+
+std::vector<Photo> photos() {
+  return {{"baseline420", makeRecipe(Subsampling::S420)},
+          {"baseline422", makeRecipe(Subsampling::S422)},
+          {"baseline444", makeRecipe(Subsampling::S444)},
+          {"grayscale", makeRecipe(Subsampling::Gray)},
+          {"progressive", makeRecipe(Subsampling::S420, true)},
+          {"progressive444", makeRecipe(Subsampling::S444, true)},
+          {"cameraII", fromCamera(false, 1)},
+          {"cameraMM", fromCamera(true, 6)},
+          {"rotatedII", fromCamera(false, 8)}};
+}
+
+// Every field that exiftool finds, less those that describe the file and its picture data.
+std::multiset<std::string> metadata(const std::string& path) {
+  const std::string output = runCommand(
+                                 "exiftool -a -u -G1 -s -x File:all -x System:all -x Composite:all "
+                                 "-x ExifTool:all -x ExifImageWidth -x ExifImageHeight " +
+                                 path)
+                                 .out;
+  std::multiset<std::string> fields;
+  std::istringstream lines(output);
+  for (std::string line; std::getline(lines, line);)
+    fields.insert(line);
+  return fields;
+}
+
+class PhotosTest : public testing::Test {
+ protected:
+  InstalledSystem system;
+  const std::string in = system.files() / "in.jpg";
+  const std::string out = system.files() / "out.jpg";
+};
+
+TEST_F(PhotosTest, FitTheBudgetAndLookAsBefore) {
+  for (const Photo& photo : photos()) {
+    SCOPED_TRACE(photo.name);
+    ASSERT_TRUE(writeBytes(in, makeJpeg(photo.recipe)));
+    const int budget = static_cast<int>(fs::file_size(in)) - 1;
+    const auto result = system.call("resizeImage", resizeRequest(in, out, budget));
+    EXPECT_THAT(result.reply,
+                testing::StartsWith(R"({"returnValue":true,"xSize":1600,"ySize":1200,)"));
+    EXPECT_LE(fs::file_size(out), static_cast<unsigned>(budget));
+    EXPECT_EQ("1600x1200", runCommand("identify -format '%wx%h' " + out).out);
+
+    const double psnr = atof(runCommand("compare -metric PSNR -define "
+                                        "jpeg:ignore-orientation=true " +
+                                        in + " " + out + " null: 2>&1")
+                                 .out.c_str());
+    EXPECT_GE(psnr, 35);
+  }
+}
+
+// Against another program's scaling of the same source, so that a shift or a border shows.
+TEST_F(PhotosTest, ScaleWithoutBorderOrShift) {
+  for (const Photo& photo : photos()) {
+    SCOPED_TRACE(photo.name);
+    ASSERT_TRUE(writeBytes(in, makeJpeg(photo.recipe)));
+    const int budget = static_cast<int>(fs::file_size(in)) / 4;
+    const auto result = system.call("resizeImage", resizeRequest(in, out, budget));
+    ASSERT_THAT(result.reply, testing::StartsWith(R"({"returnValue":true,)"));
+    const std::string size = runCommand("identify -format '%wx%h' " + out).out;
+    EXPECT_EQ("800x608", size);
+    const double psnr =
+        atof(runCommand("convert " + in + " -resize " + size + "! " + in + ".png && " +
+                        "compare -metric PSNR " + in + ".png " + out + " null: 2>&1")
+                 .out.c_str());
+    EXPECT_GE(psnr, 35);
+  }
+}
+
+TEST_F(PhotosTest, KeepEveryFieldOfTheirMetadata) {
+  auto all = photos();
+  all.push_back({"profileInTwoSegments", fromCamera(false, 3)});
+  all.back().recipe.iccBytes = 70000;
+  for (const Photo& photo : all) {
+    SCOPED_TRACE(photo.name);
+    ASSERT_TRUE(writeBytes(in, makeJpeg(photo.recipe)));
+    const int budget = static_cast<int>(fs::file_size(in)) - 1;
+    ASSERT_TRUE(system.call("resizeImage", resizeRequest(in, out, budget)).ok);
+    const auto before = metadata(in);
+    EXPECT_FALSE(before.empty());
+    EXPECT_EQ(before, metadata(out));
+  }
+}
+
+TEST_F(PhotosTest, TellTheirNewSizeInTheMetadata) {
+  for (const bool bigEndian : {false, true}) {
+    ASSERT_TRUE(writeBytes(in, makeJpeg(fromCamera(bigEndian, 1))));
+    ASSERT_TRUE(system.call("resizeImage", resizeRequest(in, out, 150000)).ok);
+    const std::string size = runCommand("identify -format '%w %h' " + out).out;
+    EXPECT_EQ(size, runCommand("exiftool -T -p '$ExifImageWidth $ExifImageHeight' " + out +
+                               " | tr -d '\\n'")
+                        .out);
+  }
+}
+
+// A budget far below what the metadata alone takes.
+TEST_F(PhotosTest, SayNoWhenTheMetadataAloneIsTooMuch) {
+  ASSERT_TRUE(writeBytes(in, makeJpeg(fromCamera(false, 1))));
+  const auto result = system.call("resizeImage", resizeRequest(in, out, 9000));
+  EXPECT_EQ(R"({"returnValue":false})", result.reply);
+}
+
+TEST_F(PhotosTest, EncodeInPlaceOfAnOldFile) {
+  ASSERT_TRUE(writeBytes(in, makeJpeg(makeRecipe(Subsampling::S420))));
+  system.files().write("out.jpg", std::string(5000000, 'x'));
+  ASSERT_TRUE(system.call("resizeImage", resizeRequest(in, out, 200000)).ok);
+  EXPECT_LE(fs::file_size(out), 200000u);
+  EXPECT_EQ(0, runCommand("identify " + out).exitCode);
+}
+
+}  // namespace

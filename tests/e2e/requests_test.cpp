@@ -1,0 +1,175 @@
+// Every documented answer, byte for byte, from the installed daemon over a real bus.
+#include <gmock/gmock.h>
+
+#include "e2e/installed_system.h"
+#include "support/jpeg_media/jpeg_media.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string failure(const std::string& text) {
+  return R"({"returnValue":false,"errorText":")" + text + "\"}";
+}
+
+class RequestsTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    JpegRecipe recipe;
+    recipe.width = 1000;
+    recipe.height = 750;
+    recipe.content = Content::Noise;
+    recipe.quality = 95;
+    const Bytes jpeg = makeJpeg(recipe);
+    pictureBytes = static_cast<int>(jpeg.size());
+    ASSERT_TRUE(writeBytes(in, jpeg));
+  }
+
+  std::string reply(const std::string& method, const std::string& payload) {
+    const auto result = system.call(method, payload);
+    EXPECT_TRUE(result.ok) << result.errorName << ": " << result.errorMessage;
+    return result.reply;
+  }
+
+  InstalledSystem system;
+  const std::string in = system.files() / "in.jpg";
+  const std::string out = system.files() / "made/out.jpg";
+  int pictureBytes = 0;
+};
+
+TEST_F(RequestsTest, MinimalBitrateIsFixedWhateverIsAsked) {
+  for (const char* payload : {"{}", "", "no json", "[[[", "{\"inFile\":3}", "null"}) {
+    EXPECT_EQ("{\"returnValue\": 204800}", reply("getMinimalBitrate", payload)) << payload;
+  }
+}
+
+TEST_F(RequestsTest, MalformedCommandsAreNamed) {
+  const std::string brackets(500000, '[');
+  for (const std::string& payload :
+       {std::string(), std::string("no json"), std::string("{\"inFile\":"), std::string("{} {}"),
+        std::string(R"({"inFile":"\ud800"})"), brackets + std::string(500000, ']'), brackets}) {
+    for (const char* method : {"resizeImage", "scaleImage"}) {
+      EXPECT_EQ(failure(R"(malformed command\n)"), reply(method, payload))
+          << payload.substr(0, 100);
+    }
+  }
+}
+
+TEST_F(RequestsTest, ParametersThatCannotBeParsedAreNamed) {
+  const std::string files = R"("inFile":")" + in + R"(","outFile":")" + out + "\"";
+  const std::string clip = files + R"(,"xTop":0,"yTop":0)";
+  const std::tuple<const char*, std::string, const char*> cases[] = {
+      {"resizeImage", "{}", "Could not parse param inFile"},
+      {"resizeImage", "[1,2]", "Could not parse param inFile"},
+      {"resizeImage", "\"text\"", "Could not parse param inFile"},
+      {"resizeImage", R"({"inFile":7,"outFile":"b"})", "Could not parse param inFile"},
+      {"resizeImage", R"({"inFile":"a\u0000b","outFile":"b"})", "Could not parse param inFile"},
+      {"resizeImage", R"({"inFile":"a"})", "Could not parse param outFile"},
+      {"resizeImage", "{" + files + "}", "Could not parse param resize"},
+      {"resizeImage", "{" + files + R"(,"size":"300000"})", "Could not parse param resize"},
+      {"resizeImage", "{" + files + R"(,"size":2147483648})", "Could not parse param resize"},
+      {"scaleImage", "{}", "Could not parse param inFile"},
+      {"scaleImage", "{" + files + "}", "Could not parse param xTop"},
+      {"scaleImage", "{" + files + R"(,"xTop":0})", "Could not parse param yTop"},
+      {"scaleImage", "{" + clip + "}", "Could not parse param xSize"},
+      {"scaleImage", "{" + clip + R"(,"xSize":16})", "Could not parse param ySize"},
+      {"scaleImage", "{" + clip + R"(,"xSize":16,"ySize":16})", "Could not parse param scale"},
+      {"scaleImage", "{" + clip + R"(,"xSize":15,"ySize":16,"scale":0})", "Bad scale parameter"},
+      {"scaleImage", "{" + clip + R"(,"xSize":15,"ySize":16,"scale":101})", "Bad scale parameter"},
+      {"scaleImage", "{" + clip + R"(,"xSize":15,"ySize":16,"scale":-5})", "Bad scale parameter"},
+      {"scaleImage", "{" + clip + R"(,"xSize":15,"ySize":15,"scale":50})", "Bad xSize parameter"},
+      {"scaleImage", "{" + clip + R"(,"xSize":31,"ySize":15,"scale":50})", "Bad ySize parameter"},
+  };
+  for (const auto& [method, payload, text] : cases) {
+    EXPECT_EQ(failure(text), reply(method, payload)) << payload;
+  }
+  EXPECT_FALSE(fs::exists(system.files() / "made"));
+}
+
+TEST_F(RequestsTest, FilesThatCannotBeUsedAreNamed) {
+  EXPECT_EQ(failure("Unable to open file"),
+            reply("resizeImage", resizeRequest(system.files() / "none.jpg", out, 1000)));
+  EXPECT_FALSE(fs::exists(system.files() / "made"));
+  EXPECT_EQ(failure("failed to create output directory"),
+            reply("resizeImage", resizeRequest(in, "/proc/none/out.jpg", 1000)));
+  EXPECT_EQ(failure("failed to open output file"),
+            reply("resizeImage", resizeRequest(in, system.files().path(), 1000)));
+}
+
+TEST_F(RequestsTest, ScaleImageAlwaysEndsTooSmall) {
+  const auto scaleRequest = [this](int xTop, int xSize) {
+    return R"({"inFile":")" + in + R"(","outFile":")" + out + R"(","xTop":)" +
+           std::to_string(xTop) + R"(,"yTop":0,"xSize":)" + std::to_string(xSize) +
+           R"(,"ySize":64,"scale":50})";
+  };
+  EXPECT_EQ(failure(R"(Scale factor is too small\n)"), reply("scaleImage", scaleRequest(0, 64)));
+  EXPECT_EQ(0u, fs::file_size(out));
+  EXPECT_EQ(failure("invalid clip rect"), reply("scaleImage", scaleRequest(937, 64)));
+}
+
+TEST_F(RequestsTest, ABudgetWithoutAPixelIsRefused) {
+  EXPECT_EQ(failure(R"(Scale factor is too small\n)"),
+            reply("resizeImage", resizeRequest(in, out, 1)));
+  EXPECT_EQ(0u, fs::file_size(out));
+}
+
+TEST_F(RequestsTest, ReplyTellsWhatIsOnDisk) {
+  const std::pair<int, const char*> cases[] = {
+      {pictureBytes + 1, R"("xSize":1008,"ySize":752)"},
+      // Neither the default quality nor half of it fits at the first level.
+      {240000, R"("xSize":512,"ySize":384)"},
+  };
+  for (const auto& [size, dimensions] : cases) {
+    const std::string text = reply("resizeImage", resizeRequest(in, out, size));
+    EXPECT_THAT(text, testing::StartsWith(std::string(R"({"returnValue":true,)") + dimensions));
+    EXPECT_EQ(text.substr(text.rfind(':') + 1), std::to_string(fs::file_size(out)) + "}");
+    EXPECT_LE(fs::file_size(out), static_cast<unsigned>(size));
+  }
+}
+
+TEST_F(RequestsTest, TriesFourLevelsAndKeepsTheLastAttempt) {
+  EXPECT_EQ(R"({"returnValue":false})", reply("resizeImage", resizeRequest(in, out, 0)));
+  EXPECT_EQ("128x96", runCommand("identify -format '%wx%h' " + out).out);
+  std::vector<std::string> tried;
+  std::istringstream log(system.bus().log());
+  for (std::string line; std::getline(log, line);) {
+    const size_t found = line.find("trying res ");
+    if (found != std::string::npos) tried.push_back(line.substr(found));
+  }
+  EXPECT_THAT(tried, testing::ElementsAre(
+                         "trying res 1008x752, quality 85", "trying res 512x384, quality 85",
+                         "trying res 256x192, quality 85", "trying res 128x96, quality 85"));
+}
+
+TEST_F(RequestsTest, StandardErrorsForWhatTheServiceDoesNotHave) {
+  auto& client = system.client();
+  EXPECT_EQ("org.freedesktop.DBus.Error.UnknownMethod",
+            system.call("noSuchMethod", "{}").errorName);
+  EXPECT_EQ("org.freedesktop.DBus.Error.UnknownObject",
+            client.call(kTranscode, "/nowhere", kTranscode, "resizeImage", "{}").errorName);
+  EXPECT_EQ("org.freedesktop.DBus.Error.UnknownInterface",
+            client.call(kTranscode, "/", "com.tarn.other", "resizeImage", "{}").errorName);
+  EXPECT_EQ(
+      "org.freedesktop.DBus.Error.InvalidArgs",
+      client.callRaw(kTranscode, "/", kTranscode, "resizeImage", g_variant_new("(ss)", "{}", "{}"))
+          .errorName);
+}
+
+TEST_F(RequestsTest, OversizedPayloadsAreRefusedAndTheServiceLivesOn) {
+  EXPECT_EQ("org.freedesktop.DBus.Error.LimitsExceeded",
+            system.call("resizeImage", std::string((1 << 20) + 1, ' ')).errorName);
+  EXPECT_EQ("{\"returnValue\": 204800}", reply("getMinimalBitrate", "{}"));
+}
+
+TEST_F(RequestsTest, AnyBusToolStartsTheDaemonAndGetsItsReply) {
+  const std::string command =
+      "DBUS_SESSION_BUS_ADDRESS='" + system.bus().address() +
+      "' gdbus call --session --dest com.tarn.transcode --object-path / --method "
+      "com.tarn.transcode.resizeImage '" +
+      resizeRequest(in, out, pictureBytes / 3) + "'";
+  const auto output = runCommand(command);
+  EXPECT_EQ(0, output.exitCode);
+  EXPECT_THAT(output.out, testing::StartsWith(R"(('{"returnValue":true,"xSize":)"));
+}
+
+}  // namespace
