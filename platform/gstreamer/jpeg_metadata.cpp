@@ -75,14 +75,14 @@ bool makeJpegHead(const uint8_t* encoded, size_t sizeBytes,
   JpegHead made;
   made.restOffset = skipJfif(encoded, sizeBytes);
   made.bytes = {0xFF, kMarkerSoi};
-  if (std::none_of(metadata.begin(), metadata.end(), isExif)) {
-    if (std::none_of(metadata.begin(), metadata.end(), isJfif)) {
-      made.bytes.assign(encoded, encoded + made.restOffset);
-    } else {
-      for (const JpegSegment& segment : metadata)
-        if (isJfif(segment)) append(segment, &made);
-    }
+  const auto tellsDensity = [](const JpegSegment& segment) {
+    return isJfif(segment) || isExif(segment);
+  };
+  if (std::none_of(metadata.begin(), metadata.end(), tellsDensity)) {
+    made.bytes.assign(encoded, encoded + made.restOffset);
   }
+  for (const JpegSegment& segment : metadata)
+    if (isJfif(segment)) append(segment, &made);
   bool exifSeen = false;
   for (const JpegSegment& segment : metadata) {
     if (isJfif(segment)) continue;

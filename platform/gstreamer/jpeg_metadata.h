@@ -23,9 +23,8 @@ struct JpegHead {
 };
 
 // Puts the metadata behind the SOI of a whole encoded picture, byte for byte and in order, but the
-// two pixel dimensions in the first Exif segment become the encoded picture's. One density header
-// remains: none beside Exif (which records the density itself and has to come first), else the
-// metadata's JFIF, else the encoder's.
+// JFIF goes first and the two pixel dimensions in the first Exif segment become the encoded
+// picture's. The encoder's own JFIF remains only where the metadata tells no density of its own.
 // Returns false, and leaves the head as it was, if the bytes are no JPEG picture.
 bool makeJpegHead(const uint8_t* encoded, size_t sizeBytes,
                   const std::vector<JpegSegment>& metadata, JpegHead* head);

@@ -119,6 +119,8 @@ TEST_F(PhotosTest, KeepEveryFieldOfTheirMetadata) {
   auto all = photos();
   all.push_back({"profileInTwoSegments", fromCamera(false, 3)});
   all.back().recipe.iccBytes = 70000;
+  all.push_back({"jfifAndExif", fromCamera(true, 1)});
+  all.back().recipe.jfif = true;
   for (const Photo& photo : all) {
     SCOPED_TRACE(photo.name);
     ASSERT_TRUE(writeBytes(in, makeJpeg(photo.recipe)));

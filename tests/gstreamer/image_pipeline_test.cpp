@@ -136,7 +136,8 @@ TEST_F(ImagePipelineTest, AllKindsOfPicturesPass) {
                         .subsampling = subsampling,
                         .content = Content::Noise,
                         .progressive = progressive,
-                        .restartRows = progressive ? 0 : 1};
+                        .restartRows = progressive ? 0 : 1,
+                        .jfif = false};
       recipe.exif = ExifRecipe{};
       ASSERT_EQ(encode(makeJpeg(recipe), 112, 80), Outcome::End) << static_cast<int>(subsampling);
       EXPECT_EQ(sizeOf(output()), std::pair(112u, 80u));

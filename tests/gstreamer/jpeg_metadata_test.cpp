@@ -65,14 +65,22 @@ TEST(JpegMetadata, WithoutMetadataThePictureStaysByteForByte) {
   EXPECT_EQ(remake(bareEncoderPicture(), {}), bareEncoderPicture());
 }
 
-TEST(JpegMetadata, ExifTakesThePlaceOfJfifAndGetsTheNewSize) {
-  JpegRecipe source{.width = 640, .height = 480};
+TEST(JpegMetadata, ExifTakesThePlaceOfTheEncodersJfifAndGetsTheNewSize) {
+  JpegRecipe source{.width = 640, .height = 480, .jfif = false};
   source.exif = ExifRecipe{.bigEndian = true, .makerNoteBytes = 50, .thumbnail = true};
   source.xmp = "<x:xmpmeta/>";
   const auto made = segmentsOf(remake(encoderPicture(), segmentsOf(makeJpeg(source))));
   ASSERT_EQ(made.size(), 2u);
   EXPECT_EQ(made[0].payload, makeExif(*source.exif, 16, 32));
-  EXPECT_EQ(made[1].payload, segmentsOf(makeJpeg(source))[2].payload);
+  EXPECT_EQ(made[1].payload, segmentsOf(makeJpeg(source))[1].payload);
+}
+
+TEST(JpegMetadata, TheSourcesJfifStaysBesideItsExif) {
+  JpegRecipe source{.width = 16, .height = 32, .density = 240};
+  source.exif = ExifRecipe{};
+  const auto wanted = segmentsOf(makeJpeg(source));
+  ASSERT_EQ(wanted.size(), 2u);
+  EXPECT_EQ(payloadsOf(segmentsOf(remake(encoderPicture(), wanted))), payloadsOf(wanted));
 }
 
 TEST(JpegMetadata, TheSourcesJfifReplacesTheEncoders) {
