@@ -9,6 +9,7 @@ namespace dsjson {
 
 using OrderedJson = nlohmann::ordered_json;
 
+// NOLINTNEXTLINE(bugprone-exception-escape): the library's move asserts, and throws nothing
 struct JValue::Json {
   OrderedJson value;
 };

@@ -1,5 +1,6 @@
 #include "framework/make_dest_dir.h"
 
+#include <glib.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -44,12 +45,14 @@ int makeDestDir(const char* path) {
   memcpy(directory.get(), path, strlen(path) - strlen(last) - 1);
   if (exists(directory.get())) return 0;
 
-  const CString made(static_cast<char*>(calloc(strlen(path) + 1, 1)));
+  const size_t madeSize = strlen(path) + 1;
+  const CString made(static_cast<char*>(calloc(madeSize, 1)));
   if (made == nullptr) return errno;
   char* rest = nullptr;
   for (char* token = strtok_r(directory.get(), "/", &rest); token != nullptr;
        token = strtok_r(nullptr, "/", &rest)) {
-    strcat(strcat(made.get(), "/"), token);
+    g_strlcat(made.get(), "/", madeSize);
+    g_strlcat(made.get(), token, madeSize);
     if (!exists(made.get()) && mkdir(made.get(), 0777) != 0) return errno;
   }
   return 0;

@@ -24,7 +24,6 @@ const char kRun[] = "virtual LaunchResult JpegTranscodeGstreamer::run()";
 class JpegSearchTest : public testing::Test {
  protected:
   void SetUp() override {
-    gst_init(nullptr, nullptr);
     // A plug-in that is loaded later would bring back the elements that the tests take away.
     for (const char* name : {"coreelements", "jpeg", "videocrop", "tarntranscode"}) {
       GstPlugin* plugin = gst_plugin_load_by_name(name);
