@@ -1,0 +1,82 @@
+// ffmpeg as the transcoding daemon knows it: the old command line and report, on today's parts.
+//
+//   ffmpeg -i FILE                        prints the report on FILE, exit 1 as it always was
+//   ffmpeg -i FILE [options] OUTPUT       encodes, exit 0
+//
+// Standard output stays empty; whatever fails is told on standard error with exit 1.
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "ffmpeg/media_facts.h"
+#include "ffmpeg/media_input.h"
+#include "ffmpeg/options.h"
+#include "ffmpeg/plain_text.h"
+#include "ffmpeg/probe_report.h"
+#include "ffmpeg/process_setup.h"
+#include "ffmpeg/real_ffmpeg.h"
+#include "ffmpeg/sandbox.h"
+#include "ffmpeg/transcode.h"
+
+namespace {
+
+constexpr auto kProbeLimit = std::chrono::seconds(20);
+
+void print(const std::string& text) {
+  size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t count = write(STDERR_FILENO, text.data() + done, text.size() - done);
+    if (count <= 0) return;
+    done += static_cast<size_t>(count);
+  }
+}
+
+// `reason` may have several lines; each is made safe to print.
+int fail(const std::string& reason) {
+  size_t start = 0;
+  std::string text;
+  for (size_t end = reason.find('\n'); end != std::string::npos; end = reason.find('\n', start)) {
+    text += printableLine(reason.substr(start, end - start)) + "\n";
+    start = end + 1;
+  }
+  print(text + "ffmpeg: " + printableLine(reason.substr(start)) + "\n");
+  return 1;
+}
+
+int probe(const Options& options) {
+  MediaInput input;
+  std::string error;
+  if (!input.open(options.input, kProbeLimit, &error)) return fail(error);
+  MediaFacts facts;
+  readMediaFacts(input, options.input, &facts);
+  print(probeReport(facts) + "At least one output file must be specified\n");
+  return 1;
+}
+
+int transcode(const Options& options, const std::string& program) {
+  Transcode job(options, program);
+  std::string error;
+  int stopSignal = 0;
+  if (job.run(&error, &stopSignal)) return 0;
+  fail(error);
+  if (stopSignal != 0) raise(stopSignal);  // whoever stopped us sees that it was so
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const pid_t parent = getppid();
+  closeInheritedDescriptors();
+  resetSignals();
+  if (!endWithParent(SIGTERM, parent) || !isListenedTo()) return 1;
+
+  Options options;
+  std::string error;
+  if (!parseOptions(argc, argv, &options, &error)) return fail(error);
+  const std::string program = options.isProbe() ? "" : findRealFfmpeg();
+  if (!sandboxFor(options, program).enter()) return fail("the sandbox cannot be entered");
+  return options.isProbe() ? probe(options) : transcode(options, program);
+}

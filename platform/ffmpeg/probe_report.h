@@ -1,0 +1,13 @@
+// What the program prints about its input: the report that its callers read figures from.
+#pragma once
+
+#include <string>
+
+struct MediaFacts;
+
+// The whole report, ASCII only, ending in a line end. Callers look for one "Duration: " and, after
+// it, for one "Video: … kb/s, F fps, T tbr"; foreign text stands before that and cannot imitate it.
+std::string probeReport(const MediaFacts& facts);
+
+// Rates as "29.97", whole ones as "25", whole thousands as "90k".
+std::string rateText(double rate);

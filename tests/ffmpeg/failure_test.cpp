@@ -1,0 +1,186 @@
+// Encodes that cannot succeed: exit 1, a clear line, the old file as it was, nothing left behind.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "ffmpeg/program_run.h"
+#include "support/movie_media/movie_media.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class FailureTest : public testing::Test {
+ protected:
+  FailureTest() { writeText(out, "the old file"); }
+
+  RunResult run(const std::string& input, std::vector<std::string> words,
+                const std::vector<std::string>& environment = {}) {
+    words.insert(words.begin(), {"-i", input, "-y"});
+    words.push_back(out);
+    return runFfmpeg(words, environment);
+  }
+
+  void expectFailure(const RunResult& result, const std::string& words) {
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, HasSubstr(words));
+    EXPECT_THAT(result.err, testing::Not(HasSubstr(".tarn-ffmpeg")));
+    EXPECT_EQ(readText(out), "the old file");
+    std::filesystem::remove_all(folder.file("programs"));
+    EXPECT_THAT(folder.names(), ElementsAre("out.mp4"));
+  }
+
+  RunResult runFake(const std::string& script, std::vector<std::string> words,
+                    std::vector<std::string> environment = {}) {
+    environment.push_back(pathWithFakeFfmpeg(folder, script));
+    return run(movieClip(ClipRecipe{}), std::move(words), environment);
+  }
+
+  TestFolder folder;
+  const std::string out = folder.file("out.mp4");
+};
+
+const std::vector<std::string> kPlain = {"-vcodec", "mpeg4", "-acodec", "libfaac"};
+
+TEST_F(FailureTest, BadInput) {
+  expectFailure(run("/nonexistent.mp4", kPlain), "/nonexistent.mp4: No such file or directory\n");
+  expectFailure(run(textFile("text.mp4", std::string(5000, 'x')), kPlain), "text.mp4: ");
+  expectFailure(run(textFile("list.mp4", "ffconcat version 1.0\nfile '/etc/passwd'\n"), kPlain),
+                "list.mp4: ");
+}
+
+TEST_F(FailureTest, EncoderOfAnUnknownName) {
+  const RunResult result = run(movieClip(ClipRecipe{}), {"-vcodec", "nosuchcodec"});
+  expectFailure(result, "Unknown encoder 'nosuchcodec'\n");
+  EXPECT_THAT(result.err, HasSubstr("ffmpeg: the encoder failed\n"));
+}
+
+TEST_F(FailureTest, CodecThatTheContainerCannotHold) {
+  expectFailure(run(movieClip(ClipRecipe{}), {"-vcodec", "wmv2", "-an"}), "wmv2");
+}
+
+TEST_F(FailureTest, StartBeyondTheEnd) {
+  expectFailure(run(movieClip(ClipRecipe{}), {"-vcodec", "mpeg4", "-ss", "7.5"}),
+                "the clip starts at 7.5 s, beyond the end of the input\n");
+}
+
+TEST_F(FailureTest, InputCutShort) {
+  const std::string whole = readText(movieClip({.name = "t.mkv", .seconds = 8}));
+  const std::string half = textFile("half.mkv", whole.substr(0, whole.size() / 2));
+  expectFailure(run(half, kPlain), "could be read: the input is damaged or cut short\n");
+}
+
+TEST_F(FailureTest, NoSuchFolder) {
+  const RunResult result =
+      runFfmpeg({"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", "/nonexistent/out.mp4"});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.err, "ffmpeg: cannot write in /nonexistent: No such file or directory\n");
+}
+
+TEST_F(FailureTest, OutputThatIsNoFile) {
+  std::filesystem::create_directory(folder.file("d.mp4"));
+  const RunResult result =
+      runFfmpeg({"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", folder.file("d.mp4")});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.err, HasSubstr("d.mp4: not a regular file\n"));
+}
+
+TEST_F(FailureTest, OutputThatIsTheInput) {
+  std::filesystem::copy_file(movieClip(ClipRecipe{}), folder.file("clip.mp4"));
+  std::filesystem::create_symlink(folder.file("clip.mp4"), folder.file("link.mp4"));
+  const RunResult result =
+      runFfmpeg({"-i", folder.file("clip.mp4"), "-y", "-vcodec", "mpeg4", folder.file("link.mp4")});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.err, HasSubstr("the output is the input\n"));
+}
+
+TEST_F(FailureTest, ExistingFilesAreOverwrittenOnlyOnRequest) {
+  const RunResult result = runFfmpeg({"-i", movieClip(ClipRecipe{}), "-vcodec", "mpeg4", out});
+  expectFailure(result, "the file exists already (-y overwrites it)\n");
+}
+
+TEST_F(FailureTest, UnknownOption) {
+  const RunResult result = run(movieClip(ClipRecipe{}), {"-vf", "hflip"});
+  EXPECT_EQ(result.err, "ffmpeg: unknown option '-vf'\n");
+  expectFailure(result, "unknown option");
+}
+
+TEST_F(FailureTest, SecondPassWithoutItsLog) {
+  expectFailure(
+      run(movieClip(ClipRecipe{}), {"-vcodec", "mpeg4", "-pass", "2", "-passlogfile", out}),
+      "out.mp4-0.log: the first pass's log cannot be read: No such file or directory\n");
+}
+
+TEST_F(FailureTest, EncoderThatDiesOfASignal) {
+  expectFailure(runFake("echo '[mpeg4 @ 0x55] bad' >&2\nkill -SEGV $$\n", kPlain),
+                "[mpeg4] bad\nffmpeg: the encoder died of signal 11 (Segmentation fault)\n");
+}
+
+TEST_F(FailureTest, AbortInTheSecondPassMeansTooLowABitrate) {
+  writeText(out + "-0.log", "");
+  const RunResult result =
+      runFake("kill -ABRT $$\n", {"-vcodec", "mpeg4", "-pass", "2", "-passlogfile", out});
+  std::filesystem::remove(out + "-0.log");
+  expectFailure(result,
+                "ffmpeg: the video bitrate is too low for this picture size and frame rate: the "
+                "encoder died of signal 6 (Aborted)\n");
+}
+
+TEST_F(FailureTest, RealAbortInTheSecondPass) {
+  const std::string clip =
+      movieClip("noise.mkv", {"-f", "lavfi", "-i",
+                              "nullsrc=size=320x240:rate=25:duration=2,geq=random(1)*255:128:128",
+                              "-c:v", "libx264", "-preset", "ultrafast"});
+  ASSERT_EQ(runFfmpeg({"-i", clip, "-y", "-vcodec", "mpeg4", "-b", "32k", "-pass", "1",
+                       "-passlogfile", out, "-an", "-f", "mp4", "/dev/null"})
+                .exitCode,
+            0);
+  const RunResult result =
+      run(clip, {"-vcodec", "mpeg4", "-b", "32k", "-pass", "2", "-passlogfile", out, "-an"});
+  std::filesystem::remove(out + "-0.log");
+  expectFailure(result, "bitrate");
+}
+
+TEST_F(FailureTest, EncoderThatClaimsSuccessWithoutAResult) {
+  expectFailure(runFake("exit 0\n", kPlain), "ffmpeg: nothing could be encoded");
+}
+
+TEST_F(FailureTest, EncoderThatGetsNoFurther) {
+  expectFailure(runFake("echo frame=1\nwhile :; do echo frame=1; sleep 0.05; done\n", kPlain,
+                        {"TARN_FFMPEG_STALL_MS=300"}),
+                "ffmpeg: the encoder made no progress and was ended\n");
+}
+
+TEST_F(FailureTest, NoEncoderAtAll) {
+  expectFailure(run(movieClip(ClipRecipe{}), kPlain, {"TARN_FFMPEG_STARTED=1"}),
+                "no encoder: there is no other ffmpeg");
+}
+
+// A file system of 200 kB that goes with the last process in it; null where that is not allowed.
+TEST_F(FailureTest, FullDisk) {
+  const std::string clip = movieClip({.seconds = 4, .size = "320x240"});
+  const std::string script = folder.file("full.sh");
+  writeText(script, "mount -t tmpfs -o size=200k tmpfs '" + folder.file("small") +
+                        "' || exit 99\n"
+                        "echo old > '" +
+                        folder.file("small/out.mp4") + "'\n'" FFMPEG_UNDER_TEST "' -i '" + clip +
+                        "' -y -vcodec mpeg4 -b 4000k -acodec libfaac '" +
+                        folder.file("small/out.mp4") + "' 2> '" + folder.file("err") +
+                        "'\necho $? > '" + folder.file("code") + "'\nls -A '" +
+                        folder.file("small") + "' > '" + folder.file("names") + "'\ncat '" +
+                        folder.file("small/out.mp4") + "' >> '" + folder.file("names") + "'\n");
+  std::filesystem::create_directory(folder.file("small"));
+  const std::string command = "unshare --user --map-root-user --mount sh '" + script + "'";
+  const int status = system(command.c_str());
+  if (status != 0) GTEST_SKIP() << "this machine allows no mount of our own";
+  EXPECT_EQ(readText(folder.file("code")), "1\n");
+  EXPECT_THAT(readText(folder.file("err")), HasSubstr("No space left on device"));
+  EXPECT_EQ(readText(folder.file("names")), "out.mp4\nold\n");
+}
+
+}  // namespace
