@@ -13,6 +13,8 @@ const unsigned int kTickMs = 5000;
 const VSMethod methods[] = {
     {"scaleImage", TranscodeServer::scaleImage, 0},
     {"resizeImage", TranscodeServer::resizeImage, 0},
+    {"resizeMovie", TranscodeServer::resizeMovie, 0},
+    {"getMovieInfo", TranscodeServer::getMovieInfo, 0},
     {"getMinimalBitrate", TranscodeServer::getMinimalBitrate, 0},
     {nullptr, nullptr, 0},
 };

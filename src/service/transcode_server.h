@@ -18,6 +18,8 @@ class TranscodeServer {
   // The handlers answer through the request alone and always return true.
   static bool scaleImage(VSHandle* handle, VSMessage* message, void* data);
   static bool resizeImage(VSHandle* handle, VSMessage* message, void* data);
+  static bool resizeMovie(VSHandle* handle, VSMessage* message, void* data);
+  static bool getMovieInfo(VSHandle* handle, VSMessage* message, void* data);
   static bool getMinimalBitrate(VSHandle* handle, VSMessage* message, void* data);
 
   // The number of live tasks: while there is one, the daemon keeps running. Only the constructor

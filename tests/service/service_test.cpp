@@ -65,7 +65,8 @@ TEST_F(ServiceTest, PublishesTheMethodTable) {
     EXPECT_EQ(0, row->flags);
   }
   EXPECT_EQ(nullptr, row->function);
-  EXPECT_THAT(names, ElementsAre("scaleImage", "resizeImage", "getMinimalBitrate"));
+  EXPECT_THAT(names, ElementsAre("scaleImage", "resizeImage", "resizeMovie", "getMovieInfo",
+                                 "getMinimalBitrate"));
 }
 
 TEST_F(ServiceTest, RegistrationFailureIsPrintedAndEndsWithoutAHandle) {

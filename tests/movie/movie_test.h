@@ -1,0 +1,70 @@
+// What the tests of movie tasks share: a folder, the log, and a count of live tasks that has to
+// come back to where it was.
+#ifndef MOVIE_MOVIE_TEST_H
+#define MOVIE_MOVIE_TEST_H
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+
+#include "framework/vs_ctx.h"
+#include "service/transcode_server.h"
+#include "support/fake_vela/fake_vela.h"
+#include "support/log_capture/log_capture.h"
+#include "support/temp_dir/temp_dir.h"
+
+inline int taskCount() {
+  return g_atomic_int_get(&TranscodeServer::taskCount);
+}
+
+// Looks again and again until the condition holds. Returns false when it takes too long.
+template <typename Condition>
+bool waitUntil(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+inline dsjson::JValue parsed(const std::string& text) {
+  dsjson::JDomParser parser(nullptr);
+  EXPECT_TRUE(parser.parse(text, emptySchema, nullptr)) << text;
+  return parser.getDom();
+}
+
+inline nlohmann::json failure(const std::string& errorText) {
+  return {{"returnValue", false}, {"errorText", errorText}};
+}
+
+inline nlohmann::json failure(const std::string& errorText, const std::string& detail) {
+  return {{"returnValue", false}, {"errorText", errorText}, {"errorDetail", detail}};
+}
+
+// The only reply to the request; null when there is none or more than one.
+inline nlohmann::json onlyReply(const fake_vela::Request& request) {
+  const auto replies = request.replies();
+  return replies.size() == 1 ? nlohmann::json::parse(replies[0]) : nlohmann::json();
+}
+
+class MovieTest : public testing::Test {
+ protected:
+  // After the members of the test, which may be tasks.
+  ~MovieTest() override {
+    EXPECT_TRUE(waitUntil([this] { return taskCount() == tasksBefore; })) << taskCount();
+  }
+
+  std::vector<std::string> warnings() const { return log.at(G_LOG_LEVEL_WARNING); }
+
+  TempDir dir;
+  LogCapture log;
+
+ private:
+  const int tasksBefore = taskCount();
+};
+
+#endif
