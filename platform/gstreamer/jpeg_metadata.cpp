@@ -9,7 +9,7 @@
 
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 constexpr uint8_t kMarkerApp1 = 0xE1;
 constexpr uint8_t kMarkerApp2 = 0xE2;
