@@ -1,6 +1,7 @@
 // The entry of the plug-in "tarntranscode".
 #include "gstreamer/elements.h"
 #include "gstreamer/metadata_tag.h"
+#include "gstreamer/movie_elements.h"
 
 #ifndef PACKAGE
 #define PACKAGE "tarn-transcode"
@@ -9,7 +10,8 @@
 static gboolean registerElements(GstPlugin* plugin) {
   registerMetadataTag();
   return registerMetadataDemux(plugin) && registerMetadataMux(plugin) &&
-         registerVideoScale(plugin);
+         registerVideoScale(plugin) && registerDecodeBin2(plugin) && registerVideoEncoder(plugin) &&
+         registerAudioEncoder(plugin) && registerMpeg4Mux(plugin) && registerBareDemuxers(plugin);
 }
 
 // The macro casts const away.
