@@ -21,6 +21,12 @@ ExitCode runCall(const std::vector<std::string>& words);
 // resize-image IN OUT --size SIZE: a JPEG of at most SIZE bytes.
 ExitCode runResizeImage(const std::vector<std::string>& words);
 
+// info FILE: a movie's length, size and bitrate.
+ExitCode runInfo(const std::vector<std::string>& words);
+
+// resize-movie IN OUT: a movie re-encoded as the options say.
+ExitCode runResizeMovie(const std::vector<std::string>& words);
+
 // min-bitrate: the least bitrate of a movie, in bits per second.
 ExitCode runMinBitrate(const std::vector<std::string>& words);
 

@@ -5,52 +5,15 @@
 #include <chrono>
 
 #include "e2e/installed_system.h"
+#include "e2e/power_service.h"
 #include "e2e/spawned_program.h"
 #include "support/jpeg_media/jpeg_media.h"
-#include "vela/vela.h"
 
 namespace {
 
 using std::chrono::steady_clock;
 using testing::Each;
 using testing::ElementsAre;
-
-const char kKeepAlive[] = "{ \"id\": \"transcode\", \"duration_ms\" : 7500 }";
-
-// The power service, in the test's own process; runs while the default context does.
-class PowerService {
- public:
-  explicit PowerService(const std::string& busAddress) {
-    g_setenv("DBUS_SESSION_BUS_ADDRESS", busAddress.c_str(), TRUE);
-    loop = g_main_loop_new(nullptr, FALSE);
-    VSError error;
-    if (!VSRegisterPubPriv("com.tarn.power", &handle, false, &error) ||
-        !VSRegisterCategory(handle, "/com/tarn/power", kMethods, nullptr, nullptr, &error) ||
-        !VSCategorySetData(handle, "/com/tarn/power", this, &error) ||
-        !VSGmainAttach(handle, loop, &error)) {
-      VSErrorPrint(&error, stderr);
-      abort();
-    }
-  }
-  ~PowerService() {
-    VSUnregister(handle, nullptr);
-    g_main_loop_unref(loop);
-  }
-  PowerService(const PowerService&) = delete;
-  PowerService& operator=(const PowerService&) = delete;
-
-  std::vector<std::string> payloads;
-
- private:
-  static bool activityStart(VSHandle* service, VSMessage* message, void* self) {
-    static_cast<PowerService*>(self)->payloads.emplace_back(VSMessageGetPayload(message));
-    return VSMessageReply(service, message, R"({"returnValue":true})", nullptr);
-  }
-  static constexpr VSMethod kMethods[] = {{"activityStart", activityStart, 0}, {}};
-
-  GMainLoop* loop;
-  VSHandle* handle = nullptr;
-};
 
 class LifetimeTest : public testing::Test {
  protected:
@@ -150,7 +113,7 @@ TEST_F(LifetimeTest, HundredPicturesLeaveNothingBehind) {
   const long before = openDescriptors(daemon.pid());
   for (int i = 0; i < 100; ++i)
     ASSERT_TRUE(resize().ok);
-  EXPECT_EQ(before, openDescriptors(daemon.pid()));
+  EXPECT_LE(openDescriptors(daemon.pid()), before);
   const auto status = daemon.waitForEnd(60000);
   ASSERT_TRUE(status);
   EXPECT_EQ(0, *status) << readFile(logPath()).substr(0, 5000);

@@ -141,6 +141,12 @@ TEST_F(RequestsTest, TriesFourLevelsAndKeepsTheLastAttempt) {
                          "trying res 256x192, quality 85", "trying res 128x96, quality 85"));
 }
 
+TEST_F(RequestsTest, MovieInformationWithoutAFileIsRefused) {
+  for (const char* payload : {"{}", R"({"inFile":3})", "[]"}) {
+    EXPECT_EQ(failure(R"(Could not parse inFile param string\n)"), reply("getMovieInfo", payload));
+  }
+}
+
 TEST_F(RequestsTest, StandardErrorsForWhatTheServiceDoesNotHave) {
   auto& client = system.client();
   EXPECT_EQ("org.freedesktop.DBus.Error.UnknownMethod",

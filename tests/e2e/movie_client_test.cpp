@@ -1,0 +1,268 @@
+// The client's movie commands, as a user meets them.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include "e2e/movie_facts.h"
+#include "e2e/scripted_ffmpeg.h"
+#include "support/movie_media/movie_media.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::Not;
+using testing::StartsWith;
+
+// Runs the client in the folder w of the test; stderr goes to errors().
+class MovieClient {
+ public:
+  explicit MovieClient(const std::string& executable = "") : system(executable) {
+    fs::create_directory(dir / "w");
+    fs::create_directory(dir / "run");
+  }
+
+  std::string command(const std::string& words) {
+    return "cd " + (dir / "w") + " && DBUS_SESSION_BUS_ADDRESS='" + system.bus().address() +
+           "' XDG_RUNTIME_DIR='" + (dir / "run") + "' " + installed("bin/tarn-transcode") + " " +
+           words;
+  }
+  CommandOutput run(const std::string& words) {
+    return runCommand(command(words) + " 2>" + (dir / "errors"));
+  }
+  std::string errors() { return readFile(dir / "errors"); }
+
+  InstalledSystem system;
+  const TempDir& dir = system.files();
+};
+
+class MovieClientTest : public testing::Test, protected MovieClient {
+ protected:
+  void SetUp() override {
+    fs::copy_file(movieClip({.seconds = 3, .size = "320x240"}), dir / "w/in.mp4");
+  }
+};
+
+TEST_F(MovieClientTest, TellsOfAMovie) {
+  const auto words = run("info in.mp4");
+  EXPECT_EQ(0, words.exitCode) << errors();
+  EXPECT_THAT(words.out, MatchesRegex(".*/w/in.mp4: 0:03, [0-9]+ kB, [0-9.]+ [kM]bit/s\n"));
+  EXPECT_THAT(run("info --json in.mp4").out,
+              StartsWith(R"({"returnValue":true,"fileSize":)" +
+                         std::to_string(fs::file_size(dir / "w/in.mp4")) + ","));
+  EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(MovieClientTest, MakesAMovieOfEveryOptionByRelativePaths) {
+  const auto result =
+      run("resize-movie in.mp4 made/out.3gp --max-size 200k --max-bitrate 0.5M "
+          "--video-codec h263 --audio-codec aac --audio-bitrate 16k --audio-rate 16000 "
+          "--pic-size qcif --frame-rate 12.5 --start 0.5 --length=2 --passes 2");
+  EXPECT_EQ(0, result.exitCode) << errors();
+  EXPECT_THAT(result.out, MatchesRegex(".*/w/made/out.3gp: 0:02, [0-9]+ kB, [0-9]+ kbit/s\n"));
+  const MovieFacts made = movieFacts(dir / "w/made/out.3gp");
+  EXPECT_EQ("h263,video,176,144 aac,audio", made.streams);
+  EXPECT_NEAR(2, made.seconds, 0.2);
+  EXPECT_THAT(namesIn(dir / "w/made"), ElementsAre("out.3gp"));
+}
+
+TEST_F(MovieClientTest, PrintsJsonOnlyOrNothing) {
+  EXPECT_EQ("{\"returnValue\":true}\n", run("resize-movie --json in.mp4 a.mp4").out);
+  EXPECT_THAT(run("resize-movie --quiet in.mp4 a.mp4 --video-bitrate 300k").out, IsEmpty());
+  EXPECT_THAT(errors(), IsEmpty());
+  EXPECT_THAT(run("resize-movie --json in.mp4 a.mkv").out,
+              StartsWith(R"({"returnValue":false,"errorText":)"));
+}
+
+// One pass of this clip overshoots, and ffmpeg stops it where the size runs out.
+TEST_F(MovieClientTest, ReadsTheInputTwiceWhereOnePassCutsTheMovie) {
+  EXPECT_EQ(1, run("resize-movie in.mp4 out.mp4 --max-size 250k --passes 1").exitCode);
+  EXPECT_THAT(errors(), HasSubstr(" fit into 250 kB; two passes may do better"));
+  EXPECT_FALSE(fs::exists(dir / "w/out.mp4"));
+
+  EXPECT_EQ(0, run("resize-movie in.mp4 out.mp4 --max-size 250k").exitCode) << errors();
+  EXPECT_LE(fs::file_size(dir / "w/out.mp4"), 250000u);
+  EXPECT_NEAR(3, movieFacts(dir / "w/out.mp4").seconds, 0.2);
+  EXPECT_THAT(namesIn(dir / "w"), ElementsAre("in.mp4", "out.mp4"));
+}
+
+TEST_F(MovieClientTest, KeepsTheModeOfTheFileItReplaces) {
+  dir.write("w/out.mp4", "old");
+  chmod((dir / "w/out.mp4").c_str(), 0600);
+  EXPECT_EQ(0, run("resize-movie in.mp4 out.mp4 --video-bitrate 300k").exitCode) << errors();
+  struct stat attributes = {};
+  ASSERT_EQ(0, stat((dir / "w/out.mp4").c_str(), &attributes));
+  EXPECT_EQ(0600u, attributes.st_mode & 0777u);
+}
+
+TEST_F(MovieClientTest, RefusesToOverwriteItsInput) {
+  const std::string before = readFile(dir / "w/in.mp4");
+  fs::create_symlink("in.mp4", dir / "w/link.mp4");
+  fs::create_hard_link(dir / "w/in.mp4", dir / "w/hard.mp4");
+  for (const char* out : {"in.mp4", "./in.mp4", "link.mp4", "hard.mp4"}) {
+    EXPECT_EQ(1, run(std::string("resize-movie in.mp4 ") + out).exitCode);
+    EXPECT_THAT(errors(), HasSubstr("same file"));
+  }
+  EXPECT_EQ(before, readFile(dir / "w/in.mp4"));
+}
+
+TEST_F(MovieClientTest, RefusesWhatIsNoRegularFileBeforeTheServiceMeetsIt) {
+  ASSERT_EQ(0, runCommand("mkfifo " + (dir / "w/fifo.mp4")).exitCode);
+  dir.write("w/empty.mp4", "");
+  dir.write("w/\xe9.mp4", "not UTF-8");
+  for (const char* in : {"none.mp4", "fifo.mp4", "empty.mp4", ".", "\xe9.mp4"}) {
+    EXPECT_EQ(1, run(std::string("info ") + in).exitCode) << in;
+    EXPECT_THAT(errors(), HasSubstr("cannot read")) << in;
+    EXPECT_EQ(1, run(std::string("resize-movie ") + in + " out.mp4").exitCode) << in;
+    EXPECT_THAT(errors(), HasSubstr("cannot read")) << in;
+  }
+  EXPECT_EQ(0, system.daemonPid());
+}
+
+TEST_F(MovieClientTest, NamesWordsThatMakeNoCommand) {
+  for (const char* words :
+       {"info", "info a b", "resize-movie in.mp4", "resize-movie in.mp4 out.mp4 --max-size many",
+        "resize-movie in.mp4 out.mp4 --video-bitrate 64kB",
+        "resize-movie in.mp4 out.mp4 --passes 3", "resize-movie in.mp4 out.mp4 --start -1",
+        "resize-movie in.mp4 out.mp4 --frame-rate 0", "resize-movie in.mp4 out.mp4 --size 1M",
+        "resize-movie in.mp4 out.mp4 --max-size 1M --video-codec copy"}) {
+    EXPECT_EQ(2, run(words).exitCode) << words;
+    EXPECT_THAT(errors(), HasSubstr("usage: ")) << words;
+  }
+  EXPECT_THAT(namesIn(dir / "w"), ElementsAre("in.mp4"));
+}
+
+TEST_F(MovieClientTest, KeepsTheOldFileAndTellsFfmpegsWords) {
+  dir.write("w/out.mp4", "old");
+  for (const char* options : {"--video-codec nosuch", "--audio-codec nosuch --passes 2"}) {
+    EXPECT_EQ(1, run(std::string("resize-movie in.mp4 out.mp4 ") + options).exitCode);
+    EXPECT_THAT(errors(), HasSubstr("Unknown encoder 'nosuch'"));
+    EXPECT_THAT(errors(), Not(HasSubstr(".out.")));  // the temporary name
+  }
+  EXPECT_EQ(1, run("resize-movie in.mp4 out.mp4 --max-size 2k").exitCode);
+  EXPECT_THAT(errors(), HasSubstr("maxOutputSize too small?\n"));
+  EXPECT_EQ("old", readFile(dir / "w/out.mp4"));
+  EXPECT_THAT(namesIn(dir / "w"), ElementsAre("in.mp4", "out.mp4"));
+}
+
+TEST_F(MovieClientTest, TellsSilence) {
+  dir.write("w/text.mp4", "no movie, but longer than ten bytes");
+  for (const char* words : {"info text.mp4", "resize-movie text.mp4 out.mp4"}) {
+    EXPECT_EQ(1, run(words).exitCode);
+    EXPECT_THAT(errors(), HasSubstr("could not read " + (dir / "w/text.mp4") + " as a movie"));
+  }
+  EXPECT_FALSE(fs::exists(dir / "w/out.mp4"));
+}
+
+// A success is believed only when the movie is there, whole and within its size.
+TEST(ScriptedMovieClientTest, KeepsTheOldFileWhenNoWholeMovieCameOut) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"exit 0", "no movie came out"},
+      {"case $output in /dev/*) ;; *) rm \"$output\" ;; esac", "no movie came out"},
+      {"head -c 200000 /dev/zero > \"$output\"", "cannot be made to fit 100 kB: it has 200 kB"},
+      {"echo half > \"$output\"", "only 0:05 of 0:10 fit into 100 kB"},
+  };
+  for (const auto& [script, words] : cases) {
+    const ScriptedFfmpeg ffmpeg(
+        script, "case $input in */in.mp4) echo 00:00:10.00;; *) echo 00:00:05.00;; esac");
+    MovieClient client(ffmpeg.daemon());
+    client.dir.write("w/in.mp4", std::string(1000000, 'x'));
+    client.dir.write("w/out.mp4", "old");
+    const auto result = client.run("resize-movie in.mp4 out.mp4 --max-size 100k --passes 1");
+    EXPECT_EQ(1, result.exitCode) << script;
+    EXPECT_THAT(result.out, IsEmpty());
+    EXPECT_THAT(client.errors(), HasSubstr(words));
+    EXPECT_EQ("old", readFile(client.dir / "w/out.mp4"));
+    EXPECT_THAT(namesIn(client.dir / "w"), ElementsAre("in.mp4", "out.mp4"));
+  }
+}
+
+TEST(ScriptedMovieClientTest, EveryOptionReachesFfmpeg) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"--video-bitrate 0.5M --audio-bitrate 64k",
+       "-vcodec mpeg4 -b 500k -acodec libfaac -ab 64000"},
+      {"--video-codec x --audio-codec y --max-bitrate 100k", "-vcodec x -b 86k -acodec y -ab 9599"},
+      {"--video-bitrate 9k --audio-bitrate 8 --audio-rate 44.1k --frame-rate 12.5",
+       "-vcodec mpeg4 -b 9k -r 12.500 -acodec libfaac -ab 8 -ar 44100 -ac 1"},
+      {"--video-codec copy --audio-codec copy --start 2.5 --length 0.25 --pic-size 64x48",
+       "-s 64x48 -sws_flags fast_bilinear -vcodec copy -acodec copy -ss 2.500000 -t 0.250000"},
+      {"--max-size 1Ki --video-bitrate 1k --audio-bitrate 1k",
+       "-vcodec mpeg4 -b 1k -acodec libfaac -ab 1000 -fs 972"},
+      {"--passes 2 --video-bitrate 1k --audio-bitrate 1k",
+       "-vcodec mpeg4 -b 1k -pass 2 -passlogfile OUT -acodec libfaac -ab 1000"},
+  };
+  const ScriptedFfmpeg ffmpeg(
+      R"(echo "$*" | sed "s|$output|OUT|g" > "$here/line"; echo x > "$output")");
+  MovieClient client(ffmpeg.daemon());
+  const std::string in = client.dir.write("w/in.mp4", std::string(1000000, 'x'));
+  for (const auto& [options, words] : cases) {
+    EXPECT_EQ(0, client.run(std::string("resize-movie in.mp4 out.mp4 ") + options).exitCode)
+        << client.errors();
+    EXPECT_EQ("-i " + in + " -y " + words + " OUT\n", readFile(ffmpeg.here() / "line"));
+  }
+}
+
+TEST(ScriptedMovieClientTest, AsksAgainWhenTheServiceDied) {
+  const ScriptedFfmpeg ffmpeg(R"(
+    if [ ! -e "$here/killed" ]; then
+      : > "$here/killed"
+      : > "$output-0.log"
+      kill -9 $PPID
+    fi
+    cp "$input" "$output")");
+  MovieClient client(ffmpeg.daemon());
+  client.dir.write("w/in.mp4", std::string(1000000, 'x'));
+  EXPECT_EQ(0, client.run("resize-movie in.mp4 out.mp4").exitCode) << client.errors();
+  EXPECT_TRUE(fs::exists(ffmpeg.here() / "killed"));
+  EXPECT_THAT(namesIn(client.dir / "w"), ElementsAre("in.mp4", "out.mp4"));
+}
+
+// Goes on when the client has shown where it stands, in the file $here/shown.
+const char kTellsProgress[] = R"(
+    file=$XDG_RUNTIME_DIR/tarn-transcode/$(printf %s "$output" | sha256sum | cut -c1-64).progress
+    mkdir -p "${file%/*}"
+    tell() {
+      echo "{\"pass\":$1,\"passes\":2,\"position\":$2,\"duration\":10000}" > "$file.new"
+      mv "$file.new" "$file"
+      tries=0
+      until grep -q " *$3 %, [0-9:]* left" "$here/shown" || [ $tries = 1000 ]; do
+        sleep 0.02
+        tries=$((tries + 1))
+      done
+    }
+    tell 1 5000 $1
+    tell 2 8000 $2
+    rm "$file"
+    cp "$input" "$output")";
+
+std::string tellsProgress(const char* first, const char* second) {
+  return "set -- " + std::string(first) + " " + second + "\n" + kTellsProgress;
+}
+
+TEST(ScriptedMovieClientTest, ShowsTenthsWhereNobodyWatches) {
+  const ScriptedFfmpeg ffmpeg(tellsProgress("20", "90"));
+  MovieClient client(ffmpeg.daemon());
+  client.dir.write("w/in.mp4", std::string(1000000, 'x'));
+  const std::string shown = ffmpeg.here() / "shown";
+  EXPECT_EQ(0, runCommand(client.command("resize-movie in.mp4 out.mp4 2>" + shown)).exitCode);
+  EXPECT_THAT(readFile(shown), MatchesRegex("20 %, [0-9:]+ left\n90 %, [0-9:]+ left\n"));
+}
+
+TEST(ScriptedMovieClientTest, RewritesOneLineOnATerminal) {
+  const ScriptedFfmpeg ffmpeg(tellsProgress("25", "90"));
+  MovieClient client(ffmpeg.daemon());
+  client.dir.write("w/in.mp4", std::string(1000000, 'x'));
+  const std::string shown = ffmpeg.here() / "shown";
+  const std::string inner = client.dir.write("inner", client.command("resize-movie in.mp4 o.mp4"));
+  EXPECT_EQ(0, runCommand("script -qefc 'sh " + inner + "' " + shown + " >/dev/null").exitCode);
+  const std::string text = readFile(shown);
+  EXPECT_THAT(text, HasSubstr("\r25 %, "));
+  EXPECT_THAT(text, HasSubstr("\r90 %, "));
+  const size_t wiped = text.find("\r" + std::string(30, ' ') + "\r");
+  ASSERT_NE(std::string::npos, wiped);
+  EXPECT_THAT(text.substr(wiped), HasSubstr("/w/o.mp4: 0:10, 1.0 MB, 800 kbit/s"));
+}
+
+}  // namespace
