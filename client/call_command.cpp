@@ -2,22 +2,16 @@
 
 #include "client/arguments.h"
 #include "client/commands.h"
+#include "client/service_reply.h"
 
 namespace {
-
-const dsjson::JSchema kAnySchema = dsjson::JSchemaFragment("{}");
 
 // Prints a service's reply and tells by it whether the request succeeded.
 ExitCode printReply(const Answer& answer) {
   if (answer.kind != Answer::Replied) return sayNoReply(answer);
   printf("%s\n", answer.payload.c_str());
-  dsjson::JDomParser parser(nullptr);
-  bool succeeded = false;
-  if (!parser.parse(answer.payload, kAnySchema, nullptr) ||
-      parser.getDom()["returnValue"].asBool(succeeded) != dsjson::CONV_OK) {
-    // A reply that says nothing of success: getMinimalBitrate gives a number there.
-    return ExitDone;
-  }
+  bool succeeded = true;  // a reply may say nothing of it: getMinimalBitrate gives a number there
+  parseServiceReply(answer.payload).members["returnValue"].asBool(succeeded);
   return succeeded ? ExitDone : ExitFailed;
 }
 
@@ -37,10 +31,9 @@ ExitCode runMinBitrate(const std::vector<std::string>& words) {
 
   const Answer answer = callServiceAgain("getMinimalBitrate", "{}");
   if (answer.kind != Answer::Replied || arguments.has("--json")) return printReply(answer);
-  dsjson::JDomParser parser(nullptr);
   int32_t bitsPerSecond = 0;
-  if (!parser.parse(answer.payload, kAnySchema, nullptr) ||
-      parser.getDom()["returnValue"].asNumber(bitsPerSecond) != dsjson::CONV_OK) {
+  const ServiceReply reply = parseServiceReply(answer.payload);
+  if (reply.members["returnValue"].asNumber(bitsPerSecond) != dsjson::CONV_OK) {
     return sayFailure("the service replied " + answer.payload);
   }
   printf("%d bit/s\n", bitsPerSecond);

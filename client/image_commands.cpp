@@ -4,52 +4,30 @@
 #include "client/arguments.h"
 #include "client/byte_size.h"
 #include "client/commands.h"
+#include "client/input_file.h"
 #include "client/jpeg_file.h"
+#include "client/service_reply.h"
 #include "client/staged_output.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-const dsjson::JSchema kAnySchema = dsjson::JSchemaFragment("{}");
+dsjson::JValue resizeRequest(const std::string& in, const std::string& out, int32_t sizeBytes) {
+  dsjson::JValue request = dsjson::Object();
+  request.put("inFile", in).put("outFile", out).put("size", sizeBytes);
+  return request;
+}
 
-struct ImageReply {
-  std::string text;
-  bool succeeded = false;
+// "1296 x 976, 193 kB"
+std::string sizeWords(const ServiceReply& reply) {
   int32_t width = 0;
   int32_t height = 0;
   int32_t sizeBytes = 0;
-  std::string errorText;
-};
-
-ImageReply parseImageReply(const std::string& payload) {
-  ImageReply reply;
-  reply.text = payload;
-  dsjson::JDomParser parser(nullptr);
-  if (!parser.parse(payload, kAnySchema, nullptr)) return reply;
-  const dsjson::JValue value = parser.getDom();
-  value["returnValue"].asBool(reply.succeeded);
-  value["xSize"].asNumber(reply.width);
-  value["ySize"].asNumber(reply.height);
-  value["ImageSize"].asNumber(reply.sizeBytes);
-  value["errorText"].asString(reply.errorText);
-  return reply;
-}
-
-std::string resizeRequest(const std::string& in, const std::string& out, int32_t sizeBytes) {
-  dsjson::JValue request = dsjson::Object();
-  request.put("inFile", in).put("outFile", out).put("size", sizeBytes);
-  std::string text;
-  dsjson::JGenerator(nullptr).toString(request, kAnySchema, text);
-  return text;
-}
-
-// The reason of a refusal; the service gives none when no size was small enough.
-std::string refusal(const ImageReply& reply, const std::string& limit) {
-  std::string reason = reply.errorText;
-  while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' '))
-    reason.pop_back();
-  return reason.empty() ? "the picture cannot be made to fit " + limit : reason;
+  reply.members["xSize"].asNumber(width);
+  reply.members["ySize"].asNumber(height);
+  reply.members["ImageSize"].asNumber(sizeBytes);
+  return std::to_string(width) + " x " + std::to_string(height) + ", " + formatByteSize(sizeBytes);
 }
 
 }  // namespace
@@ -64,28 +42,32 @@ ExitCode runResizeImage(const std::vector<std::string>& words) {
 
   const std::string in = fs::absolute(arguments.positional()[0]).lexically_normal();
   const std::string out = fs::absolute(arguments.positional()[1]).lexically_normal();
-  const std::string whyNot = whyNoJpeg(in);
+  std::string whyNot = whyNoInput(in);
+  if (whyNot.empty()) whyNot = whyNoJpeg(in);
   if (!whyNot.empty()) return sayFailure("cannot read " + in + " as a JPEG: " + whyNot);
   std::error_code ignored;
   if (fs::equivalent(in, out, ignored)) return sayFailure("input and output are the same file");
 
   StagedOutput output(out);
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());
-  const Answer answer =
-      callServiceAgain("resizeImage", resizeRequest(in, output.temporaryPath(), *sizeBytes));
+  const dsjson::JValue request = resizeRequest(in, output.temporaryPath(), *sizeBytes);
+  const Answer answer = callServiceAgain("resizeImage", requestText(request));
   if (answer.kind != Answer::Replied) return sayNoReply(answer);
 
-  const ImageReply reply = parseImageReply(answer.payload);
+  const ServiceReply reply = parseServiceReply(answer.payload);
   const bool isWhole = reply.succeeded && isWholeJpeg(output.temporaryPath());
   if (reply.succeeded && !isWhole) {
     return sayFailure("the picture is damaged: no whole picture came out");
   }
   if (isWhole && !output.commit()) return sayFailure(output.errorText());
-  if (arguments.has("--json")) printf("%s\n", reply.text.c_str());
-  if (!reply.succeeded) return sayFailure(refusal(reply, limit));
+  if (arguments.has("--json")) printf("%s\n", answer.payload.c_str());
+  if (!reply.succeeded) {
+    // The service gives no reason when no size was small enough.
+    return sayFailure(reply.errorText.empty() ? "the picture cannot be made to fit " + limit
+                                              : reply.errorText);
+  }
   if (!arguments.has("--json") && !arguments.has("--quiet")) {
-    printf("%s: %d x %d, %s\n", out.c_str(), reply.width, reply.height,
-           formatByteSize(reply.sizeBytes).c_str());
+    printf("%s: %s\n", out.c_str(), sizeWords(reply).c_str());
   }
   return ExitDone;
 }

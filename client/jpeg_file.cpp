@@ -1,7 +1,5 @@
 #include "client/jpeg_file.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
@@ -52,9 +50,6 @@ bool readsAsHeader(FILE* stream, HeaderErrors* errors) {
 }  // namespace
 
 std::string whyNoJpeg(const std::string& path) {
-  struct stat attributes;
-  if (stat(path.c_str(), &attributes) != 0) return strerror(errno);
-  if (!S_ISREG(attributes.st_mode)) return "it is no regular file";
   const Stream stream(fopen(path.c_str(), "rb"));
   if (stream == nullptr) return strerror(errno);
   HeaderErrors errors = {};

@@ -1,4 +1,3 @@
-#include <glib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,14 +12,13 @@
 #include "client/movie_progress.h"
 #include "client/movie_request.h"
 #include "client/progress_line.h"
+#include "client/service_reply.h"
 #include "client/staged_output.h"
 #include "client/time_span.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-const dsjson::JSchema kAnySchema = dsjson::JSchemaFragment("{}");
 
 std::string absolutePath(const std::string& path) {
   return fs::absolute(path).lexically_normal();
@@ -31,12 +29,6 @@ ExitCode sayNoMovie(const Answer& answer, const std::string& in) {
   return sayFailure("the service could not read " + in + " as a movie");
 }
 
-std::string trimmed(const std::string& text) {
-  const size_t first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string::npos) return "";
-  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
 void replaceAll(std::string* text, const std::string& old, const std::string& fresh) {
   for (size_t at = text->find(old); at != std::string::npos; at = text->find(old, at)) {
     text->replace(at, old.size(), fresh);
@@ -44,37 +36,13 @@ void replaceAll(std::string* text, const std::string& old, const std::string& fr
   }
 }
 
-struct MovieReply {
-  bool succeeded = false;
-  std::string errorText;
-  std::string errorDetail;
-};
-
-MovieReply parseMovieReply(const std::string& payload) {
-  MovieReply reply;
-  dsjson::JDomParser parser(nullptr);
-  if (!parser.parse(payload, kAnySchema, nullptr)) return reply;
-  const dsjson::JValue value = parser.getDom();
-  value["returnValue"].asBool(reply.succeeded);
-  value["errorText"].asString(reply.errorText);
-  value["errorDetail"].asString(reply.errorDetail);
-  return reply;
-}
-
 // The reason of a refusal, told of the file that the user knows.
-std::string refusal(const MovieReply& reply, const StagedOutput& output) {
-  std::string reason = trimmed(reply.errorText);
-  const std::string detail = trimmed(reply.errorDetail);
-  if (!detail.empty()) reason += "\n" + detail;
+std::string refusal(const ServiceReply& reply, const StagedOutput& output) {
+  std::string reason = reply.errorText;
+  if (!reply.errorDetail.empty()) reason += "\n" + reply.errorDetail;
   if (reason.empty()) return "the service refused and gave no reason";
   replaceAll(&reason, output.temporaryPath(), output.targetPath());
   return reason;
-}
-
-std::string requestText(const dsjson::JValue& request) {
-  std::string text;
-  dsjson::JGenerator(nullptr).toString(request, kAnySchema, text);
-  return text;
 }
 
 Answer callShowingProgress(const std::string& request, const std::string& output, bool isQuiet) {
@@ -149,7 +117,7 @@ ExitCode resizeMovie(const Arguments& arguments, const Wanted& wanted, dsjson::J
   removePassLogs(temporary);
   if (answer.kind != Answer::Replied) return sayNoMovie(answer, wanted.in);
 
-  const MovieReply reply = parseMovieReply(answer.payload);
+  const ServiceReply reply = parseServiceReply(answer.payload);
   if (!reply.succeeded) {
     if (arguments.has("--json")) printf("%s\n", answer.payload.c_str());
     return sayFailure(refusal(reply, *output));
@@ -208,9 +176,6 @@ ExitCode runResizeMovie(const std::vector<std::string>& words) {
   if (!whyNot.empty()) return sayFailure("cannot read " + in + ": " + whyNot);
   std::error_code ignored;
   if (fs::equivalent(in, out, ignored)) return sayFailure("input and output are the same file");
-  if (g_utf8_validate(out.c_str(), -1, nullptr) == FALSE) {
-    return sayFailure("cannot write " + out + ": its name is not UTF-8");
-  }
   StagedOutput output(out);
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());
   return resizeMovie(arguments, wantedOf(arguments, in), request, &output);

@@ -2,13 +2,8 @@
 
 #include "client/bit_rate.h"
 #include "client/byte_size.h"
+#include "client/service_reply.h"
 #include "client/time_span.h"
-
-namespace {
-
-const dsjson::JSchema kAnySchema = dsjson::JSchemaFragment("{}");
-
-}  // namespace
 
 std::string MovieInfo::words() const {
   std::string text = formatTime(seconds) + ", " + formatByteSize(sizeBytes);
@@ -20,20 +15,15 @@ std::string MovieInfo::words() const {
 Answer askMovieInfo(const std::string& path) {
   dsjson::JValue request = dsjson::Object();
   request.put("inFile", path);
-  std::string text;
-  dsjson::JGenerator(nullptr).toString(request, kAnySchema, text);
-  return callServiceAgain("getMovieInfo", text);
+  return callServiceAgain("getMovieInfo", requestText(request));
 }
 
 std::optional<MovieInfo> parseMovieInfo(const Answer& answer) {
+  if (answer.kind != Answer::Replied) return std::nullopt;
   MovieInfo info;
-  dsjson::JDomParser parser(nullptr);
-  if (answer.kind != Answer::Replied || !parser.parse(answer.payload, kAnySchema, nullptr)) {
-    return std::nullopt;
-  }
-  const dsjson::JValue reply = parser.getDom();
-  if (reply["fileSize"].asNumber(info.sizeBytes) != dsjson::CONV_OK ||
-      reply["clipLength"].asNumber(info.seconds) != dsjson::CONV_OK) {
+  const dsjson::JValue members = parseServiceReply(answer.payload).members;
+  if (members["fileSize"].asNumber(info.sizeBytes) != dsjson::CONV_OK ||
+      members["clipLength"].asNumber(info.seconds) != dsjson::CONV_OK) {
     return std::nullopt;
   }
   return info;

@@ -1,5 +1,6 @@
 #include "client/staged_output.h"
 
+#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +25,10 @@ mode_t outputMode(const fs::path& target) {
 }  // namespace
 
 StagedOutput::StagedOutput(const std::string& path) {
+  if (g_utf8_validate(path.c_str(), -1, nullptr) == FALSE) {
+    error = "cannot write " + path + ": its name is not UTF-8";
+    return;
+  }
   std::error_code code;
   const fs::path real = fs::weakly_canonical(path, code);
   if (code || !real.has_filename()) {

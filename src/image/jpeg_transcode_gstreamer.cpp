@@ -2,8 +2,7 @@
 
 #include <sys/stat.h>
 
-#include <cstdio>
-
+#include "framework/bus_watch.h"
 #include "framework/int32.h"
 #include "gstreamer/gst_seam.h"
 
@@ -204,29 +203,5 @@ int JpegTranscodeGstreamer::encode(const Pipeline& pipeline, int quality) {
 }
 
 gboolean JpegTranscodeGstreamer::bus_call(GstBus*, GstMessage* message, void* data) {
-  auto* loop = static_cast<GMainLoop*>(data);
-  g_message("+ %s MESSAGE TYPE %s\n", kBusCall, GST_MESSAGE_TYPE_NAME(message));
-  switch (GST_MESSAGE_TYPE(message)) {
-    case GST_MESSAGE_EOS:
-      printf("End-of-stream\n");
-      g_main_loop_quit(loop);
-      break;
-    case GST_MESSAGE_ERROR: {
-      GError* error = nullptr;
-      gchar* debug = nullptr;
-      gst_message_parse_error(message, &error, &debug);
-      g_message("Error: %s\n", error->message);
-      g_error_free(error);
-      if (debug != nullptr) {
-        g_message("Debug details: %s\n", debug);
-        g_free(debug);
-      }
-      g_main_loop_quit(loop);
-      break;
-    }
-    default:
-      break;
-  }
-  g_message("- %s\n", kBusCall);
-  return TRUE;
+  return watchBusMessage(kBusCall, message, static_cast<GMainLoop*>(data));
 }

@@ -1,8 +1,8 @@
 #include "pipelines/mpeg_transcode_native_gst.h"
 
 #include <cstdint>
-#include <cstdio>
 
+#include "framework/bus_watch.h"
 #include "gstreamer/gst_seam.h"
 
 namespace {
@@ -13,18 +13,6 @@ const char kTeardown[] = "virtual bool MpegTranscodeNativeGst::teardown(int)";
 
 const guint kNoWatch = -1;
 const int kTeardownSeconds = 5;
-
-void logError(GstMessage* message) {
-  GError* error = nullptr;
-  gchar* debug = nullptr;
-  gst_message_parse_error(message, &error, &debug);
-  g_message("Error: %s\n", error->message);
-  g_error_free(error);
-  if (debug != nullptr) {
-    g_message("Debug details: %s\n", debug);
-    g_free(debug);
-  }
-}
 
 // Brings the pipeline to NULL. Returns false only when GStreamer refuses outright.
 bool stop(GstElement* pipeline, int seconds) {
@@ -73,21 +61,7 @@ LaunchResult MpegTranscodeNativeGst::run() {
 }
 
 gboolean MpegTranscodeNativeGst::bus_call(GstBus*, GstMessage* message, void* loop) {
-  g_message("+ %s MESSAGE TYPE %s\n", kBusCall, GST_MESSAGE_TYPE_NAME(message));
-  switch (GST_MESSAGE_TYPE(message)) {
-    case GST_MESSAGE_EOS:
-      printf("End-of-stream\n");
-      g_main_loop_quit(static_cast<GMainLoop*>(loop));
-      break;
-    case GST_MESSAGE_ERROR:
-      logError(message);
-      g_main_loop_quit(static_cast<GMainLoop*>(loop));
-      break;
-    default:
-      break;
-  }
-  g_message("- %s\n", kBusCall);
-  return TRUE;
+  return watchBusMessage(kBusCall, message, static_cast<GMainLoop*>(loop));
 }
 
 bool MpegTranscodeNativeGst::teardown(int seconds) {

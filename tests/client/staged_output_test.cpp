@@ -67,7 +67,7 @@ TEST_F(StagedOutputTest, ReplacesTheFileBehindALink) {
 
 TEST_F(StagedOutputTest, SaysWhyItCannotWrite) {
   for (const std::string& target :
-       {dir.path(), dir.path() + "/", std::string("/proc/none/x.jpg")}) {
+       {dir.path(), dir.path() + "/", std::string("/proc/none/x.jpg"), dir / "\xe9.jpg"}) {
     const StagedOutput output(target);
     EXPECT_EQ("", output.temporaryPath()) << target;
     EXPECT_NE("", output.errorText()) << target;

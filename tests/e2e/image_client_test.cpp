@@ -68,7 +68,8 @@ TEST_F(ImageClientTest, RefusesWhatIsNoJpegBeforeTheServiceMeetsIt) {
   ASSERT_EQ(0, runCommand("mkfifo " + (dir / "fifo.jpg")).exitCode);
   ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
   const pid_t daemon = system.daemonPid();
-  for (const char* in : {"text.jpg", "empty.jpg", "none.jpg", "fifo.jpg", "."}) {
+  dir.write("\xe9.jpg", readFile(dir / "in.jpg"));
+  for (const char* in : {"text.jpg", "empty.jpg", "none.jpg", "fifo.jpg", ".", "\xe9.jpg"}) {
     EXPECT_EQ(1, client(std::string("resize-image ") + in + " out.jpg --size 30k").exitCode) << in;
     EXPECT_THAT(errors(), HasSubstr("cannot read"));
   }
