@@ -28,6 +28,15 @@ class ServiceTest : public testing::Test {
     gInactivityStatus = {};
   }
   void TearDown() override { StopInactivityTimer(&gInactivityStatus); }
+
+  // After a failed registration the process ends soon and takes these with it.
+  static void releaseWhatTheProcessWould() {
+    GSource* timer = gInactivityStatus.source;
+    StopInactivityTimer(&gInactivityStatus);
+    if (timer != nullptr) g_source_unref(timer);
+    delete gTranscodeServer;
+    g_main_loop_unref(gMainLoop);
+  }
 };
 
 TEST_F(ServiceTest, RegistersInOrderServesAndLeaves) {
@@ -74,6 +83,7 @@ TEST_F(ServiceTest, RegistrationFailureIsPrintedAndEndsWithoutAHandle) {
   EXPECT_EQ(-1, registerVelaService());
   EXPECT_EQ(1, fake_vela::errorsPrinted());
   EXPECT_THAT(fake_vela::operations(), ElementsAre("VSRegisterPubPriv com.tarn.transcode private"));
+  releaseWhatTheProcessWould();
 }
 
 TEST_F(ServiceTest, LaterFailuresArePrintedAndUnregister) {
@@ -85,7 +95,7 @@ TEST_F(ServiceTest, LaterFailuresArePrintedAndUnregister) {
     EXPECT_EQ("VSUnregister", fake_vela::operations().back()) << operation;
     EXPECT_THAT(fake_vela::operations()[fake_vela::operations().size() - 2],
                 testing::StartsWith(operation));
-    StopInactivityTimer(&gInactivityStatus);
+    releaseWhatTheProcessWould();
   }
 }
 
