@@ -1,5 +1,6 @@
 // The translation: the old command line, for one encode, in the words of today's ffmpeg.
-#pragma once
+#ifndef FFMPEG_COMMAND_LINE_H
+#define FFMPEG_COMMAND_LINE_H
 
 #include <string>
 #include <vector>
@@ -19,3 +20,5 @@ struct EncodePaths {
 // Progress goes to the encode's standard output, error lines to its standard error.
 std::vector<std::string> commandLine(const Options& options, const MediaFacts& facts,
                                      const EncodePaths& paths);
+
+#endif

@@ -1,5 +1,6 @@
 // One run of today's ffmpeg: started in a sandbox, watched, and its end told in plain words.
-#pragma once
+#ifndef FFMPEG_ENCODER_H
+#define FFMPEG_ENCODER_H
 
 #include <chrono>
 #include <cstdint>
@@ -32,3 +33,5 @@ struct EncodeResult {
 // signals arrives, and by the kernel when this process ends. It is always gone on return.
 EncodeResult runEncode(EncodeJob job, StopSignals& signals,
                        const std::function<void(int64_t)>& onProgress);
+
+#endif

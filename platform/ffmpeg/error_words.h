@@ -1,5 +1,6 @@
 // The error lines of the ffmpeg that we run, in a form that a person can be shown.
-#pragma once
+#ifndef FFMPEG_ERROR_WORDS_H
+#define FFMPEG_ERROR_WORDS_H
 
 #include <cstddef>
 #include <string>
@@ -31,3 +32,5 @@ class ErrorWords {
   std::vector<std::string> last;
   size_t dropped = 0;
 };
+
+#endif

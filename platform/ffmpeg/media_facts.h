@@ -1,5 +1,6 @@
 // What a movie file is: the figures that the probe reports and the translation builds on.
-#pragma once
+#ifndef FFMPEG_MEDIA_FACTS_H
+#define FFMPEG_MEDIA_FACTS_H
 
 #include <cstdint>
 #include <optional>
@@ -57,3 +58,5 @@ struct MediaFacts {
 // Fills *facts from an opened file. A length that the file does not state is found by reading it
 // to its end, for a few seconds at most, and then by what part of it was read.
 void readMediaFacts(MediaInput& input, const std::string& path, MediaFacts* facts);
+
+#endif

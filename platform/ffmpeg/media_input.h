@@ -1,5 +1,6 @@
 // A movie file opened by libavformat, under the limits that foreign files are read with.
-#pragma once
+#ifndef FFMPEG_MEDIA_INPUT_H
+#define FFMPEG_MEDIA_INPUT_H
 
 #include <chrono>
 #include <cstdint>
@@ -40,3 +41,5 @@ class MediaInput {
   int64_t fileBytes = 0;
   std::chrono::steady_clock::time_point deadline;
 };
+
+#endif

@@ -1,5 +1,6 @@
 // The old command line, parsed: exactly the options that the transcoding daemon uses.
-#pragma once
+#ifndef FFMPEG_OPTIONS_H
+#define FFMPEG_OPTIONS_H
 
 #include <cstdint>
 #include <string>
@@ -53,3 +54,5 @@ struct Options {
 // Parses argv[1..]. On success stores everything in *options and returns true; on failure stores
 // one clear line in *error and returns false, *options being unspecified.
 bool parseOptions(int argc, const char* const* argv, Options* options, std::string* error);
+
+#endif

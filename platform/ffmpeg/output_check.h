@@ -1,5 +1,6 @@
 // Whether a file that was just encoded is whole.
-#pragma once
+#ifndef FFMPEG_OUTPUT_CHECK_H
+#define FFMPEG_OUTPUT_CHECK_H
 
 #include <cstdint>
 #include <string>
@@ -14,3 +15,5 @@ struct ExpectedOutput {
 // Opens the file and reads its beginning: it has the streams, something in them, and the length.
 // On failure stores one clear line in *error and returns false.
 bool checkOutput(const std::string& path, const ExpectedOutput& expected, std::string* error);
+
+#endif

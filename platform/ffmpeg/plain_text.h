@@ -2,7 +2,8 @@
 //
 // Whoever reads our standard error looks for a line that begins with "Duration: "; a file name or
 // a tag must never be taken for it. Both operations therefore break that word's colon.
-#pragma once
+#ifndef FFMPEG_PLAIN_TEXT_H
+#define FFMPEG_PLAIN_TEXT_H
 
 #include <string>
 
@@ -11,3 +12,5 @@ std::string printableLine(const std::string& text);
 
 // As printableLine, and every byte that is not ASCII becomes '?'.
 std::string asciiLine(const std::string& text);
+
+#endif

@@ -1,5 +1,6 @@
 // What the program prints about its input: the report that its callers read figures from.
-#pragma once
+#ifndef FFMPEG_PROBE_REPORT_H
+#define FFMPEG_PROBE_REPORT_H
 
 #include <string>
 
@@ -11,3 +12,5 @@ std::string probeReport(const MediaFacts& facts);
 
 // Rates as "29.97", whole ones as "25", whole thousands as "90k".
 std::string rateText(double rate);
+
+#endif

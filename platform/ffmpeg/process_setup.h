@@ -1,5 +1,6 @@
 // The state of this process that it must not leave to whoever started it.
-#pragma once
+#ifndef FFMPEG_PROCESS_SETUP_H
+#define FFMPEG_PROCESS_SETUP_H
 
 #include <sys/types.h>
 
@@ -18,3 +19,5 @@ bool endWithParent(int signal, pid_t parent);
 
 // False when nobody holds the other end of standard error any more.
 bool isListenedTo();
+
+#endif

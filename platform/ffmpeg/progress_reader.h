@@ -1,5 +1,6 @@
 // Reads the key=value lines that today's ffmpeg writes for "-progress".
-#pragma once
+#ifndef FFMPEG_PROGRESS_READER_H
+#define FFMPEG_PROGRESS_READER_H
 
 #include <cstdint>
 #include <string>
@@ -22,3 +23,5 @@ class ProgressReader {
   int64_t frame = 0;
   int64_t totalBytes = 0;
 };
+
+#endif

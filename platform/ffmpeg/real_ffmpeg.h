@@ -1,5 +1,6 @@
 // Today's ffmpeg: the program of that name on PATH that is not this one.
-#pragma once
+#ifndef FFMPEG_REAL_FFMPEG_H
+#define FFMPEG_REAL_FFMPEG_H
 
 #include <string>
 
@@ -9,3 +10,5 @@ extern const char kStartedByUs[];
 
 // Its absolute path, links resolved; empty when there is none.
 std::string findRealFfmpeg();
+
+#endif

@@ -1,5 +1,6 @@
 // What this process and everything it starts may still do once it has entered the sandbox.
-#pragma once
+#ifndef FFMPEG_SANDBOX_H
+#define FFMPEG_SANDBOX_H
 
 #include <cstdint>
 #include <string>
@@ -31,3 +32,5 @@ class Sandbox {
 
   std::vector<Rule> rules;
 };
+
+#endif

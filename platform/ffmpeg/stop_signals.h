@@ -1,5 +1,6 @@
 // The signals that ask this program to stop, taken as events so that it can clean up first.
-#pragma once
+#ifndef FFMPEG_STOP_SIGNALS_H
+#define FFMPEG_STOP_SIGNALS_H
 
 #include <signal.h>
 
@@ -27,3 +28,5 @@ class StopSignals {
   int stopSignal = 0;
   sigset_t previous;
 };
+
+#endif

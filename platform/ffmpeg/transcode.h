@@ -1,6 +1,7 @@
 // One request, from the options to the finished file: plans the encode, runs it, checks what came
 // out and puts it in its place.
-#pragma once
+#ifndef FFMPEG_TRANSCODE_H
+#define FFMPEG_TRANSCODE_H
 
 #include <string>
 
@@ -46,3 +47,5 @@ class Transcode {
 
 // What this program itself may do while it serves these options.
 Sandbox sandboxFor(const Options& options, const std::string& program);
+
+#endif

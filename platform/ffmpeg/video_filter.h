@@ -1,5 +1,6 @@
 // The picture's way to its size: what "-s", H.263's five sizes and odd sizes ask for.
-#pragma once
+#ifndef FFMPEG_VIDEO_FILTER_H
+#define FFMPEG_VIDEO_FILTER_H
 
 #include <string>
 
@@ -9,3 +10,5 @@ struct VideoFacts;
 // The filter chain for today's "-vf"; empty when the picture passes as it is. The encoder has
 // already turned rotated clips upright when it applies.
 std::string videoFilter(const Options& options, const VideoFacts& video);
+
+#endif

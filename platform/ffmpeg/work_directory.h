@@ -1,5 +1,6 @@
 // A hidden folder beside a target file, in which the file is made before it takes its place.
-#pragma once
+#ifndef FFMPEG_WORK_DIRECTORY_H
+#define FFMPEG_WORK_DIRECTORY_H
 
 #include <memory>
 #include <string>
@@ -30,3 +31,5 @@ std::string resolveTarget(const std::string& path);
 
 // The folder that holds `path`, "." for a bare name.
 std::string folderOf(const std::string& path);
+
+#endif

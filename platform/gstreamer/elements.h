@@ -14,4 +14,4 @@ bool registerMetadataMux(GstPlugin* plugin);
 // "videoscale": makes the picture another size.
 bool registerVideoScale(GstPlugin* plugin);
 
-#endif  // GSTREAMER_ELEMENTS_H
+#endif

@@ -52,4 +52,4 @@ class EnableGate {
   bool stopped = false;
 };
 
-#endif  // GSTREAMER_ENABLE_GATE_H
+#endif

@@ -29,4 +29,4 @@ GType tarn_encoder_bin_get_type();
 #define TARN_TYPE_ENCODER_BIN (tarn_encoder_bin_get_type())
 #define TARN_ENCODER_BIN_CLASS(type) (reinterpret_cast<TarnEncoderBinClass*>(type))
 
-#endif  // GSTREAMER_ENCODER_BIN_H
+#endif

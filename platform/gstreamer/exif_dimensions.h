@@ -11,4 +11,4 @@
 // them, is no Exif, or points outside of itself is left as it was.
 bool setExifDimensions(uint8_t* payload, size_t sizeBytes, uint32_t width, uint32_t height);
 
-#endif  // GSTREAMER_EXIF_DIMENSIONS_H
+#endif

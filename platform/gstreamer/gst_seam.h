@@ -47,4 +47,4 @@ inline void gstSeamClearSyncHandler(GstBus* bus) {
 
 #endif
 
-#endif  // GSTREAMER_GST_SEAM_H
+#endif

@@ -29,4 +29,4 @@ struct JpegHead {
 bool makeJpegHead(const uint8_t* encoded, size_t sizeBytes,
                   const std::vector<JpegSegment>& metadata, JpegHead* head);
 
-#endif  // GSTREAMER_JPEG_METADATA_H
+#endif

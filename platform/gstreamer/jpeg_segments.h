@@ -79,4 +79,4 @@ class JpegHeaderReader {
   uint32_t frameHeight = 0;
 };
 
-#endif  // GSTREAMER_JPEG_SEGMENTS_H
+#endif

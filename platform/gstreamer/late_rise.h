@@ -19,4 +19,4 @@ inline bool risesLate(GstElement* element, GstStateChange transition) {
          goal < next;
 }
 
-#endif  // GSTREAMER_LATE_RISE_H
+#endif

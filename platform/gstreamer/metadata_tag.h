@@ -23,4 +23,4 @@ GstTagList* makeMetadataTags(const std::vector<JpegSegment>& segments);
 // Stores the segments of a list that has the tag; returns false and leaves them if it has not.
 bool readMetadataTags(const GstTagList* tags, std::vector<JpegSegment>* segments);
 
-#endif  // GSTREAMER_METADATA_TAG_H
+#endif

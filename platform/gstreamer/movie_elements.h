@@ -18,4 +18,4 @@ bool registerMpeg4Mux(GstPlugin* plugin);
 // "tarnamrdemux" and "tarnmp3demux": hand on bare streams of AMR and MP3 frames.
 bool registerBareDemuxers(GstPlugin* plugin);
 
-#endif  // GSTREAMER_MOVIE_ELEMENTS_H
+#endif

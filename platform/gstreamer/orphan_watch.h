@@ -12,4 +12,4 @@
 // more, the watch goes too. A second call for the same bin does nothing.
 void removeOrphanWatch(GstElement* element);
 
-#endif  // GSTREAMER_ORPHAN_WATCH_H
+#endif

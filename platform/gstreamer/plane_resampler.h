@@ -27,4 +27,4 @@ struct PlaneOf {
 // Takes a few rows' worth of memory besides the two planes, which may not overlap.
 void resamplePlane(const PlaneOf<const uint8_t>& from, const PlaneOf<uint8_t>& to);
 
-#endif  // GSTREAMER_PLANE_RESAMPLER_H
+#endif

@@ -1,5 +1,6 @@
 // Runs the program under test as the daemon does: standard error through a pipe, a wait status.
-#pragma once
+#ifndef FFMPEG_PROGRAM_RUN_H
+#define FFMPEG_PROGRAM_RUN_H
 
 #include <sys/types.h>
 
@@ -64,3 +65,5 @@ void writeText(const std::string& path, const std::string& text);
 // Makes an executable shell script named ffmpeg in a folder of its own beneath `folder` and
 // returns PATH=… that finds it first.
 std::string pathWithFakeFfmpeg(const TestFolder& folder, const std::string& script);
+
+#endif

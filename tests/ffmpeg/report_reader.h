@@ -1,5 +1,6 @@
 // Reads the report exactly as the daemon does: the same expression, the same scans.
-#pragma once
+#ifndef FFMPEG_REPORT_READER_H
+#define FFMPEG_REPORT_READER_H
 
 #include <regex.h>
 
@@ -36,3 +37,5 @@ inline ReadReport readReport(const std::string& text) {
   sscanf(group(2).c_str(), "%f fps, %f", &report.frameRate, &report.tbr);  // NOLINT(cert-err34-c)
   return report;
 }
+
+#endif

@@ -37,4 +37,4 @@ class ImagePipeline {
   GError* error = nullptr;
 };
 
-#endif  // TESTS_GSTREAMER_IMAGE_PIPELINE_H
+#endif

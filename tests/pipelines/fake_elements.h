@@ -1,7 +1,8 @@
 // Elements under the device's names that record what is done to them, in place of the real ones.
 //
 // Thread: the test's own.
-#pragma once
+#ifndef PIPELINES_FAKE_ELEMENTS_H
+#define PIPELINES_FAKE_ELEMENTS_H
 
 #include <gst/gst.h>
 
@@ -57,3 +58,5 @@ GstElement* newScriptedPipeline(GstStateChangeReturn setResult, GstStateChangeRe
 extern GstClockTime waitedNs;
 
 }  // namespace fake
+
+#endif

@@ -1,5 +1,6 @@
 // A task of the back end for two files, without a request.
-#pragma once
+#ifndef PIPELINES_FILE_TRANSCODE_H
+#define PIPELINES_FILE_TRANSCODE_H
 
 #include <functional>
 #include <string>
@@ -33,3 +34,5 @@ inline bool reportsError(const std::vector<std::string>& messages) {
   }
   return false;
 }
+
+#endif

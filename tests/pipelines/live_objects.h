@@ -1,5 +1,6 @@
 // What a run may leave behind: GStreamer's objects, threads, descriptors.
-#pragma once
+#ifndef PIPELINES_LIVE_OBJECTS_H
+#define PIPELINES_LIVE_OBJECTS_H
 
 #include <map>
 #include <string>
@@ -22,3 +23,5 @@ bool waitForThreads(int count);
 
 // The number of this process's open descriptors.
 int descriptorCount();
+
+#endif

@@ -62,4 +62,4 @@ Bytes insertBytes(const Bytes& whole, size_t offset, const Bytes& inserted);
 bool writeBytes(const std::string& path, const Bytes& bytes);
 Bytes readBytes(const std::string& path);
 
-#endif  // SUPPORT_JPEG_MEDIA_JPEG_MEDIA_H
+#endif

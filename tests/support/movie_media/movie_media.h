@@ -2,7 +2,8 @@
 // on how they were made, and shared by every test that asks for the same one.
 //
 // Errors: all operations throw std::runtime_error when a clip cannot be made.
-#pragma once
+#ifndef SUPPORT_MOVIE_MEDIA_MOVIE_MEDIA_H
+#define SUPPORT_MOVIE_MEDIA_MOVIE_MEDIA_H
 
 #include <string>
 #include <vector>
@@ -32,3 +33,5 @@ std::string decodingErrors(const std::string& path);
 
 // Writes `text` to a file of the same kept folder and returns its absolute path.
 std::string textFile(const std::string& name, const std::string& text);
+
+#endif
