@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "pipelines/mpeg_transcode_native_orrin.h"
+#include "src/pipelines/mpeg_transcode_native_orrin.h"
 
 namespace {
 

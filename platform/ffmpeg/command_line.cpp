@@ -1,10 +1,10 @@
-#include "ffmpeg/command_line.h"
+#include "platform/ffmpeg/command_line.h"
 
 #include <initializer_list>
 
-#include "ffmpeg/media_facts.h"
-#include "ffmpeg/media_input.h"
-#include "ffmpeg/video_filter.h"
+#include "platform/ffmpeg/media_facts.h"
+#include "platform/ffmpeg/media_input.h"
+#include "platform/ffmpeg/video_filter.h"
 
 namespace {
 

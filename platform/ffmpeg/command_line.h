@@ -1,11 +1,11 @@
 // The translation: the old command line, for one encode, in the words of today's ffmpeg.
-#ifndef FFMPEG_COMMAND_LINE_H
-#define FFMPEG_COMMAND_LINE_H
+#ifndef PLATFORM_FFMPEG_COMMAND_LINE_H
+#define PLATFORM_FFMPEG_COMMAND_LINE_H
 
 #include <string>
 #include <vector>
 
-#include "ffmpeg/options.h"
+#include "platform/ffmpeg/options.h"
 
 struct MediaFacts;
 

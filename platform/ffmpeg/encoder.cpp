@@ -1,4 +1,4 @@
-#include "ffmpeg/encoder.h"
+#include "platform/ffmpeg/encoder.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -10,10 +10,10 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "ffmpeg/process_setup.h"
-#include "ffmpeg/progress_reader.h"
-#include "ffmpeg/real_ffmpeg.h"
-#include "ffmpeg/stop_signals.h"
+#include "platform/ffmpeg/process_setup.h"
+#include "platform/ffmpeg/progress_reader.h"
+#include "platform/ffmpeg/real_ffmpeg.h"
+#include "platform/ffmpeg/stop_signals.h"
 
 namespace {
 

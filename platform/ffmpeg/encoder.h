@@ -1,6 +1,6 @@
 // One run of today's ffmpeg: started in a sandbox, watched, and its end told in plain words.
-#ifndef FFMPEG_ENCODER_H
-#define FFMPEG_ENCODER_H
+#ifndef PLATFORM_FFMPEG_ENCODER_H
+#define PLATFORM_FFMPEG_ENCODER_H
 
 #include <chrono>
 #include <cstdint>
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "ffmpeg/error_words.h"
-#include "ffmpeg/sandbox.h"
+#include "platform/ffmpeg/error_words.h"
+#include "platform/ffmpeg/sandbox.h"
 
 class StopSignals;
 

@@ -1,9 +1,9 @@
-#include "ffmpeg/error_words.h"
+#include "platform/ffmpeg/error_words.h"
 
 #include <algorithm>
 #include <cctype>
 
-#include "ffmpeg/plain_text.h"
+#include "platform/ffmpeg/plain_text.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The error lines of the ffmpeg that we run, in a form that a person can be shown.
-#ifndef FFMPEG_ERROR_WORDS_H
-#define FFMPEG_ERROR_WORDS_H
+#ifndef PLATFORM_FFMPEG_ERROR_WORDS_H
+#define PLATFORM_FFMPEG_ERROR_WORDS_H
 
 #include <cstddef>
 #include <string>

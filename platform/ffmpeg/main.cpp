@@ -10,15 +10,15 @@
 
 #include <string>
 
-#include "ffmpeg/media_facts.h"
-#include "ffmpeg/media_input.h"
-#include "ffmpeg/options.h"
-#include "ffmpeg/plain_text.h"
-#include "ffmpeg/probe_report.h"
-#include "ffmpeg/process_setup.h"
-#include "ffmpeg/real_ffmpeg.h"
-#include "ffmpeg/sandbox.h"
-#include "ffmpeg/transcode.h"
+#include "platform/ffmpeg/media_facts.h"
+#include "platform/ffmpeg/media_input.h"
+#include "platform/ffmpeg/options.h"
+#include "platform/ffmpeg/plain_text.h"
+#include "platform/ffmpeg/probe_report.h"
+#include "platform/ffmpeg/process_setup.h"
+#include "platform/ffmpeg/real_ffmpeg.h"
+#include "platform/ffmpeg/sandbox.h"
+#include "platform/ffmpeg/transcode.h"
 
 namespace {
 

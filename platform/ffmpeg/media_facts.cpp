@@ -1,11 +1,11 @@
-#include "ffmpeg/media_facts.h"
+#include "platform/ffmpeg/media_facts.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <memory>
 
-#include "ffmpeg/media_input.h"
+#include "platform/ffmpeg/media_input.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

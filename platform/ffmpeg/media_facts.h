@@ -1,6 +1,6 @@
 // What a movie file is: the figures that the probe reports and the translation builds on.
-#ifndef FFMPEG_MEDIA_FACTS_H
-#define FFMPEG_MEDIA_FACTS_H
+#ifndef PLATFORM_FFMPEG_MEDIA_FACTS_H
+#define PLATFORM_FFMPEG_MEDIA_FACTS_H
 
 #include <cstdint>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "ffmpeg/media_input.h"
+#include "platform/ffmpeg/media_input.h"
 
 #include <sys/stat.h>
 

@@ -1,6 +1,6 @@
 // A movie file opened by libavformat, under the limits that foreign files are read with.
-#ifndef FFMPEG_MEDIA_INPUT_H
-#define FFMPEG_MEDIA_INPUT_H
+#ifndef PLATFORM_FFMPEG_MEDIA_INPUT_H
+#define PLATFORM_FFMPEG_MEDIA_INPUT_H
 
 #include <chrono>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // The old command line, parsed: exactly the options that the transcoding daemon uses.
-#ifndef FFMPEG_OPTIONS_H
-#define FFMPEG_OPTIONS_H
+#ifndef PLATFORM_FFMPEG_OPTIONS_H
+#define PLATFORM_FFMPEG_OPTIONS_H
 
 #include <cstdint>
 #include <string>

@@ -1,10 +1,10 @@
-#include "ffmpeg/output_check.h"
+#include "platform/ffmpeg/output_check.h"
 
 #include <algorithm>
 #include <chrono>
 
-#include "ffmpeg/media_facts.h"
-#include "ffmpeg/media_input.h"
+#include "platform/ffmpeg/media_facts.h"
+#include "platform/ffmpeg/media_input.h"
 
 namespace {
 

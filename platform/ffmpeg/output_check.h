@@ -1,6 +1,6 @@
 // Whether a file that was just encoded is whole.
-#ifndef FFMPEG_OUTPUT_CHECK_H
-#define FFMPEG_OUTPUT_CHECK_H
+#ifndef PLATFORM_FFMPEG_OUTPUT_CHECK_H
+#define PLATFORM_FFMPEG_OUTPUT_CHECK_H
 
 #include <cstdint>
 #include <string>

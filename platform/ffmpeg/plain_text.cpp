@@ -1,4 +1,4 @@
-#include "ffmpeg/plain_text.h"
+#include "platform/ffmpeg/plain_text.h"
 
 std::string printableLine(const std::string& text) {
   std::string line = text;

@@ -2,8 +2,8 @@
 //
 // Whoever reads our standard error looks for a line that begins with "Duration: "; a file name or
 // a tag must never be taken for it. Both operations therefore break that word's colon.
-#ifndef FFMPEG_PLAIN_TEXT_H
-#define FFMPEG_PLAIN_TEXT_H
+#ifndef PLATFORM_FFMPEG_PLAIN_TEXT_H
+#define PLATFORM_FFMPEG_PLAIN_TEXT_H
 
 #include <string>
 

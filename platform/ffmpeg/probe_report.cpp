@@ -1,4 +1,4 @@
-#include "ffmpeg/probe_report.h"
+#include "platform/ffmpeg/probe_report.h"
 
 #include <cinttypes>
 #include <cmath>
@@ -7,8 +7,8 @@
 #include <map>
 #include <numeric>
 
-#include "ffmpeg/media_facts.h"
-#include "ffmpeg/plain_text.h"
+#include "platform/ffmpeg/media_facts.h"
+#include "platform/ffmpeg/plain_text.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // What the program prints about its input: the report that its callers read figures from.
-#ifndef FFMPEG_PROBE_REPORT_H
-#define FFMPEG_PROBE_REPORT_H
+#ifndef PLATFORM_FFMPEG_PROBE_REPORT_H
+#define PLATFORM_FFMPEG_PROBE_REPORT_H
 
 #include <string>
 

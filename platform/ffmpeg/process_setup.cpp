@@ -1,4 +1,4 @@
-#include "ffmpeg/process_setup.h"
+#include "platform/ffmpeg/process_setup.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 // The state of this process that it must not leave to whoever started it.
-#ifndef FFMPEG_PROCESS_SETUP_H
-#define FFMPEG_PROCESS_SETUP_H
+#ifndef PLATFORM_FFMPEG_PROCESS_SETUP_H
+#define PLATFORM_FFMPEG_PROCESS_SETUP_H
 
 #include <sys/types.h>
 

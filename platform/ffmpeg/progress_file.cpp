@@ -1,4 +1,4 @@
-#include "ffmpeg/progress_file.h"
+#include "platform/ffmpeg/progress_file.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -3,8 +3,8 @@
 // It is $XDG_RUNTIME_DIR/tarn-transcode/SHA256.progress, the digest (hexadecimal) being that of
 // the output's absolute path, byte for byte as it was asked for. It holds one JSON object:
 //   {"pass":1,"passes":2,"position":1200,"duration":30208}        both times in ms
-#ifndef FFMPEG_PROGRESS_FILE_H
-#define FFMPEG_PROGRESS_FILE_H
+#ifndef PLATFORM_FFMPEG_PROGRESS_FILE_H
+#define PLATFORM_FFMPEG_PROGRESS_FILE_H
 
 #include <cstdint>
 #include <string>

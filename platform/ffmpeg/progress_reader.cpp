@@ -1,4 +1,4 @@
-#include "ffmpeg/progress_reader.h"
+#include "platform/ffmpeg/progress_reader.h"
 
 #include <charconv>
 

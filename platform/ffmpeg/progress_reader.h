@@ -1,6 +1,6 @@
 // Reads the key=value lines that today's ffmpeg writes for "-progress".
-#ifndef FFMPEG_PROGRESS_READER_H
-#define FFMPEG_PROGRESS_READER_H
+#ifndef PLATFORM_FFMPEG_PROGRESS_READER_H
+#define PLATFORM_FFMPEG_PROGRESS_READER_H
 
 #include <cstdint>
 #include <string>

@@ -1,4 +1,4 @@
-#include "ffmpeg/real_ffmpeg.h"
+#include "platform/ffmpeg/real_ffmpeg.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

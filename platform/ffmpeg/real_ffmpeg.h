@@ -1,6 +1,6 @@
 // Today's ffmpeg: the program of that name on PATH that is not this one.
-#ifndef FFMPEG_REAL_FFMPEG_H
-#define FFMPEG_REAL_FFMPEG_H
+#ifndef PLATFORM_FFMPEG_REAL_FFMPEG_H
+#define PLATFORM_FFMPEG_REAL_FFMPEG_H
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "ffmpeg/sandbox.h"
+#include "platform/ffmpeg/sandbox.h"
 
 #include <fcntl.h>
 #include <linux/landlock.h>

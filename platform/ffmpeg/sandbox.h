@@ -1,6 +1,6 @@
 // What this process and everything it starts may still do once it has entered the sandbox.
-#ifndef FFMPEG_SANDBOX_H
-#define FFMPEG_SANDBOX_H
+#ifndef PLATFORM_FFMPEG_SANDBOX_H
+#define PLATFORM_FFMPEG_SANDBOX_H
 
 #include <cstdint>
 #include <string>

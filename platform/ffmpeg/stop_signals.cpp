@@ -1,4 +1,4 @@
-#include "ffmpeg/stop_signals.h"
+#include "platform/ffmpeg/stop_signals.h"
 
 #include <sys/signalfd.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 // The signals that ask this program to stop, taken as events so that it can clean up first.
-#ifndef FFMPEG_STOP_SIGNALS_H
-#define FFMPEG_STOP_SIGNALS_H
+#ifndef PLATFORM_FFMPEG_STOP_SIGNALS_H
+#define PLATFORM_FFMPEG_STOP_SIGNALS_H
 
 #include <signal.h>
 

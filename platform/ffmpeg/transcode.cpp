@@ -1,4 +1,4 @@
-#include "ffmpeg/transcode.h"
+#include "platform/ffmpeg/transcode.h"
 
 #include <fcntl.h>
 #include <string.h>
@@ -10,11 +10,11 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "ffmpeg/command_line.h"
-#include "ffmpeg/media_input.h"
-#include "ffmpeg/output_check.h"
-#include "ffmpeg/progress_file.h"
-#include "ffmpeg/stop_signals.h"
+#include "platform/ffmpeg/command_line.h"
+#include "platform/ffmpeg/media_input.h"
+#include "platform/ffmpeg/output_check.h"
+#include "platform/ffmpeg/progress_file.h"
+#include "platform/ffmpeg/stop_signals.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
 // One request, from the options to the finished file: plans the encode, runs it, checks what came
 // out and puts it in its place.
-#ifndef FFMPEG_TRANSCODE_H
-#define FFMPEG_TRANSCODE_H
+#ifndef PLATFORM_FFMPEG_TRANSCODE_H
+#define PLATFORM_FFMPEG_TRANSCODE_H
 
 #include <string>
 
-#include "ffmpeg/encoder.h"
-#include "ffmpeg/media_facts.h"
-#include "ffmpeg/options.h"
-#include "ffmpeg/work_directory.h"
+#include "platform/ffmpeg/encoder.h"
+#include "platform/ffmpeg/media_facts.h"
+#include "platform/ffmpeg/options.h"
+#include "platform/ffmpeg/work_directory.h"
 
 class StopSignals;
 

@@ -1,10 +1,10 @@
-#include "ffmpeg/video_filter.h"
+#include "platform/ffmpeg/video_filter.h"
 
 #include <algorithm>
 #include <array>
 
-#include "ffmpeg/media_facts.h"
-#include "ffmpeg/options.h"
+#include "platform/ffmpeg/media_facts.h"
+#include "platform/ffmpeg/options.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The picture's way to its size: what "-s", H.263's five sizes and odd sizes ask for.
-#ifndef FFMPEG_VIDEO_FILTER_H
-#define FFMPEG_VIDEO_FILTER_H
+#ifndef PLATFORM_FFMPEG_VIDEO_FILTER_H
+#define PLATFORM_FFMPEG_VIDEO_FILTER_H
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "ffmpeg/work_directory.h"
+#include "platform/ffmpeg/work_directory.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -11,7 +11,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "ffmpeg/progress_file.h"
+#include "platform/ffmpeg/progress_file.h"
 
 namespace {
 

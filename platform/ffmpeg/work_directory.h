@@ -1,6 +1,6 @@
 // A hidden folder beside a target file, in which the file is made before it takes its place.
-#ifndef FFMPEG_WORK_DIRECTORY_H
-#define FFMPEG_WORK_DIRECTORY_H
+#ifndef PLATFORM_FFMPEG_WORK_DIRECTORY_H
+#define PLATFORM_FFMPEG_WORK_DIRECTORY_H
 
 #include <memory>
 #include <string>

@@ -3,7 +3,7 @@
 // A file of such frames has no container to take off, so the data passes as it is, for decoders
 // that find the frames themselves. It keeps no time stamps: in a movie these elements are out of
 // place, and whoever plugs elements together by themselves knows them by their long names.
-#include "gstreamer/movie_elements.h"
+#include "platform/gstreamer/movie_elements.h"
 
 struct TarnBareDemux {
   GstElement parent;

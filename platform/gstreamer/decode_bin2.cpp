@@ -10,7 +10,7 @@
 #include <memory>
 #include <vector>
 
-#include "gstreamer/movie_elements.h"
+#include "platform/gstreamer/movie_elements.h"
 
 struct _TarnDecodeBin2 {
   GstBin parent;

@@ -2,8 +2,8 @@
 // entry of the plug-in calls them all.
 //
 // Errors: false if GStreamer refuses the element; the plug-in is then not loaded.
-#ifndef GSTREAMER_ELEMENTS_H
-#define GSTREAMER_ELEMENTS_H
+#ifndef PLATFORM_GSTREAMER_ELEMENTS_H
+#define PLATFORM_GSTREAMER_ELEMENTS_H
 
 #include <gst/gst.h>
 

@@ -1,8 +1,8 @@
 // EnableGate holds a streaming thread back until the element's owner enables the element.
 //
 // Thread: enable() and stop() from any thread; pass() from the streaming thread.
-#ifndef GSTREAMER_ENABLE_GATE_H
-#define GSTREAMER_ENABLE_GATE_H
+#ifndef PLATFORM_GSTREAMER_ENABLE_GATE_H
+#define PLATFORM_GSTREAMER_ENABLE_GATE_H
 
 #include <chrono>
 #include <condition_variable>

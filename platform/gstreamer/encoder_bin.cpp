@@ -1,7 +1,7 @@
-#include "gstreamer/encoder_bin.h"
+#include "platform/gstreamer/encoder_bin.h"
 
-#include "gstreamer/enable_gate.h"
-#include "gstreamer/late_rise.h"
+#include "platform/gstreamer/enable_gate.h"
+#include "platform/gstreamer/late_rise.h"
 
 G_DEFINE_ABSTRACT_TYPE(TarnEncoderBin, tarn_encoder_bin, GST_TYPE_BIN)
 

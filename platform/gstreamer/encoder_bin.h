@@ -5,8 +5,8 @@
 // EnableGate::patience gets an ERROR message: half of the movie is missing.
 //
 // Thread: "enable" may be set from any thread, a streaming thread included.
-#ifndef GSTREAMER_ENCODER_BIN_H
-#define GSTREAMER_ENCODER_BIN_H
+#ifndef PLATFORM_GSTREAMER_ENCODER_BIN_H
+#define PLATFORM_GSTREAMER_ENCODER_BIN_H
 
 #include <gst/gst.h>
 

@@ -1,4 +1,4 @@
-#include "gstreamer/exif_dimensions.h"
+#include "platform/gstreamer/exif_dimensions.h"
 
 #include <cstring>
 

@@ -1,6 +1,6 @@
 // Sets the two picture dimensions that an Exif segment records, in place.
-#ifndef GSTREAMER_EXIF_DIMENSIONS_H
-#define GSTREAMER_EXIF_DIMENSIONS_H
+#ifndef PLATFORM_GSTREAMER_EXIF_DIMENSIONS_H
+#define PLATFORM_GSTREAMER_EXIF_DIMENSIONS_H
 
 #include <cstddef>
 #include <cstdint>

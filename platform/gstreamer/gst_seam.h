@@ -5,8 +5,8 @@
 // These need no name here, being the same text on both: gst_element_factory_get_longname (a
 // function that became a macro), gst_element_get_static_pad, g_source_remove for a bus watch.
 // filesrc's "blocksize" changed its type: set it by gst_util_set_object_arg, never through varargs.
-#ifndef GSTREAMER_GST_SEAM_H
-#define GSTREAMER_GST_SEAM_H
+#ifndef PLATFORM_GSTREAMER_GST_SEAM_H
+#define PLATFORM_GSTREAMER_GST_SEAM_H
 
 #include <gst/gst.h>
 

@@ -1,11 +1,11 @@
-#include "gstreamer/jpeg_metadata.h"
+#include "platform/gstreamer/jpeg_metadata.h"
 
 #include <algorithm>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
-#include "gstreamer/exif_dimensions.h"
+#include "platform/gstreamer/exif_dimensions.h"
 
 namespace {
 

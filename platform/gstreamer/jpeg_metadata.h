@@ -1,12 +1,12 @@
 // Which segments of a picture tell about the picture, and how they enter its new encoding.
-#ifndef GSTREAMER_JPEG_METADATA_H
-#define GSTREAMER_JPEG_METADATA_H
+#ifndef PLATFORM_GSTREAMER_JPEG_METADATA_H
+#define PLATFORM_GSTREAMER_JPEG_METADATA_H
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-#include "gstreamer/jpeg_segments.h"
+#include "platform/gstreamer/jpeg_segments.h"
 
 // Whether the segment still holds for a new encoding of the picture: Exif, XMP, IPTC, colour
 // profile, comments, what makers of cameras and programs left. Not so what describes the old coding

@@ -1,4 +1,4 @@
-#include "gstreamer/jpeg_segments.h"
+#include "platform/gstreamer/jpeg_segments.h"
 
 #include <algorithm>
 #include <utility>

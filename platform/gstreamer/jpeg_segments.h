@@ -4,8 +4,8 @@
 //
 // Thread: one reader belongs to one thread.
 // Errors: none thrown but std::bad_alloc; the status tells. Memory is bounded by maxHeaderBytes.
-#ifndef GSTREAMER_JPEG_SEGMENTS_H
-#define GSTREAMER_JPEG_SEGMENTS_H
+#ifndef PLATFORM_GSTREAMER_JPEG_SEGMENTS_H
+#define PLATFORM_GSTREAMER_JPEG_SEGMENTS_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // A guard for elements whose state is raised from a streaming thread.
-#ifndef GSTREAMER_LATE_RISE_H
-#define GSTREAMER_LATE_RISE_H
+#ifndef PLATFORM_GSTREAMER_LATE_RISE_H
+#define PLATFORM_GSTREAMER_LATE_RISE_H
 
 #include <gst/gst.h>
 

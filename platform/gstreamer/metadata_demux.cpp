@@ -10,9 +10,9 @@
 #include <new>
 #include <vector>
 
-#include "gstreamer/elements.h"
-#include "gstreamer/jpeg_metadata.h"
-#include "gstreamer/metadata_tag.h"
+#include "platform/gstreamer/elements.h"
+#include "platform/gstreamer/jpeg_metadata.h"
+#include "platform/gstreamer/metadata_tag.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include <utility>
 #include <vector>
 
-#include "gstreamer/elements.h"
-#include "gstreamer/jpeg_metadata.h"
-#include "gstreamer/metadata_tag.h"
-#include "gstreamer/orphan_watch.h"
+#include "platform/gstreamer/elements.h"
+#include "platform/gstreamer/jpeg_metadata.h"
+#include "platform/gstreamer/metadata_tag.h"
+#include "platform/gstreamer/orphan_watch.h"
 
 namespace {
 

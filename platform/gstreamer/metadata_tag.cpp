@@ -1,4 +1,4 @@
-#include "gstreamer/metadata_tag.h"
+#include "platform/gstreamer/metadata_tag.h"
 
 #include <memory>
 

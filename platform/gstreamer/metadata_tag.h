@@ -2,14 +2,14 @@
 //
 // Its value is a GstSample with a list of buffers, one per segment: the marker byte, then the
 // payload. Elements in between neither know nor change it.
-#ifndef GSTREAMER_METADATA_TAG_H
-#define GSTREAMER_METADATA_TAG_H
+#ifndef PLATFORM_GSTREAMER_METADATA_TAG_H
+#define PLATFORM_GSTREAMER_METADATA_TAG_H
 
 #include <gst/gst.h>
 
 #include <vector>
 
-#include "gstreamer/jpeg_segments.h"
+#include "platform/gstreamer/jpeg_segments.h"
 
 #define METADATA_TAG "tarn-jpeg-segments"
 

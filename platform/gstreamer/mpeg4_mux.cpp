@@ -5,8 +5,8 @@
 // streams ends instead of waiting for it for ever.
 //
 // Thread: "enable" may be set from any thread, a streaming thread included.
-#include "gstreamer/late_rise.h"
-#include "gstreamer/movie_elements.h"
+#include "platform/gstreamer/late_rise.h"
+#include "platform/gstreamer/movie_elements.h"
 
 namespace {
 

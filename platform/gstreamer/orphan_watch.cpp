@@ -1,4 +1,4 @@
-#include "gstreamer/orphan_watch.h"
+#include "platform/gstreamer/orphan_watch.h"
 
 namespace {
 

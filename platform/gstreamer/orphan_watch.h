@@ -3,8 +3,8 @@
 // A watch that its program never removes keeps the bus, a source and two descriptors for the life
 // of the process, and each turn of the main loop looks at all of them: after some thousand pictures
 // that is most of a request's time.
-#ifndef GSTREAMER_ORPHAN_WATCH_H
-#define GSTREAMER_ORPHAN_WATCH_H
+#ifndef PLATFORM_GSTREAMER_ORPHAN_WATCH_H
+#define PLATFORM_GSTREAMER_ORPHAN_WATCH_H
 
 #include <gst/gst.h>
 

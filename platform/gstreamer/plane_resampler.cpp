@@ -1,4 +1,4 @@
-#include "gstreamer/plane_resampler.h"
+#include "platform/gstreamer/plane_resampler.h"
 
 #include <algorithm>
 #include <cmath>

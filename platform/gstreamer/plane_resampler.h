@@ -8,8 +8,8 @@
 // misses one in rows and columns here and there; they come out up to eight levels too dark.
 //
 // Thread: any. Errors: throws std::bad_alloc; what was written of the new plane then is undefined.
-#ifndef GSTREAMER_PLANE_RESAMPLER_H
-#define GSTREAMER_PLANE_RESAMPLER_H
+#ifndef PLATFORM_GSTREAMER_PLANE_RESAMPLER_H
+#define PLATFORM_GSTREAMER_PLANE_RESAMPLER_H
 
 #include <cstddef>
 #include <cstdint>

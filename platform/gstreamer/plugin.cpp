@@ -1,7 +1,7 @@
 // The entry of the plug-in "tarntranscode".
-#include "gstreamer/elements.h"
-#include "gstreamer/metadata_tag.h"
-#include "gstreamer/movie_elements.h"
+#include "platform/gstreamer/elements.h"
+#include "platform/gstreamer/metadata_tag.h"
+#include "platform/gstreamer/movie_elements.h"
 
 #ifndef PACKAGE
 #define PACKAGE "tarn-transcode"

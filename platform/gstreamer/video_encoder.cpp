@@ -1,6 +1,6 @@
 // The element "tarnvideoencoder": encodes raw pictures for an MPEG-4 file.
-#include "gstreamer/encoder_bin.h"
-#include "gstreamer/movie_elements.h"
+#include "platform/gstreamer/encoder_bin.h"
+#include "platform/gstreamer/movie_elements.h"
 
 struct TarnVideoEncoder {
   TarnEncoderBin parent;

@@ -12,8 +12,8 @@
 #include <initializer_list>
 #include <new>
 
-#include "gstreamer/elements.h"
-#include "gstreamer/plane_resampler.h"
+#include "platform/gstreamer/elements.h"
+#include "platform/gstreamer/plane_resampler.h"
 
 struct TarnVideoScale {
   GstVideoFilter parent;

@@ -1,9 +1,9 @@
-#include "vela/bus_link.h"
+#include "platform/vela/bus_link.h"
 
 #include <unistd.h>
 
-#include "vela/error_record.h"
-#include "vela/exit_flush.h"
+#include "platform/vela/error_record.h"
+#include "platform/vela/exit_flush.h"
 
 namespace vela {
 

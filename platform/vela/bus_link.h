@@ -3,8 +3,8 @@
 // Thread: any, after open(). The callbacks that run on GDBus's worker thread must not flush.
 // Owns the GDBusConnection. A forked child inherits the object but not the thread that does the
 // work: there every operation fails with Disconnected instead of waiting for ever.
-#ifndef VELA_BUS_LINK_H
-#define VELA_BUS_LINK_H
+#ifndef PLATFORM_VELA_BUS_LINK_H
+#define PLATFORM_VELA_BUS_LINK_H
 
 #include <gio/gio.h>
 #include <sys/types.h>

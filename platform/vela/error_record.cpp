@@ -1,4 +1,4 @@
-#include "vela/error_record.h"
+#include "platform/vela/error_record.h"
 
 namespace vela {
 

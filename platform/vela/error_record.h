@@ -2,8 +2,8 @@
 //
 // Errors: a record is written on failure only and may come uninitialised, so what it held before is
 // never read and never released here. A null record is allowed everywhere.
-#ifndef VELA_ERROR_RECORD_H
-#define VELA_ERROR_RECORD_H
+#ifndef PLATFORM_VELA_ERROR_RECORD_H
+#define PLATFORM_VELA_ERROR_RECORD_H
 
 #include <gio/gio.h>
 

@@ -1,4 +1,4 @@
-#include "vela/exit_flush.h"
+#include "platform/vela/exit_flush.h"
 
 #include <unistd.h>
 

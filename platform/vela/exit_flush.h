@@ -1,8 +1,8 @@
 // Flushes the connections of this process when it ends by exit().
 //
 // Thread: any.
-#ifndef VELA_EXIT_FLUSH_H
-#define VELA_EXIT_FLUSH_H
+#ifndef PLATFORM_VELA_EXIT_FLUSH_H
+#define PLATFORM_VELA_EXIT_FLUSH_H
 
 #include <gio/gio.h>
 

@@ -1,4 +1,4 @@
-#include "vela/exit_service.h"
+#include "platform/vela/exit_service.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <mutex>
 #include <vector>
 
-#include "vela/handle.h"
+#include "platform/vela/handle.h"
 
 namespace vela {
 

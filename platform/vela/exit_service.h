@@ -1,8 +1,8 @@
 // Serves what was received when a handler ends the process by exit().
 //
 // Thread: any.
-#ifndef VELA_EXIT_SERVICE_H
-#define VELA_EXIT_SERVICE_H
+#ifndef PLATFORM_VELA_EXIT_SERVICE_H
+#define PLATFORM_VELA_EXIT_SERVICE_H
 
 struct VSHandle;
 

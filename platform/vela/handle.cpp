@@ -1,4 +1,4 @@
-#include "vela/handle.h"
+#include "platform/vela/handle.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -6,12 +6,12 @@
 #include <cstring>
 #include <utility>
 
-#include "vela/error_record.h"
-#include "vela/exit_service.h"
-#include "vela/introspection.h"
-#include "vela/limits.h"
-#include "vela/receiver.h"
-#include "vela/stop_notice.h"
+#include "platform/vela/error_record.h"
+#include "platform/vela/exit_service.h"
+#include "platform/vela/introspection.h"
+#include "platform/vela/limits.h"
+#include "platform/vela/receiver.h"
+#include "platform/vela/stop_notice.h"
 
 using vela::fail;
 

@@ -3,8 +3,8 @@
 // Thread: the loop's. Everything other threads touch is in the parts, which lock for themselves.
 // Owns itself from open() to unregister(); a dispatch below unregister() on the stack keeps the
 // object (closed by then) until it returns.
-#ifndef VELA_HANDLE_H
-#define VELA_HANDLE_H
+#ifndef PLATFORM_VELA_HANDLE_H
+#define PLATFORM_VELA_HANDLE_H
 
 #include <gio/gio.h>
 
@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "vela/bus_link.h"
-#include "vela/inbox.h"
-#include "vela/method_table.h"
-#include "vela/open_requests.h"
-#include "vela/pending_calls.h"
-#include "vela/uri.h"
+#include "platform/vela/bus_link.h"
+#include "platform/vela/inbox.h"
+#include "platform/vela/method_table.h"
+#include "platform/vela/open_requests.h"
+#include "platform/vela/pending_calls.h"
+#include "platform/vela/uri.h"
 #include "vela/vela.h"
 
 struct VSHandle : std::enable_shared_from_this<VSHandle> {

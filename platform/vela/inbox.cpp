@@ -1,8 +1,8 @@
-#include "vela/inbox.h"
+#include "platform/vela/inbox.h"
 
 #include <utility>
 
-#include "vela/limits.h"
+#include "platform/vela/limits.h"
 
 namespace vela {
 

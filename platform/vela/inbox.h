@@ -3,8 +3,8 @@
 // Outcomes come first and are never held back: a handler at the depth limit may be waiting for one
 // in its nested loop.
 // Thread: any, but requests are added by one thread only.
-#ifndef VELA_INBOX_H
-#define VELA_INBOX_H
+#ifndef PLATFORM_VELA_INBOX_H
+#define PLATFORM_VELA_INBOX_H
 
 #include <glib.h>
 
@@ -13,8 +13,8 @@
 #include <mutex>
 #include <optional>
 
-#include "vela/message.h"
-#include "vela/pending_calls.h"
+#include "platform/vela/message.h"
+#include "platform/vela/pending_calls.h"
 
 namespace vela {
 

@@ -1,11 +1,11 @@
-#include "vela/introspection.h"
+#include "platform/vela/introspection.h"
 
 #include <gio/gio.h>
 
 #include <string>
 #include <string_view>
 
-#include "vela/error_record.h"
+#include "platform/vela/error_record.h"
 
 namespace vela {
 

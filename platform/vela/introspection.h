@@ -1,11 +1,11 @@
 // The interfaces that every D-Bus object has: Introspectable and Peer.
 //
 // Thread: the loop's.
-#ifndef VELA_INTROSPECTION_H
-#define VELA_INTROSPECTION_H
+#ifndef PLATFORM_VELA_INTROSPECTION_H
+#define PLATFORM_VELA_INTROSPECTION_H
 
-#include "vela/message.h"
-#include "vela/method_table.h"
+#include "platform/vela/message.h"
+#include "platform/vela/method_table.h"
 
 namespace vela {
 

@@ -1,7 +1,7 @@
 // What one service may be asked to hold. Beyond a bound the caller gets LimitsExceeded, the service
 // lives on.
-#ifndef VELA_LIMITS_H
-#define VELA_LIMITS_H
+#ifndef PLATFORM_VELA_LIMITS_H
+#define PLATFORM_VELA_LIMITS_H
 
 #include <cstddef>
 

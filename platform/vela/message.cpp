@@ -1,11 +1,11 @@
-#include "vela/message.h"
+#include "platform/vela/message.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
-#include "vela/error_record.h"
-#include "vela/limits.h"
+#include "platform/vela/error_record.h"
+#include "platform/vela/limits.h"
 
 namespace {
 

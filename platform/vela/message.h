@@ -3,8 +3,8 @@
 // Thread: any; everything but the reference count and the answered flag is constant.
 // Owns the D-Bus message, and with it the payload. It keeps the connection object alive, so a reply
 // that comes after VSUnregister fails instead of reading freed memory.
-#ifndef VELA_MESSAGE_H
-#define VELA_MESSAGE_H
+#ifndef PLATFORM_VELA_MESSAGE_H
+#define PLATFORM_VELA_MESSAGE_H
 
 #include <gio/gio.h>
 
@@ -12,8 +12,8 @@
 #include <memory>
 #include <string>
 
-#include "vela/bus_link.h"
-#include "vela/open_requests.h"
+#include "platform/vela/bus_link.h"
+#include "platform/vela/open_requests.h"
 #include "vela/vela.h"
 
 struct VSMessage {

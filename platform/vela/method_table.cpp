@@ -1,10 +1,10 @@
-#include "vela/method_table.h"
+#include "platform/vela/method_table.h"
 
 #include <gio/gio.h>
 
 #include <set>
 
-#include "vela/error_record.h"
+#include "platform/vela/error_record.h"
 
 namespace vela {
 

@@ -1,8 +1,8 @@
 // The categories of a handle and their methods.
 //
 // Thread: the loop's.
-#ifndef VELA_METHOD_TABLE_H
-#define VELA_METHOD_TABLE_H
+#ifndef PLATFORM_VELA_METHOD_TABLE_H
+#define PLATFORM_VELA_METHOD_TABLE_H
 
 #include <map>
 #include <string>

@@ -1,8 +1,8 @@
 // How many requests this process still has to finish: received, and still referenced.
 //
 // Thread: any.
-#ifndef VELA_OPEN_REQUESTS_H
-#define VELA_OPEN_REQUESTS_H
+#ifndef PLATFORM_VELA_OPEN_REQUESTS_H
+#define PLATFORM_VELA_OPEN_REQUESTS_H
 
 #include <glib.h>
 

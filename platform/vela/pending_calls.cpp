@@ -1,4 +1,4 @@
-#include "vela/pending_calls.h"
+#include "platform/vela/pending_calls.h"
 
 namespace vela {
 

@@ -1,8 +1,8 @@
 // The outgoing calls whose replies are still to come.
 //
 // Thread: any.
-#ifndef VELA_PENDING_CALLS_H
-#define VELA_PENDING_CALLS_H
+#ifndef PLATFORM_VELA_PENDING_CALLS_H
+#define PLATFORM_VELA_PENDING_CALLS_H
 
 #include <gio/gio.h>
 
@@ -11,7 +11,7 @@
 #include <optional>
 #include <vector>
 
-#include "vela/bus_link.h"
+#include "platform/vela/bus_link.h"
 #include "vela/vela.h"
 
 namespace vela {

@@ -1,10 +1,10 @@
-#include "vela/receiver.h"
+#include "platform/vela/receiver.h"
 
 #include <cstring>
 #include <utility>
 
-#include "vela/error_record.h"
-#include "vela/limits.h"
+#include "platform/vela/error_record.h"
+#include "platform/vela/limits.h"
 
 namespace vela {
 

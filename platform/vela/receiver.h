@@ -4,17 +4,17 @@
 // replies to our outgoing calls too; all else is left to GDBus. Nothing is decided here about
 // paths and methods: the method table may not be known yet.
 // Thread: the worker thread; it never waits.
-#ifndef VELA_RECEIVER_H
-#define VELA_RECEIVER_H
+#ifndef PLATFORM_VELA_RECEIVER_H
+#define PLATFORM_VELA_RECEIVER_H
 
 #include <gio/gio.h>
 
 #include <memory>
 
-#include "vela/bus_link.h"
-#include "vela/inbox.h"
-#include "vela/open_requests.h"
-#include "vela/pending_calls.h"
+#include "platform/vela/bus_link.h"
+#include "platform/vela/inbox.h"
+#include "platform/vela/open_requests.h"
+#include "platform/vela/pending_calls.h"
 
 namespace vela {
 

@@ -1,4 +1,4 @@
-#include "vela/stop_notice.h"
+#include "platform/vela/stop_notice.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>

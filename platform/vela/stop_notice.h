@@ -1,6 +1,6 @@
 // Tells the service manager that the process is about to end.
-#ifndef VELA_STOP_NOTICE_H
-#define VELA_STOP_NOTICE_H
+#ifndef PLATFORM_VELA_STOP_NOTICE_H
+#define PLATFORM_VELA_STOP_NOTICE_H
 
 namespace vela {
 

@@ -1,4 +1,4 @@
-#include "vela/uri.h"
+#include "platform/vela/uri.h"
 
 #include <gio/gio.h>
 

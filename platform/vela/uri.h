@@ -1,6 +1,6 @@
 // The address of a method: tarn://SERVICE/CATEGORY/METHOD.
-#ifndef VELA_URI_H
-#define VELA_URI_H
+#ifndef PLATFORM_VELA_URI_H
+#define PLATFORM_VELA_URI_H
 
 #include <optional>
 #include <string>

@@ -1,10 +1,10 @@
 // The C interface: checks what it is given and hands on.
 #include "vela/vela.h"
 
-#include "vela/error_record.h"
-#include "vela/handle.h"
-#include "vela/message.h"
-#include "vela/uri.h"
+#include "platform/vela/error_record.h"
+#include "platform/vela/handle.h"
+#include "platform/vela/message.h"
+#include "platform/vela/uri.h"
 
 using vela::fail;
 

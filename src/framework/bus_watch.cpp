@@ -1,4 +1,4 @@
-#include "framework/bus_watch.h"
+#include "src/framework/bus_watch.h"
 
 #include <cstdio>
 

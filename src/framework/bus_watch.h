@@ -1,6 +1,6 @@
 // What the watch of a pipeline's bus does with a message: log it, and end the loop at the end.
-#ifndef FRAMEWORK_BUS_WATCH_H
-#define FRAMEWORK_BUS_WATCH_H
+#ifndef SRC_FRAMEWORK_BUS_WATCH_H
+#define SRC_FRAMEWORK_BUS_WATCH_H
 
 #include <gst/gst.h>
 

@@ -1,6 +1,6 @@
 // 32-bit arithmetic with one outcome on every CPU.
-#ifndef FRAMEWORK_INT32_H
-#define FRAMEWORK_INT32_H
+#ifndef SRC_FRAMEWORK_INT32_H
+#define SRC_FRAMEWORK_INT32_H
 
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-#include "framework/make_dest_dir.h"
+#include "src/framework/make_dest_dir.h"
 
 #include <glib.h>
 #include <sys/stat.h>

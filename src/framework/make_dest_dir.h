@@ -1,6 +1,6 @@
 // Creates the directories above an output file.
-#ifndef FRAMEWORK_MAKE_DEST_DIR_H
-#define FRAMEWORK_MAKE_DEST_DIR_H
+#ifndef SRC_FRAMEWORK_MAKE_DEST_DIR_H
+#define SRC_FRAMEWORK_MAKE_DEST_DIR_H
 
 // Creates every missing directory above the last component of the path, with mode 0777 less the
 // umask. Returns 0, or the errno of what failed; directories made before that stay.

@@ -1,4 +1,4 @@
-#include "framework/program.h"
+#include "src/framework/program.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

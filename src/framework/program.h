@@ -3,8 +3,8 @@
 // Thread: any, but the read buffer is one for the process: what two calls read at the same moment
 // may get mixed up.
 // Errors: by result; nothing is retried.
-#ifndef FRAMEWORK_PROGRAM_H
-#define FRAMEWORK_PROGRAM_H
+#ifndef SRC_FRAMEWORK_PROGRAM_H
+#define SRC_FRAMEWORK_PROGRAM_H
 
 #include <string>
 

@@ -1,6 +1,6 @@
-#include "framework/task_base.h"
+#include "src/framework/task_base.h"
 
-#include "service/transcode_server.h"
+#include "src/service/transcode_server.h"
 
 TaskBase::TaskBase(VSCtx* context) : ctx(context) {
   g_atomic_int_add(&TranscodeServer::taskCount, 1);

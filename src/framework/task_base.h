@@ -2,10 +2,10 @@
 //
 // Thread: one at a time; a task that runs on moves to its own thread whole.
 // Owns: its request context. A live task keeps the daemon from ending.
-#ifndef FRAMEWORK_TASK_BASE_H
-#define FRAMEWORK_TASK_BASE_H
+#ifndef SRC_FRAMEWORK_TASK_BASE_H
+#define SRC_FRAMEWORK_TASK_BASE_H
 
-#include "framework/vs_ctx.h"
+#include "src/framework/vs_ctx.h"
 
 enum LaunchResult {
   LaunchRunning = 1,  // goes on in a thread of its own and deletes itself at the end

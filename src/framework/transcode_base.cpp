@@ -1,4 +1,4 @@
-#include "framework/transcode_base.h"
+#include "src/framework/transcode_base.h"
 
 bool TranscodeBase::parseVSParameters(dsjson::JValue& params) {
   if (params["inFile"].asString(inFile) != dsjson::CONV_OK) {

@@ -1,10 +1,10 @@
 // TranscodeBase is a task that makes one file out of another.
-#ifndef FRAMEWORK_TRANSCODE_BASE_H
-#define FRAMEWORK_TRANSCODE_BASE_H
+#ifndef SRC_FRAMEWORK_TRANSCODE_BASE_H
+#define SRC_FRAMEWORK_TRANSCODE_BASE_H
 
 #include <string>
 
-#include "framework/task_base.h"
+#include "src/framework/task_base.h"
 
 class TranscodeBase : public TaskBase {
  public:

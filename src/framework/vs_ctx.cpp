@@ -1,4 +1,4 @@
-#include "framework/vs_ctx.h"
+#include "src/framework/vs_ctx.h"
 
 using dsjson::JDomParser;
 using dsjson::JGenerator;

@@ -2,8 +2,8 @@
 //
 // Thread: one at a time; a reply may be sent from any thread.
 // Owns: one reference to the message.
-#ifndef FRAMEWORK_VS_CTX_H
-#define FRAMEWORK_VS_CTX_H
+#ifndef SRC_FRAMEWORK_VS_CTX_H
+#define SRC_FRAMEWORK_VS_CTX_H
 
 #include <string>
 

@@ -1,12 +1,12 @@
-#include "image/jpeg_transcode.h"
+#include "src/image/jpeg_transcode.h"
 
 // jpeglib.h needs FILE and size_t declared before it.
 #include <jpeglib.h>
 
 #include <cmath>
 
-#include "framework/int32.h"
-#include "framework/make_dest_dir.h"
+#include "src/framework/int32.h"
+#include "src/framework/make_dest_dir.h"
 
 namespace {
 

@@ -2,14 +2,14 @@
 //
 // Thread: the main loop's.
 // Owns: the two streams.
-#ifndef IMAGE_JPEG_TRANSCODE_H
-#define IMAGE_JPEG_TRANSCODE_H
+#ifndef SRC_IMAGE_JPEG_TRANSCODE_H
+#define SRC_IMAGE_JPEG_TRANSCODE_H
 
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 
-#include "framework/transcode_base.h"
+#include "src/framework/transcode_base.h"
 
 enum JpegTranscodeCommand : int32_t {
   JpegResize = 1,  // the whole picture, within a byte budget

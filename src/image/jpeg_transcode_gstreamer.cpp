@@ -1,10 +1,10 @@
-#include "image/jpeg_transcode_gstreamer.h"
+#include "src/image/jpeg_transcode_gstreamer.h"
 
 #include <sys/stat.h>
 
-#include "framework/bus_watch.h"
-#include "framework/int32.h"
-#include "gstreamer/gst_seam.h"
+#include "platform/gstreamer/gst_seam.h"
+#include "src/framework/bus_watch.h"
+#include "src/framework/int32.h"
 
 namespace {
 

@@ -4,12 +4,12 @@
 // dispatching bus requests and timer ticks.
 // Errors: a pipeline that cannot be built means a broken installation and ends the process. An
 // error while the pipeline runs only ends the attempt, which is then judged by its output's size.
-#ifndef IMAGE_JPEG_TRANSCODE_GSTREAMER_H
-#define IMAGE_JPEG_TRANSCODE_GSTREAMER_H
+#ifndef SRC_IMAGE_JPEG_TRANSCODE_GSTREAMER_H
+#define SRC_IMAGE_JPEG_TRANSCODE_GSTREAMER_H
 
 #include <gst/gst.h>
 
-#include "image/jpeg_transcode.h"
+#include "src/image/jpeg_transcode.h"
 
 class JpegTranscodeGstreamer : public JpegTranscode {
  public:

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <iterator>
 
-#include "framework/int32.h"
-#include "movie/extended_float.h"
-#include "movie/mpeg_transcode_native.h"
+#include "src/framework/int32.h"
+#include "src/movie/extended_float.h"
+#include "src/movie/mpeg_transcode_native.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // CLocale makes the calling thread read numbers and texts as C does, whatever the user's locale.
-#ifndef MOVIE_C_LOCALE_H
-#define MOVIE_C_LOCALE_H
+#ifndef SRC_MOVIE_C_LOCALE_H
+#define SRC_MOVIE_C_LOCALE_H
 
 #include <locale.h>
 

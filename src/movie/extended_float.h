@@ -1,6 +1,6 @@
 // The float that bitrates and times are planned in: a 64-bit mantissa, on every CPU.
-#ifndef MOVIE_EXTENDED_FLOAT_H
-#define MOVIE_EXTENDED_FLOAT_H
+#ifndef SRC_MOVIE_EXTENDED_FLOAT_H
+#define SRC_MOVIE_EXTENDED_FLOAT_H
 
 #include <boost/multiprecision/cpp_bin_float.hpp>
 

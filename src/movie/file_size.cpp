@@ -1,4 +1,4 @@
-#include "movie/file_size.h"
+#include "src/movie/file_size.h"
 
 #include <sys/stat.h>
 

@@ -1,6 +1,6 @@
 // The size of a file where sizes are 32-bit numbers.
-#ifndef MOVIE_FILE_SIZE_H
-#define MOVIE_FILE_SIZE_H
+#ifndef SRC_MOVIE_FILE_SIZE_H
+#define SRC_MOVIE_FILE_SIZE_H
 
 #include <cstdint>
 #include <string>

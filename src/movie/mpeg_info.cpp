@@ -1,6 +1,6 @@
-#include "movie/mpeg_info.h"
+#include "src/movie/mpeg_info.h"
 
-#include "movie/mpeg_info_native_ffmpeg.h"
+#include "src/movie/mpeg_info_native_ffmpeg.h"
 
 MpegInfo* createMpegInfo(VSCtx* ctx) {
   return new MpegInfoNativeFFMpeg(ctx);

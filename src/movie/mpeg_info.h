@@ -1,13 +1,13 @@
 // MpegInfo is one request for what a movie file is: its size, bit rate and playing time.
 //
 // Thread: the main loop's; run() blocks it.
-#ifndef MOVIE_MPEG_INFO_H
-#define MOVIE_MPEG_INFO_H
+#ifndef SRC_MOVIE_MPEG_INFO_H
+#define SRC_MOVIE_MPEG_INFO_H
 
 #include <cstdint>
 #include <string>
 
-#include "framework/task_base.h"
+#include "src/framework/task_base.h"
 
 class MpegInfo : public TaskBase {
  public:

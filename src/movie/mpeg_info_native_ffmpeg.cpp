@@ -1,13 +1,13 @@
-#include "movie/mpeg_info_native_ffmpeg.h"
+#include "src/movie/mpeg_info_native_ffmpeg.h"
 
 #include <regex.h>
 
 #include <cstdio>
 
-#include "framework/int32.h"
-#include "framework/program.h"
-#include "movie/c_locale.h"
-#include "movie/file_size.h"
+#include "src/framework/int32.h"
+#include "src/framework/program.h"
+#include "src/movie/c_locale.h"
+#include "src/movie/file_size.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // MpegInfoNativeFFMpeg reads a movie by running `ffmpeg` on it and matching its console report.
 //
 // Thread: the main loop's, blocked until ffmpeg has ended.
-#ifndef MOVIE_MPEG_INFO_NATIVE_FFMPEG_H
-#define MOVIE_MPEG_INFO_NATIVE_FFMPEG_H
+#ifndef SRC_MOVIE_MPEG_INFO_NATIVE_FFMPEG_H
+#define SRC_MOVIE_MPEG_INFO_NATIVE_FFMPEG_H
 
-#include "movie/mpeg_info.h"
+#include "src/movie/mpeg_info.h"
 
 class MpegInfoNativeFFMpeg : public MpegInfo {
  public:

@@ -1,10 +1,10 @@
-#include "movie/mpeg_transcode_native.h"
+#include "src/movie/mpeg_transcode_native.h"
 
 #include <glib.h>
 
-#include "framework/int32.h"
-#include "movie/extended_float.h"
-#include "movie/file_size.h"
+#include "src/framework/int32.h"
+#include "src/movie/extended_float.h"
+#include "src/movie/file_size.h"
 
 using dsjson::JValue;
 

@@ -2,14 +2,14 @@
 //
 // Thread: one at a time: the main loop's up to run(), which may move the task to its own.
 // Owns: nothing beyond its context; the probe's result is borrowed.
-#ifndef MOVIE_MPEG_TRANSCODE_NATIVE_H
-#define MOVIE_MPEG_TRANSCODE_NATIVE_H
+#ifndef SRC_MOVIE_MPEG_TRANSCODE_NATIVE_H
+#define SRC_MOVIE_MPEG_TRANSCODE_NATIVE_H
 
 #include <cstdint>
 #include <string>
 
-#include "framework/transcode_base.h"
-#include "movie/mpeg_info.h"
+#include "src/framework/transcode_base.h"
+#include "src/movie/mpeg_info.h"
 
 class MpegTranscodeNative : public TranscodeBase {
  public:

@@ -1,4 +1,4 @@
-#include "movie/mpeg_transcode_native_cmd.h"
+#include "src/movie/mpeg_transcode_native_cmd.h"
 
 #include <glib.h>
 

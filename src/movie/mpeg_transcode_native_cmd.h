@@ -3,13 +3,13 @@
 //
 // Thread: the main loop's up to run(); from then on only the task's own.
 // Owns: once run() returned LaunchRunning, itself and mpegInfo.
-#ifndef MOVIE_MPEG_TRANSCODE_NATIVE_CMD_H
-#define MOVIE_MPEG_TRANSCODE_NATIVE_CMD_H
+#ifndef SRC_MOVIE_MPEG_TRANSCODE_NATIVE_CMD_H
+#define SRC_MOVIE_MPEG_TRANSCODE_NATIVE_CMD_H
 
 #include <pthread.h>
 
-#include "framework/program.h"
-#include "movie/mpeg_transcode_native.h"
+#include "src/framework/program.h"
+#include "src/movie/mpeg_transcode_native.h"
 
 class MpegTranscodeNativeCmd : public MpegTranscodeNative {
  public:

@@ -1,12 +1,12 @@
-#include "movie/mpeg_transcode_native_ffmpeg.h"
+#include "src/movie/mpeg_transcode_native_ffmpeg.h"
 
 #include <unistd.h>
 
 #include <charconv>
 #include <cstdio>
 
-#include "framework/int32.h"
-#include "movie/extended_float.h"
+#include "src/framework/int32.h"
+#include "src/movie/extended_float.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 // MpegTranscodeNativeFFMpeg runs a movie request as one or two passes of `ffmpeg`.
-#ifndef MOVIE_MPEG_TRANSCODE_NATIVE_FFMPEG_H
-#define MOVIE_MPEG_TRANSCODE_NATIVE_FFMPEG_H
+#ifndef SRC_MOVIE_MPEG_TRANSCODE_NATIVE_FFMPEG_H
+#define SRC_MOVIE_MPEG_TRANSCODE_NATIVE_FFMPEG_H
 
 #include <string>
 #include <vector>
 
-#include "movie/mpeg_transcode_native_cmd.h"
+#include "src/movie/mpeg_transcode_native_cmd.h"
 
 class MpegTranscodeNativeFFMpeg : public MpegTranscodeNativeCmd {
  public:

@@ -1,9 +1,9 @@
-#include "pipelines/mpeg_transcode_native_gst.h"
+#include "src/pipelines/mpeg_transcode_native_gst.h"
 
 #include <cstdint>
 
-#include "framework/bus_watch.h"
-#include "gstreamer/gst_seam.h"
+#include "platform/gstreamer/gst_seam.h"
+#include "src/framework/bus_watch.h"
 
 namespace {
 

@@ -4,12 +4,12 @@
 // sources of that context are dispatched meanwhile.
 // Errors: an error on the bus ends the run just as the end of the stream does.
 // Owns: the pipeline. No reply is sent here: whoever makes the task sends it.
-#ifndef PIPELINES_MPEG_TRANSCODE_NATIVE_GST_H
-#define PIPELINES_MPEG_TRANSCODE_NATIVE_GST_H
+#ifndef SRC_PIPELINES_MPEG_TRANSCODE_NATIVE_GST_H
+#define SRC_PIPELINES_MPEG_TRANSCODE_NATIVE_GST_H
 
 #include <gst/gst.h>
 
-#include "movie/mpeg_transcode_native.h"
+#include "src/movie/mpeg_transcode_native.h"
 
 class MpegTranscodeNativeGst : public MpegTranscodeNative {
  public:

@@ -1,9 +1,9 @@
-#include "pipelines/mpeg_transcode_native_orrin.h"
+#include "src/pipelines/mpeg_transcode_native_orrin.h"
 
 #include <cstring>
 #include <string>
 
-#include "gstreamer/gst_seam.h"
+#include "platform/gstreamer/gst_seam.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 // releases what they use once the pipeline is at NULL.
 // Owns: a reference to each element, beside the pipeline's. run() releases them, the destructor
 // does not.
-#ifndef PIPELINES_MPEG_TRANSCODE_NATIVE_ORRIN_H
-#define PIPELINES_MPEG_TRANSCODE_NATIVE_ORRIN_H
+#ifndef SRC_PIPELINES_MPEG_TRANSCODE_NATIVE_ORRIN_H
+#define SRC_PIPELINES_MPEG_TRANSCODE_NATIVE_ORRIN_H
 
-#include "pipelines/mpeg_transcode_native_gst.h"
+#include "src/pipelines/mpeg_transcode_native_gst.h"
 
 class MpegTranscodeNativeOrrin : public MpegTranscodeNativeGst {
  public:

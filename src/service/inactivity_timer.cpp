@@ -1,8 +1,8 @@
-#include "service/inactivity_timer.h"
+#include "src/service/inactivity_timer.h"
 
 #include <cstdlib>
 
-#include "service/transcode_server.h"
+#include "src/service/transcode_server.h"
 
 tagINACTIVITY_STATUS gInactivityStatus;
 

@@ -1,8 +1,8 @@
 // The inactivity timer: keeps the device awake while tasks live, ends the daemon when none does.
 //
 // Thread: the main loop's.
-#ifndef SERVICE_INACTIVITY_TIMER_H
-#define SERVICE_INACTIVITY_TIMER_H
+#ifndef SRC_SERVICE_INACTIVITY_TIMER_H
+#define SRC_SERVICE_INACTIVITY_TIMER_H
 
 #include <glib.h>
 

@@ -1,6 +1,6 @@
 #include <gst/gst.h>
 
-#include "service/service.h"
+#include "src/service/service.h"
 
 int main(int argc, char** argv) {
   gst_init(&argc, &argv);

@@ -1,7 +1,7 @@
-#include "service/service.h"
+#include "src/service/service.h"
 
-#include "service/inactivity_timer.h"
-#include "service/transcode_server.h"
+#include "src/service/inactivity_timer.h"
+#include "src/service/transcode_server.h"
 
 GMainLoop* gMainLoop;
 TranscodeServer* gTranscodeServer;

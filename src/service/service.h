@@ -1,6 +1,6 @@
 // The service's life on the bus, from registration to its end.
-#ifndef SERVICE_SERVICE_H
-#define SERVICE_SERVICE_H
+#ifndef SRC_SERVICE_SERVICE_H
+#define SRC_SERVICE_SERVICE_H
 
 #include <glib.h>
 

@@ -1,11 +1,11 @@
-#include "service/transcode_server.h"
+#include "src/service/transcode_server.h"
 
 #include <memory>
 
-#include "framework/vs_ctx.h"
-#include "image/jpeg_transcode_gstreamer.h"
-#include "movie/mpeg_info.h"
-#include "movie/mpeg_transcode_native_ffmpeg.h"
+#include "src/framework/vs_ctx.h"
+#include "src/image/jpeg_transcode_gstreamer.h"
+#include "src/movie/mpeg_info.h"
+#include "src/movie/mpeg_transcode_native_ffmpeg.h"
 
 int TranscodeServer::taskCount = 0;
 

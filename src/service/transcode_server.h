@@ -1,8 +1,8 @@
 // TranscodeServer holds the method handlers of com.tarn.transcode and the count of live tasks.
 //
 // Thread: handlers run on the main loop's thread; taskCount is changed atomically from any.
-#ifndef SERVICE_TRANSCODE_SERVER_H
-#define SERVICE_TRANSCODE_SERVER_H
+#ifndef SRC_SERVICE_TRANSCODE_SERVER_H
+#define SRC_SERVICE_TRANSCODE_SERVER_H
 
 #include <glib.h>
 

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "support/temp_dir/temp_dir.h"
+#include "tests/support/temp_dir/temp_dir.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "e2e/installed_system.h"
+#include "tests/e2e/installed_system.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

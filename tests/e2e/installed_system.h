@@ -1,12 +1,12 @@
 // The installed system on a bus of its own: what a program on the device would meet.
-#ifndef E2E_INSTALLED_SYSTEM_H
-#define E2E_INSTALLED_SYSTEM_H
+#ifndef TESTS_E2E_INSTALLED_SYSTEM_H
+#define TESTS_E2E_INSTALLED_SYSTEM_H
 
 #include <string>
 #include <vector>
 
-#include "support/private_bus.h"
-#include "support/temp_dir/temp_dir.h"
+#include "tests/support/private_bus.h"
+#include "tests/support/temp_dir/temp_dir.h"
 
 class InstalledSystem {
  public:

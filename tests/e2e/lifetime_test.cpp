@@ -4,10 +4,10 @@
 
 #include <chrono>
 
-#include "e2e/installed_system.h"
-#include "e2e/power_service.h"
-#include "e2e/spawned_program.h"
-#include "support/jpeg_media/jpeg_media.h"
+#include "tests/e2e/installed_system.h"
+#include "tests/e2e/power_service.h"
+#include "tests/e2e/spawned_program.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <mutex>
 #include <thread>
 
-#include "e2e/installed_system.h"
-#include "support/jpeg_media/jpeg_media.h"
+#include "tests/e2e/installed_system.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include "e2e/movie_facts.h"
-#include "e2e/scripted_ffmpeg.h"
-#include "support/movie_media/movie_media.h"
+#include "tests/e2e/movie_facts.h"
+#include "tests/e2e/scripted_ffmpeg.h"
+#include "tests/support/movie_media/movie_media.h"
 
 namespace {
 

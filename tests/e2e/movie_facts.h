@@ -1,12 +1,12 @@
 // What today's ffprobe says of a movie file, and requests about movies.
-#ifndef E2E_MOVIE_FACTS_H
-#define E2E_MOVIE_FACTS_H
+#ifndef TESTS_E2E_MOVIE_FACTS_H
+#define TESTS_E2E_MOVIE_FACTS_H
 
 #include <algorithm>
 #include <cstdlib>
 #include <string>
 
-#include "e2e/installed_system.h"
+#include "tests/e2e/installed_system.h"
 
 struct MovieFacts {
   std::string streams;  // such as "mpeg4,video,320,240 aac,audio"

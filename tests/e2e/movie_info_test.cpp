@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 
 #include "dsjson/dsjson.h"
-#include "e2e/movie_facts.h"
-#include "support/movie_media/movie_media.h"
+#include "tests/e2e/movie_facts.h"
+#include "tests/support/movie_media/movie_media.h"
 
 namespace {
 

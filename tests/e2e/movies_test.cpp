@@ -1,8 +1,8 @@
 // resizeMovie on real files: what comes out is what was asked for, and decodes to its end.
 #include <gmock/gmock.h>
 
-#include "e2e/movie_facts.h"
-#include "support/movie_media/movie_media.h"
+#include "tests/e2e/movie_facts.h"
+#include "tests/support/movie_media/movie_media.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <set>
 
-#include "e2e/installed_system.h"
-#include "support/jpeg_media/jpeg_media.h"
+#include "tests/e2e/installed_system.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
 
 namespace {
 

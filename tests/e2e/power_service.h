@@ -1,6 +1,6 @@
 // The power service, in the test's own process; runs while the default context does.
-#ifndef E2E_POWER_SERVICE_H
-#define E2E_POWER_SERVICE_H
+#ifndef TESTS_E2E_POWER_SERVICE_H
+#define TESTS_E2E_POWER_SERVICE_H
 
 #include <cstdlib>
 #include <string>

@@ -1,8 +1,8 @@
 // Every documented answer, byte for byte, from the installed daemon over a real bus.
 #include <gmock/gmock.h>
 
-#include "e2e/installed_system.h"
-#include "support/jpeg_media/jpeg_media.h"
+#include "tests/e2e/installed_system.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "e2e/scripted_ffmpeg.h"
+#include "tests/e2e/scripted_ffmpeg.h"
 
 #include <glib.h>
 #include <sys/stat.h>

@@ -1,11 +1,11 @@
 // An `ffmpeg` for the daemon that does exactly what a test says.
-#ifndef E2E_SCRIPTED_FFMPEG_H
-#define E2E_SCRIPTED_FFMPEG_H
+#ifndef TESTS_E2E_SCRIPTED_FFMPEG_H
+#define TESTS_E2E_SCRIPTED_FFMPEG_H
 
 #include <functional>
 #include <string>
 
-#include "support/temp_dir/temp_dir.h"
+#include "tests/support/temp_dir/temp_dir.h"
 
 class ScriptedFfmpeg {
  public:

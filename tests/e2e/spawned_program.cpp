@@ -1,4 +1,4 @@
-#include "e2e/spawned_program.h"
+#include "tests/e2e/spawned_program.h"
 
 #include <fcntl.h>
 #include <glib.h>

@@ -1,6 +1,6 @@
 // A child program whose end the test watches.
-#ifndef E2E_SPAWNED_PROGRAM_H
-#define E2E_SPAWNED_PROGRAM_H
+#ifndef TESTS_E2E_SPAWNED_PROGRAM_H
+#define TESTS_E2E_SPAWNED_PROGRAM_H
 
 #include <sys/types.h>
 

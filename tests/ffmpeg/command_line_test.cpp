@@ -1,9 +1,9 @@
-#include "ffmpeg/command_line.h"
+#include "platform/ffmpeg/command_line.h"
 
 #include <gtest/gtest.h>
 
-#include "ffmpeg/media_facts.h"
-#include "ffmpeg/video_filter.h"
+#include "platform/ffmpeg/media_facts.h"
+#include "platform/ffmpeg/video_filter.h"
 
 namespace {
 

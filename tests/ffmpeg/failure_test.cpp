@@ -6,8 +6,8 @@
 
 #include <filesystem>
 
-#include "ffmpeg/program_run.h"
-#include "support/movie_media/movie_media.h"
+#include "tests/ffmpeg/program_run.h"
+#include "tests/support/movie_media/movie_media.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 
-#include "ffmpeg/program_run.h"
-#include "ffmpeg/progress_file.h"
-#include "ffmpeg/work_directory.h"
+#include "platform/ffmpeg/progress_file.h"
+#include "platform/ffmpeg/work_directory.h"
+#include "tests/ffmpeg/program_run.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ffmpeg/options.h"
+#include "platform/ffmpeg/options.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
-#include "ffmpeg/probe_report.h"
+#include "platform/ffmpeg/probe_report.h"
 
 #include <gtest/gtest.h>
 
-#include "ffmpeg/media_facts.h"
-#include "ffmpeg/report_reader.h"
+#include "platform/ffmpeg/media_facts.h"
+#include "tests/ffmpeg/report_reader.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "ffmpeg/program_run.h"
-#include "ffmpeg/report_reader.h"
-#include "support/movie_media/movie_media.h"
+#include "tests/ffmpeg/program_run.h"
+#include "tests/ffmpeg/report_reader.h"
+#include "tests/support/movie_media/movie_media.h"
 
 namespace {
 

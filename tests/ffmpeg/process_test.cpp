@@ -12,11 +12,11 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "ffmpeg/process_setup.h"
-#include "ffmpeg/program_run.h"
-#include "ffmpeg/progress_file.h"
-#include "ffmpeg/sandbox.h"
-#include "support/movie_media/movie_media.h"
+#include "platform/ffmpeg/process_setup.h"
+#include "platform/ffmpeg/progress_file.h"
+#include "platform/ffmpeg/sandbox.h"
+#include "tests/ffmpeg/program_run.h"
+#include "tests/support/movie_media/movie_media.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ffmpeg/program_run.h"
+#include "tests/ffmpeg/program_run.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,6 +1,6 @@
 // Runs the program under test as the daemon does: standard error through a pipe, a wait status.
-#ifndef FFMPEG_PROGRAM_RUN_H
-#define FFMPEG_PROGRAM_RUN_H
+#ifndef TESTS_FFMPEG_PROGRAM_RUN_H
+#define TESTS_FFMPEG_PROGRAM_RUN_H
 
 #include <sys/types.h>
 

@@ -1,6 +1,6 @@
 // Reads the report exactly as the daemon does: the same expression, the same scans.
-#ifndef FFMPEG_REPORT_READER_H
-#define FFMPEG_REPORT_READER_H
+#ifndef TESTS_FFMPEG_REPORT_READER_H
+#define TESTS_FFMPEG_REPORT_READER_H
 
 #include <regex.h>
 

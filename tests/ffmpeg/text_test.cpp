@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "ffmpeg/error_words.h"
-#include "ffmpeg/plain_text.h"
-#include "ffmpeg/progress_reader.h"
+#include "platform/ffmpeg/error_words.h"
+#include "platform/ffmpeg/plain_text.h"
+#include "platform/ffmpeg/progress_reader.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "framework/int32.h"
+#include "src/framework/int32.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "framework/make_dest_dir.h"
+#include "src/framework/make_dest_dir.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "support/temp_dir/temp_dir.h"
+#include "tests/support/temp_dir/temp_dir.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "framework/program.h"
+#include "src/framework/program.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "movie/failing_calls.h"
+#include "tests/movie/failing_calls.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "framework/task_base.h"
+#include "src/framework/task_base.h"
 
 #include <gmock/gmock.h>
 
-#include "framework/transcode_base.h"
-#include "service/transcode_server.h"
-#include "support/fake_vela/fake_vela.h"
+#include "src/framework/transcode_base.h"
+#include "src/service/transcode_server.h"
+#include "tests/support/fake_vela/fake_vela.h"
 
 namespace {
 

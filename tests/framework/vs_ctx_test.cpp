@@ -1,11 +1,11 @@
-#include "framework/vs_ctx.h"
+#include "src/framework/vs_ctx.h"
 
 #include <gmock/gmock.h>
 
 #include <limits>
 
-#include "support/fake_vela/fake_vela.h"
-#include "support/log_capture/log_capture.h"
+#include "tests/support/fake_vela/fake_vela.h"
+#include "tests/support/log_capture/log_capture.h"
 
 namespace {
 

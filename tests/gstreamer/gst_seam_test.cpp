@@ -1,4 +1,4 @@
-#include "gstreamer/gst_seam.h"
+#include "platform/gstreamer/gst_seam.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "image_pipeline.h"
+#include "tests/gstreamer/image_pipeline.h"
 
-#include "gstreamer/gst_seam.h"
+#include "platform/gstreamer/gst_seam.h"
 
 static constexpr GstClockTime kDeadline = 30 * GST_SECOND;
 

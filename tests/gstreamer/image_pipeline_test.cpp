@@ -1,5 +1,5 @@
 // The metadata pair among real decoders and encoders, from file to file.
-#include "image_pipeline.h"
+#include "tests/gstreamer/image_pipeline.h"
 
 #include <gmock/gmock.h>
 #include <malloc.h>
@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <memory>
 
-#include "gstreamer/jpeg_segments.h"
-#include "support/jpeg_media/jpeg_media.h"
+#include "platform/gstreamer/jpeg_segments.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "gstreamer/jpeg_segments.h"
+#include "platform/gstreamer/jpeg_segments.h"
 
 #include <gmock/gmock.h>
 
-#include "support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "image/fake_encoder.h"
+#include "tests/image/fake_encoder.h"
 
 #include <algorithm>
 

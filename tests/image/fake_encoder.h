@@ -1,6 +1,6 @@
 // A "jpegenc" whose output is as large as the test says, to drive the search exactly.
-#ifndef IMAGE_FAKE_ENCODER_H
-#define IMAGE_FAKE_ENCODER_H
+#ifndef TESTS_IMAGE_FAKE_ENCODER_H
+#define TESTS_IMAGE_FAKE_ENCODER_H
 
 #include <gst/gst.h>
 

@@ -1,14 +1,14 @@
 // The pipeline and its search for a size that fits, with real elements but for the encoder.
 #include <gmock/gmock.h>
 
-#include "framework/vs_ctx.h"
-#include "image/fake_encoder.h"
-#include "image/jpeg_transcode_gstreamer.h"
-#include "service/transcode_server.h"
-#include "support/fake_vela/fake_vela.h"
-#include "support/jpeg_media/jpeg_media.h"
-#include "support/log_capture/log_capture.h"
-#include "support/temp_dir/temp_dir.h"
+#include "src/framework/vs_ctx.h"
+#include "src/image/jpeg_transcode_gstreamer.h"
+#include "src/service/transcode_server.h"
+#include "tests/image/fake_encoder.h"
+#include "tests/support/fake_vela/fake_vela.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
+#include "tests/support/log_capture/log_capture.h"
+#include "tests/support/temp_dir/temp_dir.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
 // Parameters, planning and the replies of failures, without a pipeline.
-#include "image/jpeg_transcode.h"
+#include "src/image/jpeg_transcode.h"
 
 #include <gmock/gmock.h>
 
 #include <optional>
 
-#include "service/transcode_server.h"
-#include "support/fake_vela/fake_vela.h"
-#include "support/jpeg_media/jpeg_media.h"
-#include "support/temp_dir/temp_dir.h"
+#include "src/service/transcode_server.h"
+#include "tests/support/fake_vela/fake_vela.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
+#include "tests/support/temp_dir/temp_dir.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include <sstream>
 
-#include "failing_calls.h"
-#include "fake_ffmpeg.h"
-#include "framework/program.h"
-#include "movie/mpeg_transcode_native_ffmpeg.h"
-#include "movie_test.h"
+#include "src/framework/program.h"
+#include "src/movie/mpeg_transcode_native_ffmpeg.h"
+#include "tests/movie/failing_calls.h"
+#include "tests/movie/fake_ffmpeg.h"
+#include "tests/movie/movie_test.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "movie/extended_float.h"
+#include "src/movie/extended_float.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <cmath>
 #include <random>
 
-#include "framework/int32.h"
+#include "src/framework/int32.h"
 
 namespace {
 

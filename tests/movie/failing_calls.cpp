@@ -1,4 +1,4 @@
-#include "failing_calls.h"
+#include "tests/movie/failing_calls.h"
 
 #include <pthread.h>
 #include <sys/types.h>

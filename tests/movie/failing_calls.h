@@ -1,7 +1,7 @@
 // System calls that fail when a test wants them to. The linker puts them before the real ones
 // (--wrap), for the code under test only.
-#ifndef MOVIE_FAILING_CALLS_H
-#define MOVIE_FAILING_CALLS_H
+#ifndef TESTS_MOVIE_FAILING_CALLS_H
+#define TESTS_MOVIE_FAILING_CALLS_H
 
 // Which call from now on fails, counted from 1; 0 is none. Falls back to 0 when it has failed.
 struct FailingCalls {

@@ -1,4 +1,4 @@
-#include "fake_ffmpeg.h"
+#include "tests/movie/fake_ffmpeg.h"
 
 #include <sys/stat.h>
 

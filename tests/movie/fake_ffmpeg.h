@@ -1,11 +1,11 @@
 // An `ffmpeg` first on PATH while this lives: a shell script that also notes its arguments.
-#ifndef MOVIE_FAKE_FFMPEG_H
-#define MOVIE_FAKE_FFMPEG_H
+#ifndef TESTS_MOVIE_FAKE_FFMPEG_H
+#define TESTS_MOVIE_FAKE_FFMPEG_H
 
 #include <string>
 #include <vector>
 
-#include "support/temp_dir/temp_dir.h"
+#include "tests/support/temp_dir/temp_dir.h"
 
 class FakeFfmpeg {
  public:

@@ -1,7 +1,7 @@
 // What the tests of movie tasks share: a folder, the log, and a count of live tasks that has to
 // come back to where it was.
-#ifndef MOVIE_MOVIE_TEST_H
-#define MOVIE_MOVIE_TEST_H
+#ifndef TESTS_MOVIE_MOVIE_TEST_H
+#define TESTS_MOVIE_MOVIE_TEST_H
 
 #include <gmock/gmock.h>
 
@@ -10,11 +10,11 @@
 #include <string>
 #include <thread>
 
-#include "framework/vs_ctx.h"
-#include "service/transcode_server.h"
-#include "support/fake_vela/fake_vela.h"
-#include "support/log_capture/log_capture.h"
-#include "support/temp_dir/temp_dir.h"
+#include "src/framework/vs_ctx.h"
+#include "src/service/transcode_server.h"
+#include "tests/support/fake_vela/fake_vela.h"
+#include "tests/support/log_capture/log_capture.h"
+#include "tests/support/temp_dir/temp_dir.h"
 
 inline int taskCount() {
   return g_atomic_int_get(&TranscodeServer::taskCount);

@@ -1,10 +1,10 @@
-#include "movie/mpeg_info_native_ffmpeg.h"
+#include "src/movie/mpeg_info_native_ffmpeg.h"
 
 #include <clocale>
 
-#include "failing_calls.h"
-#include "fake_ffmpeg.h"
-#include "movie_test.h"
+#include "tests/movie/failing_calls.h"
+#include "tests/movie/fake_ffmpeg.h"
+#include "tests/movie/movie_test.h"
 
 namespace {
 

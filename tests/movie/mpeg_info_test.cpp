@@ -1,7 +1,7 @@
-#include "movie/mpeg_info.h"
+#include "src/movie/mpeg_info.h"
 
-#include "fake_ffmpeg.h"
-#include "movie_test.h"
+#include "tests/movie/fake_ffmpeg.h"
+#include "tests/movie/movie_test.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-#include "movie/mpeg_transcode_native.h"
-#include "movie_test.h"
+#include "src/movie/mpeg_transcode_native.h"
+#include "tests/movie/movie_test.h"
 
 namespace {
 

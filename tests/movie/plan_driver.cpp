@@ -30,8 +30,8 @@
 #include <string>
 #include <vector>
 
-#include "movie/mpeg_transcode_native_ffmpeg.h"
-#include "support/fake_vela/fake_vela.h"
+#include "src/movie/mpeg_transcode_native_ffmpeg.h"
+#include "tests/support/fake_vela/fake_vela.h"
 
 using Json = nlohmann::ordered_json;
 

@@ -1,8 +1,8 @@
 #include <sys/stat.h>
 
-#include "failing_calls.h"
-#include "fake_ffmpeg.h"
-#include "movie_test.h"
+#include "tests/movie/failing_calls.h"
+#include "tests/movie/fake_ffmpeg.h"
+#include "tests/movie/movie_test.h"
 
 namespace {
 

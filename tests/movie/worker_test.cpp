@@ -6,9 +6,9 @@
 #include <csignal>
 #include <functional>
 
-#include "failing_calls.h"
-#include "movie/mpeg_transcode_native_cmd.h"
-#include "movie_test.h"
+#include "src/movie/mpeg_transcode_native_cmd.h"
+#include "tests/movie/failing_calls.h"
+#include "tests/movie/movie_test.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "pipelines/fake_elements.h"
+#include "tests/pipelines/fake_elements.h"
 
 #include <map>
 

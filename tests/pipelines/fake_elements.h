@@ -1,8 +1,8 @@
 // Elements under the device's names that record what is done to them, in place of the real ones.
 //
 // Thread: the test's own.
-#ifndef PIPELINES_FAKE_ELEMENTS_H
-#define PIPELINES_FAKE_ELEMENTS_H
+#ifndef TESTS_PIPELINES_FAKE_ELEMENTS_H
+#define TESTS_PIPELINES_FAKE_ELEMENTS_H
 
 #include <gst/gst.h>
 

@@ -1,11 +1,11 @@
 // A task of the back end for two files, without a request.
-#ifndef PIPELINES_FILE_TRANSCODE_H
-#define PIPELINES_FILE_TRANSCODE_H
+#ifndef TESTS_PIPELINES_FILE_TRANSCODE_H
+#define TESTS_PIPELINES_FILE_TRANSCODE_H
 
 #include <functional>
 #include <string>
 
-#include "pipelines/mpeg_transcode_native_orrin.h"
+#include "src/pipelines/mpeg_transcode_native_orrin.h"
 
 class FileTranscode : public MpegTranscodeNativeOrrin {
  public:

@@ -1,4 +1,4 @@
-#include "pipelines/live_objects.h"
+#include "tests/pipelines/live_objects.h"
 
 #include <gst/gst.h>
 // The hooks of tracers are not promised to stay as they are.

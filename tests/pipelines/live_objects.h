@@ -1,6 +1,6 @@
 // What a run may leave behind: GStreamer's objects, threads, descriptors.
-#ifndef PIPELINES_LIVE_OBJECTS_H
-#define PIPELINES_LIVE_OBJECTS_H
+#ifndef TESTS_PIPELINES_LIVE_OBJECTS_H
+#define TESTS_PIPELINES_LIVE_OBJECTS_H
 
 #include <map>
 #include <string>

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "pipelines/live_objects.h"
+#include "tests/pipelines/live_objects.h"
 
 // What the daemon leaves to the process on purpose: the loop of a run, and the text of the caps in
 // the handler of "autoplug-select"; and a table of GLib. Only asked for in leak checker builds.

@@ -4,10 +4,10 @@
 
 #include <memory>
 
-#include "pipelines/fake_elements.h"
-#include "pipelines/live_objects.h"
-#include "pipelines/mpeg_transcode_native_orrin.h"
-#include "support/log_capture/log_capture.h"
+#include "src/pipelines/mpeg_transcode_native_orrin.h"
+#include "tests/pipelines/fake_elements.h"
+#include "tests/pipelines/live_objects.h"
+#include "tests/support/log_capture/log_capture.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;

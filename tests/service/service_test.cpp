@@ -1,11 +1,11 @@
-#include "service/service.h"
+#include "src/service/service.h"
 
 #include <gmock/gmock.h>
 
-#include "service/inactivity_timer.h"
-#include "service/transcode_server.h"
-#include "support/fake_vela/fake_vela.h"
-#include "support/log_capture/log_capture.h"
+#include "src/service/inactivity_timer.h"
+#include "src/service/transcode_server.h"
+#include "tests/support/fake_vela/fake_vela.h"
+#include "tests/support/log_capture/log_capture.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/private_bus.h"
+#include "tests/support/private_bus.h"
 
 #include <fcntl.h>
 #include <signal.h>

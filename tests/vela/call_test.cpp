@@ -1,6 +1,6 @@
 #include <vector>
 
-#include "vela/vela_fixture.h"
+#include "tests/vela/vela_fixture.h"
 
 using testing::ElementsAre;
 

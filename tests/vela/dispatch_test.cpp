@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "vela/vela_fixture.h"
+#include "tests/vela/vela_fixture.h"
 
 using tarn::test::BusClient;
 using testing::ElementsAreArray;

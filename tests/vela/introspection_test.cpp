@@ -1,6 +1,6 @@
 #include <fstream>
 
-#include "vela/vela_fixture.h"
+#include "tests/vela/vela_fixture.h"
 
 using tarn::test::BusClient;
 using testing::HasSubstr;

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <thread>
 
-#include "vela/vela_fixture.h"
+#include "tests/vela/vela_fixture.h"
 
 using tarn::test::BusClient;
 using tarn::test::PrivateBus;

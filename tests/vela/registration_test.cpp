@@ -1,4 +1,4 @@
-#include "vela/vela_fixture.h"
+#include "tests/vela/vela_fixture.h"
 
 using tarn::test::BusClient;
 using testing::HasSubstr;

@@ -2,7 +2,7 @@
 #include <thread>
 #include <vector>
 
-#include "vela/vela_fixture.h"
+#include "tests/vela/vela_fixture.h"
 
 using tarn::test::BusClient;
 

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <thread>
 
-#include "vela/vela_fixture.h"
+#include "tests/vela/vela_fixture.h"
 
 using tarn::test::BusClient;
 

@@ -1,4 +1,4 @@
-#include "vela/vela_fixture.h"
+#include "tests/vela/vela_fixture.h"
 
 VelaTest::VelaTest() : loop(g_main_loop_new(nullptr, FALSE)) {
   setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "support/private_bus.h"
+#include "tests/support/private_bus.h"
 #include "vela/vela.h"
 
 constexpr char kService[] = "com.example.vela";

@@ -1,4 +1,4 @@
-#include "support/fake_vela/fake_vela.h"
+#include "tests/support/fake_vela/fake_vela.h"
 
 #include <algorithm>
 #include <condition_variable>

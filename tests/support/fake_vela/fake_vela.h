@@ -3,8 +3,8 @@
 // Thread: all of it may be used from any thread.
 // Errors: misuse of a message (a reference dropped twice, a Request that ends while its message is
 // still referenced) aborts the test program.
-#ifndef SUPPORT_FAKE_VELA_FAKE_VELA_H
-#define SUPPORT_FAKE_VELA_FAKE_VELA_H
+#ifndef TESTS_SUPPORT_FAKE_VELA_FAKE_VELA_H
+#define TESTS_SUPPORT_FAKE_VELA_FAKE_VELA_H
 
 #include <chrono>
 #include <string>

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
 
 namespace {
 

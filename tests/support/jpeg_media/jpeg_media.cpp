@@ -1,4 +1,4 @@
-#include "support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media/jpeg_media.h"
 
 #include <cstdio>
 // libjpeg's header relies on stdio's.

@@ -1,8 +1,8 @@
 // Makes JPEG pictures for tests, through libjpeg, with whatever metadata a camera leaves.
 //
 // Errors: a recipe that libjpeg refuses ends the test program with its message.
-#ifndef SUPPORT_JPEG_MEDIA_JPEG_MEDIA_H
-#define SUPPORT_JPEG_MEDIA_JPEG_MEDIA_H
+#ifndef TESTS_SUPPORT_JPEG_MEDIA_JPEG_MEDIA_H
+#define TESTS_SUPPORT_JPEG_MEDIA_JPEG_MEDIA_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // Collects what goes to the GLib log without a domain while it lives.
 //
 // Thread: lines may come from any thread.
-#ifndef SUPPORT_LOG_CAPTURE_LOG_CAPTURE_H
-#define SUPPORT_LOG_CAPTURE_LOG_CAPTURE_H
+#ifndef TESTS_SUPPORT_LOG_CAPTURE_LOG_CAPTURE_H
+#define TESTS_SUPPORT_LOG_CAPTURE_LOG_CAPTURE_H
 
 #include <glib.h>
 

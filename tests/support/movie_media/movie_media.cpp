@@ -1,4 +1,4 @@
-#include "support/movie_media/movie_media.h"
+#include "tests/support/movie_media/movie_media.h"
 
 #include <fcntl.h>
 #include <spawn.h>

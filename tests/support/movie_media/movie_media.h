@@ -2,8 +2,8 @@
 // on how they were made, and shared by every test that asks for the same one.
 //
 // Errors: all operations throw std::runtime_error when a clip cannot be made.
-#ifndef SUPPORT_MOVIE_MEDIA_MOVIE_MEDIA_H
-#define SUPPORT_MOVIE_MEDIA_MOVIE_MEDIA_H
+#ifndef TESTS_SUPPORT_MOVIE_MEDIA_MOVIE_MEDIA_H
+#define TESTS_SUPPORT_MOVIE_MEDIA_MOVIE_MEDIA_H
 
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
 // A temporary directory of one test, removed with everything in it.
-#ifndef SUPPORT_TEMP_DIR_TEMP_DIR_H
-#define SUPPORT_TEMP_DIR_TEMP_DIR_H
+#ifndef TESTS_SUPPORT_TEMP_DIR_TEMP_DIR_H
+#define TESTS_SUPPORT_TEMP_DIR_TEMP_DIR_H
 
 #include <cstdlib>
 #include <filesystem>
