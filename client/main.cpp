@@ -2,7 +2,7 @@
 #include <cstring>
 #include <exception>
 
-#include "client/commands.h"
+#include "client/commands/commands.h"
 
 namespace {
 

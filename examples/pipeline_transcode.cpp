@@ -2,7 +2,7 @@
 //
 // No request handler makes this task; this is how one would. The elements that the back end is
 // built on (decodebin2, tarnvideoencoder, tarnaudioencoder, tarnmpeg4mux) are the device's own;
-// elsewhere GST_PLUGIN_PATH has to name the folder of libgsttarntranscode.so.
+// elsewhere GST_PLUGIN_PATH has to name the folder of libgsttarnmovie.so.
 #include <cstdio>
 #include <cstring>
 #include <string>

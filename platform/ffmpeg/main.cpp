@@ -10,15 +10,15 @@
 
 #include <string>
 
-#include "platform/ffmpeg/media_facts.h"
-#include "platform/ffmpeg/media_input.h"
-#include "platform/ffmpeg/options.h"
-#include "platform/ffmpeg/plain_text.h"
-#include "platform/ffmpeg/probe_report.h"
-#include "platform/ffmpeg/process_setup.h"
-#include "platform/ffmpeg/real_ffmpeg.h"
-#include "platform/ffmpeg/sandbox.h"
-#include "platform/ffmpeg/transcode.h"
+#include "platform/ffmpeg/job/transcode.h"
+#include "platform/ffmpeg/probe/media_facts.h"
+#include "platform/ffmpeg/probe/media_input.h"
+#include "platform/ffmpeg/probe/probe_report.h"
+#include "platform/ffmpeg/process/process_setup.h"
+#include "platform/ffmpeg/process/real_ffmpeg.h"
+#include "platform/ffmpeg/process/sandbox.h"
+#include "platform/ffmpeg/request/options.h"
+#include "platform/ffmpeg/text/plain_text.h"
 
 namespace {
 

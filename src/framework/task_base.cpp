@@ -2,6 +2,10 @@
 
 #include "src/service/transcode_server.h"
 
+// Counted here, so that this room needs nothing of the service's; declared where the inactivity
+// timer looks.
+int TranscodeServer::taskCount = 0;
+
 TaskBase::TaskBase(VSCtx* context) : ctx(context) {
   g_atomic_int_add(&TranscodeServer::taskCount, 1);
 }

@@ -7,8 +7,6 @@
 #include "src/movie/mpeg_info.h"
 #include "src/movie/mpeg_transcode_native_ffmpeg.h"
 
-int TranscodeServer::taskCount = 0;
-
 bool TranscodeServer::scaleImage(VSHandle* handle, VSMessage* message, void*) {
   JpegTranscodeGstreamer(new VSCtx(handle, message), JpegScale).launch();
   return true;

@@ -1,4 +1,4 @@
-#include "client/arguments.h"
+#include "client/commands/arguments.h"
 
 #include <gmock/gmock.h>
 

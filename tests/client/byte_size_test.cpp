@@ -1,4 +1,4 @@
-#include "client/byte_size.h"
+#include "client/units/byte_size.h"
 
 #include <gtest/gtest.h>
 

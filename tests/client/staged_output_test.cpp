@@ -1,9 +1,9 @@
-#include "client/staged_output.h"
+#include "client/files/staged_output.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "tests/support/temp_dir/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tests/support/private_bus.h"
-#include "tests/support/temp_dir/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 class InstalledSystem {
  public:

@@ -7,7 +7,7 @@
 #include "tests/e2e/installed_system.h"
 #include "tests/e2e/power_service.h"
 #include "tests/e2e/spawned_program.h"
-#include "tests/support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "tests/e2e/installed_system.h"
-#include "tests/support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media.h"
 
 namespace {
 

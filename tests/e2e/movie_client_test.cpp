@@ -4,7 +4,7 @@
 
 #include "tests/e2e/movie_facts.h"
 #include "tests/e2e/scripted_ffmpeg.h"
-#include "tests/support/movie_media/movie_media.h"
+#include "tests/support/movie_media.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include "dsjson/dsjson.h"
 #include "tests/e2e/movie_facts.h"
-#include "tests/support/movie_media/movie_media.h"
+#include "tests/support/movie_media.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include "tests/e2e/movie_facts.h"
 #include "tests/e2e/power_service.h"
 #include "tests/e2e/scripted_ffmpeg.h"
-#include "tests/support/jpeg_media/jpeg_media.h"
-#include "tests/support/movie_media/movie_media.h"
+#include "tests/support/jpeg_media.h"
+#include "tests/support/movie_media.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/e2e/movie_facts.h"
-#include "tests/support/movie_media/movie_media.h"
+#include "tests/support/movie_media.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "tests/e2e/installed_system.h"
-#include "tests/support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/e2e/installed_system.h"
-#include "tests/support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media.h"
 
 namespace {
 

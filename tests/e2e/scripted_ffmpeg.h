@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "tests/support/temp_dir/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 class ScriptedFfmpeg {
  public:

@@ -1,9 +1,9 @@
-#include "platform/ffmpeg/command_line.h"
+#include "platform/ffmpeg/encode/command_line.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/ffmpeg/media_facts.h"
-#include "platform/ffmpeg/video_filter.h"
+#include "platform/ffmpeg/encode/video_filter.h"
+#include "platform/ffmpeg/probe/media_facts.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/ffmpeg/media_facts.h"
-#include "platform/ffmpeg/media_input.h"
+#include "platform/ffmpeg/probe/media_facts.h"
+#include "platform/ffmpeg/probe/media_input.h"
 #include "tests/ffmpeg/program_run.h"
-#include "tests/support/movie_media/movie_media.h"
+#include "tests/support/movie_media.h"
 
 namespace {
 

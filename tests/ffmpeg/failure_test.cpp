@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "tests/ffmpeg/program_run.h"
-#include "tests/support/movie_media/movie_media.h"
+#include "tests/support/movie_media.h"
 
 namespace {
 

@@ -4,8 +4,9 @@
 
 #include <cstdlib>
 
-#include "platform/ffmpeg/progress_file.h"
-#include "platform/ffmpeg/work_directory.h"
+#include "platform/ffmpeg/files/progress_file.h"
+#include "platform/ffmpeg/files/sha256.h"
+#include "platform/ffmpeg/files/work_directory.h"
 #include "tests/ffmpeg/program_run.h"
 
 namespace {

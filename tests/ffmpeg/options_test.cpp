@@ -1,4 +1,4 @@
-#include "platform/ffmpeg/options.h"
+#include "platform/ffmpeg/request/options.h"
 
 #include <gtest/gtest.h>
 

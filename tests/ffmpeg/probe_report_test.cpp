@@ -1,8 +1,8 @@
-#include "platform/ffmpeg/probe_report.h"
+#include "platform/ffmpeg/probe/probe_report.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/ffmpeg/media_facts.h"
+#include "platform/ffmpeg/probe/media_facts.h"
 #include "tests/ffmpeg/report_reader.h"
 
 namespace {

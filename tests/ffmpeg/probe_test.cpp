@@ -6,7 +6,7 @@
 
 #include "tests/ffmpeg/program_run.h"
 #include "tests/ffmpeg/report_reader.h"
-#include "tests/support/movie_media/movie_media.h"
+#include "tests/support/movie_media.h"
 
 namespace {
 

@@ -12,11 +12,12 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/ffmpeg/process_setup.h"
-#include "platform/ffmpeg/progress_file.h"
-#include "platform/ffmpeg/sandbox.h"
+#include "platform/ffmpeg/files/progress_file.h"
+#include "platform/ffmpeg/files/sha256.h"
+#include "platform/ffmpeg/process/process_setup.h"
+#include "platform/ffmpeg/process/sandbox.h"
 #include "tests/ffmpeg/program_run.h"
-#include "tests/support/movie_media/movie_media.h"
+#include "tests/support/movie_media.h"
 
 namespace {
 

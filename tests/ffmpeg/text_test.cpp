@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "platform/ffmpeg/error_words.h"
-#include "platform/ffmpeg/plain_text.h"
-#include "platform/ffmpeg/progress_reader.h"
+#include "platform/ffmpeg/encode/progress_reader.h"
+#include "platform/ffmpeg/text/error_words.h"
+#include "platform/ffmpeg/text/plain_text.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "tests/support/temp_dir/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "src/framework/transcode_base.h"
 #include "src/service/transcode_server.h"
-#include "tests/support/fake_vela/fake_vela.h"
+#include "tests/support/fake_vela.h"
 
 namespace {
 

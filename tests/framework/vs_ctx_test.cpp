@@ -4,8 +4,8 @@
 
 #include <limits>
 
-#include "tests/support/fake_vela/fake_vela.h"
-#include "tests/support/log_capture/log_capture.h"
+#include "tests/support/fake_vela.h"
+#include "tests/support/log_capture.h"
 
 namespace {
 

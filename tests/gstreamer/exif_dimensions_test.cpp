@@ -1,8 +1,8 @@
-#include "platform/gstreamer/exif_dimensions.h"
+#include "platform/jpeg/exif_dimensions.h"
 
 #include <gmock/gmock.h>
 
-#include "tests/support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <memory>
 
-#include "platform/gstreamer/jpeg_segments.h"
-#include "tests/support/jpeg_media/jpeg_media.h"
+#include "platform/jpeg/jpeg_segments.h"
+#include "tests/support/jpeg_media.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "platform/gstreamer/jpeg_metadata.h"
+#include "platform/jpeg/jpeg_metadata.h"
 
 #include <gmock/gmock.h>
 
 #include <string_view>
 
-#include "tests/support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media.h"
 
 namespace {
 

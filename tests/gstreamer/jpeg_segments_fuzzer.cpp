@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <iterator>
 
-#include "platform/gstreamer/exif_dimensions.h"
-#include "platform/gstreamer/jpeg_metadata.h"
-#include "platform/gstreamer/jpeg_segments.h"
+#include "platform/jpeg/exif_dimensions.h"
+#include "platform/jpeg/jpeg_metadata.h"
+#include "platform/jpeg/jpeg_segments.h"
 
 static void check(bool holds) {
   if (!holds) abort();

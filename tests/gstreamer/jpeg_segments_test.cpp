@@ -1,8 +1,8 @@
-#include "platform/gstreamer/jpeg_segments.h"
+#include "platform/jpeg/jpeg_segments.h"
 
 #include <gmock/gmock.h>
 
-#include "tests/support/jpeg_media/jpeg_media.h"
+#include "tests/support/jpeg_media.h"
 
 namespace {
 

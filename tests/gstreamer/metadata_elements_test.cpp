@@ -4,8 +4,8 @@
 
 #include <memory>
 
-#include "platform/gstreamer/metadata_tag.h"
-#include "tests/support/jpeg_media/jpeg_media.h"
+#include "platform/gstreamer/photo/metadata_tag.h"
+#include "tests/support/jpeg_media.h"
 
 namespace {
 

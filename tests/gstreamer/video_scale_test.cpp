@@ -116,7 +116,7 @@ double boxMean(const Picture& source, const Picture& scaled, int x, int y) {
 TEST(VideoScale, IsOurs) {
   g_autoptr(GstElementFactory) factory = gst_element_factory_find("videoscale");
   ASSERT_NE(factory, nullptr);
-  EXPECT_STREQ(gst_plugin_feature_get_plugin_name(GST_PLUGIN_FEATURE(factory)), "tarntranscode");
+  EXPECT_STREQ(gst_plugin_feature_get_plugin_name(GST_PLUGIN_FEATURE(factory)), "tarnphoto");
 }
 
 TEST(VideoScale, KeepsAllButSizeAndAspect) {

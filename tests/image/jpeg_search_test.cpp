@@ -5,10 +5,10 @@
 #include "src/image/jpeg_transcode_gstreamer.h"
 #include "src/service/transcode_server.h"
 #include "tests/image/fake_encoder.h"
-#include "tests/support/fake_vela/fake_vela.h"
-#include "tests/support/jpeg_media/jpeg_media.h"
-#include "tests/support/log_capture/log_capture.h"
-#include "tests/support/temp_dir/temp_dir.h"
+#include "tests/support/fake_vela.h"
+#include "tests/support/jpeg_media.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -25,7 +25,7 @@ class JpegSearchTest : public testing::Test {
  protected:
   void SetUp() override {
     // A plug-in that is loaded later would bring back the elements that the tests take away.
-    for (const char* name : {"coreelements", "jpeg", "videocrop", "tarntranscode"}) {
+    for (const char* name : {"coreelements", "jpeg", "videocrop", "tarnphoto"}) {
       GstPlugin* plugin = gst_plugin_load_by_name(name);
       ASSERT_NE(nullptr, plugin) << name;
       gst_object_unref(plugin);

@@ -6,9 +6,9 @@
 #include <optional>
 
 #include "src/service/transcode_server.h"
-#include "tests/support/fake_vela/fake_vela.h"
-#include "tests/support/jpeg_media/jpeg_media.h"
-#include "tests/support/temp_dir/temp_dir.h"
+#include "tests/support/fake_vela.h"
+#include "tests/support/jpeg_media.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

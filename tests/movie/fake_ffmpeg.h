@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/temp_dir/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 class FakeFfmpeg {
  public:

@@ -12,9 +12,9 @@
 
 #include "src/framework/vs_ctx.h"
 #include "src/service/transcode_server.h"
-#include "tests/support/fake_vela/fake_vela.h"
-#include "tests/support/log_capture/log_capture.h"
-#include "tests/support/temp_dir/temp_dir.h"
+#include "tests/support/fake_vela.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_dir.h"
 
 inline int taskCount() {
   return g_atomic_int_get(&TranscodeServer::taskCount);

@@ -31,7 +31,7 @@
 #include <vector>
 
 #include "src/movie/mpeg_transcode_native_ffmpeg.h"
-#include "tests/support/fake_vela/fake_vela.h"
+#include "tests/support/fake_vela.h"
 
 using Json = nlohmann::ordered_json;
 

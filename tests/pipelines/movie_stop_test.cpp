@@ -7,9 +7,9 @@
 
 #include "tests/pipelines/file_transcode.h"
 #include "tests/pipelines/live_objects.h"
-#include "tests/support/log_capture/log_capture.h"
-#include "tests/support/movie_media/movie_media.h"
-#include "tests/support/temp_dir/temp_dir.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/movie_media.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "src/service/transcode_server.h"
 #include "tests/pipelines/fake_elements.h"
 #include "tests/pipelines/live_objects.h"
-#include "tests/support/log_capture/log_capture.h"
+#include "tests/support/log_capture.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;

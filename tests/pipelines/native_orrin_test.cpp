@@ -7,7 +7,7 @@
 #include "src/pipelines/mpeg_transcode_native_orrin.h"
 #include "tests/pipelines/fake_elements.h"
 #include "tests/pipelines/live_objects.h"
-#include "tests/support/log_capture/log_capture.h"
+#include "tests/support/log_capture.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -4,8 +4,8 @@
 
 #include "src/service/inactivity_timer.h"
 #include "src/service/transcode_server.h"
-#include "tests/support/fake_vela/fake_vela.h"
-#include "tests/support/log_capture/log_capture.h"
+#include "tests/support/fake_vela.h"
+#include "tests/support/log_capture.h"
 
 namespace {
 

@@ -1,0 +1,182 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+#include "client/commands/arguments.h"
+#include "client/commands/commands.h"
+#include "client/commands/movie_request.h"
+#include "client/commands/progress_line.h"
+#include "client/files/input_file.h"
+#include "client/files/staged_output.h"
+#include "client/service/movie_info.h"
+#include "client/service/movie_progress.h"
+#include "client/service/service_reply.h"
+#include "client/units/byte_size.h"
+#include "client/units/time_span.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string absolutePath(const std::string& path) {
+  return fs::absolute(path).lexically_normal();
+}
+
+ExitCode sayNoMovie(const Answer& answer, const std::string& in) {
+  if (answer.kind != Answer::Silent) return sayNoReply(answer);
+  return sayFailure("the service could not read " + in + " as a movie");
+}
+
+void replaceAll(std::string* text, const std::string& old, const std::string& fresh) {
+  for (size_t at = text->find(old); at != std::string::npos; at = text->find(old, at)) {
+    text->replace(at, old.size(), fresh);
+    at += fresh.size();
+  }
+}
+
+// The reason of a refusal, told of the file that the user knows.
+std::string refusal(const ServiceReply& reply, const StagedOutput& output) {
+  std::string reason = reply.errorText;
+  if (!reply.errorDetail.empty()) reason += "\n" + reply.errorDetail;
+  if (reason.empty()) return "the service refused and gave no reason";
+  replaceAll(&reason, output.temporaryPath(), output.targetPath());
+  return reason;
+}
+
+Answer callShowingProgress(const std::string& request, const std::string& output, bool isQuiet) {
+  if (isQuiet) return callServiceAgain("resizeMovie", request);
+  const MovieProgress progress(output);
+  ProgressLine line(isatty(STDERR_FILENO) != 0);
+  return callServiceAgain("resizeMovie", request, [&] {
+    if (const auto share = progress.doneShare()) line.show(*share);
+  });
+}
+
+// The service names its pass logs after the output and removes them, unless it dies.
+void removePassLogs(const std::string& output) {
+  for (int number = 0; number <= 9; ++number) {
+    unlink((output + "-" + std::to_string(number) + ".log").c_str());
+  }
+}
+
+// What the request asked of the movie, as far as it can be checked.
+struct Wanted {
+  std::string in;
+  std::optional<int32_t> maxSizeBytes;
+  double startSeconds = 0;
+  double lengthSeconds = 0;  // 0 is to the end
+  bool isOfTwoPasses = false;
+};
+
+// Where the size runs out a transcoder may leave the rest of the clip away.
+std::string whyCut(const Wanted& wanted, const MovieInfo& made) {
+  const auto source = parseMovieInfo(askMovieInfo(wanted.in));
+  if (!source) return "";
+  double expected = source->seconds - wanted.startSeconds;
+  if (wanted.lengthSeconds > 0) expected = std::min(expected, wanted.lengthSeconds);
+  if (made.seconds >= expected - std::max(0.5, expected * 0.02)) return "";
+  return "only " + formatTime(made.seconds) + " of " + formatTime(expected) + " fit into " +
+         formatByteSize(*wanted.maxSizeBytes) +
+         (wanted.isOfTwoPasses ? "" : "; two passes may do better (--passes 2)");
+}
+
+// Why the file that came out is not what was asked for, or "". Stores what it is.
+std::string whyNotMade(const Wanted& wanted, const std::string& path, MovieInfo* made) {
+  std::error_code missing;
+  const auto bytes = fs::file_size(path, missing);
+  if (missing || bytes == 0) return "no movie came out";
+  made->sizeBytes = static_cast<int32_t>(std::min<uintmax_t>(bytes, INT32_MAX));
+  const auto info = parseMovieInfo(askMovieInfo(path));
+  if (info) *made = *info;
+  if (!wanted.maxSizeBytes) return "";
+  if (made->sizeBytes > *wanted.maxSizeBytes) {
+    return "the movie cannot be made to fit " + formatByteSize(*wanted.maxSizeBytes) + ": it has " +
+           formatByteSize(made->sizeBytes);
+  }
+  return info ? whyCut(wanted, *info) : "";
+}
+
+Wanted wantedOf(const Arguments& arguments, const std::string& in) {
+  Wanted wanted;
+  wanted.in = in;
+  wanted.maxSizeBytes = parseByteSize(arguments.value("--max-size").value_or(""));
+  wanted.startSeconds = parseSeconds(arguments.value("--start").value_or("0")).value_or(0);
+  wanted.lengthSeconds = parseSeconds(arguments.value("--length").value_or("0")).value_or(0);
+  wanted.isOfTwoPasses = arguments.value("--passes") == "2";
+  return wanted;
+}
+
+ExitCode resizeMovie(const Arguments& arguments, const Wanted& wanted, dsjson::JValue request,
+                     StagedOutput* output) {
+  const std::string temporary = output->temporaryPath();
+  request.put("inFile", wanted.in).put("outFile", temporary);
+  const bool isQuiet = arguments.has("--quiet");
+  const Answer answer = callShowingProgress(requestText(request), temporary, isQuiet);
+  removePassLogs(temporary);
+  if (answer.kind != Answer::Replied) return sayNoMovie(answer, wanted.in);
+
+  const ServiceReply reply = parseServiceReply(answer.payload);
+  if (!reply.succeeded) {
+    if (arguments.has("--json")) printf("%s\n", answer.payload.c_str());
+    return sayFailure(refusal(reply, *output));
+  }
+  MovieInfo made;
+  const std::string whyNot = whyNotMade(wanted, temporary, &made);
+  if (!whyNot.empty() && wanted.maxSizeBytes && !wanted.isOfTwoPasses &&
+      !arguments.has("--passes")) {
+    // One pass often does and takes half the time; two keep the size more closely.
+    Wanted again = wanted;
+    again.isOfTwoPasses = true;
+    return resizeMovie(arguments, again, request.put("passes", 2), output);
+  }
+  if (!whyNot.empty()) return sayFailure(whyNot);
+  if (!output->commit()) return sayFailure(output->errorText());
+  if (arguments.has("--json")) {
+    printf("%s\n", answer.payload.c_str());
+  } else if (!isQuiet) {
+    printf("%s: %s\n", output->targetPath().c_str(), made.words().c_str());
+  }
+  return ExitDone;
+}
+
+}  // namespace
+
+ExitCode runInfo(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {}, {"--json"});
+  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
+  if (arguments.positional().size() != 1) return sayUsage("info needs FILE");
+
+  const std::string in = absolutePath(arguments.positional()[0]);
+  const std::string whyNot = whyNoInput(in);
+  if (!whyNot.empty()) return sayFailure("cannot read " + in + ": " + whyNot);
+  const Answer answer = askMovieInfo(in);
+  if (answer.kind != Answer::Replied) return sayNoMovie(answer, in);
+  const auto info = parseMovieInfo(answer);
+  if (!info || arguments.has("--json")) {
+    printf("%s\n", answer.payload.c_str());
+  } else {
+    printf("%s: %s\n", in.c_str(), info->words().c_str());
+  }
+  return info ? ExitDone : ExitFailed;
+}
+
+ExitCode runResizeMovie(const std::vector<std::string>& words) {
+  const Arguments arguments(words, movieOptions(), {"--json", "--quiet"});
+  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
+  if (arguments.positional().size() != 2) return sayUsage("resize-movie needs IN and OUT");
+  dsjson::JValue request = dsjson::Object();
+  const std::string wrong = putMovieOptions(arguments, &request);
+  if (!wrong.empty()) return sayUsage(wrong);
+
+  const std::string in = absolutePath(arguments.positional()[0]);
+  const std::string out = absolutePath(arguments.positional()[1]);
+  const std::string whyNot = whyNoInput(in);
+  if (!whyNot.empty()) return sayFailure("cannot read " + in + ": " + whyNot);
+  std::error_code ignored;
+  if (fs::equivalent(in, out, ignored)) return sayFailure("input and output are the same file");
+  StagedOutput output(out);
+  if (output.temporaryPath().empty()) return sayFailure(output.errorText());
+  return resizeMovie(arguments, wantedOf(arguments, in), request, &output);
+}

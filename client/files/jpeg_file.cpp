@@ -1,0 +1,67 @@
+#include "client/files/jpeg_file.h"
+
+#include <cerrno>
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+// jpeglib.h needs FILE and size_t declared before it.
+#include <jpeglib.h>
+
+namespace {
+
+struct CloseFile {
+  void operator()(FILE* stream) const { fclose(stream); }
+};
+using Stream = std::unique_ptr<FILE, CloseFile>;
+
+struct HeaderErrors {
+  jpeg_error_mgr manager;
+  jmp_buf failed;
+  char text[JMSG_LENGTH_MAX];
+};
+
+[[noreturn]] void leaveHeader(j_common_ptr reader) {
+  auto* errors = reinterpret_cast<HeaderErrors*>(reader->err);
+  errors->manager.format_message(reader, errors->text);
+  longjmp(errors->failed, 1);
+}
+
+void sayNothing(j_common_ptr) {}
+
+// No object with a destructor may live in here: longjmp skips them.
+bool readsAsHeader(FILE* stream, HeaderErrors* errors) {
+  jpeg_decompress_struct reader;
+  reader.err = jpeg_std_error(&errors->manager);
+  errors->manager.error_exit = leaveHeader;
+  errors->manager.output_message = sayNothing;
+  if (setjmp(errors->failed) != 0) {
+    jpeg_destroy_decompress(&reader);
+    return false;
+  }
+  jpeg_create_decompress(&reader);
+  jpeg_stdio_src(&reader, stream);
+  const bool isRead = jpeg_read_header(&reader, TRUE) == JPEG_HEADER_OK;
+  jpeg_destroy_decompress(&reader);
+  return isRead;
+}
+
+}  // namespace
+
+std::string whyNoJpeg(const std::string& path) {
+  const Stream stream(fopen(path.c_str(), "rb"));
+  if (stream == nullptr) return strerror(errno);
+  HeaderErrors errors = {};
+  return readsAsHeader(stream.get(), &errors) ? "" : errors.text;
+}
+
+bool isWholeJpeg(const std::string& path) {
+  const Stream stream(fopen(path.c_str(), "rb"));
+  if (stream == nullptr) return false;
+  unsigned char start[2];
+  unsigned char end[2];
+  return fread(start, 1, 2, stream.get()) == 2 && fseek(stream.get(), -2, SEEK_END) == 0 &&
+         ftell(stream.get()) >= 2 && fread(end, 1, 2, stream.get()) == 2 && start[0] == 0xff &&
+         start[1] == 0xd8 && end[0] == 0xff && end[1] == 0xd9;
+}

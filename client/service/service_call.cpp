@@ -1,0 +1,102 @@
+#include "client/service/service_call.h"
+
+#include <glib.h>
+
+#include <cstring>
+#include <memory>
+
+#include "vela/vela.h"
+
+namespace {
+
+const char kService[] = "tarn://com.tarn.transcode/";
+const char kBusItself[] = "org.freedesktop.DBus";
+const guint kWaitingMs = 200;
+
+struct Wait {
+  GMainLoop* loop;
+  Answer answer;
+};
+
+bool isOneOf(const char* name, std::initializer_list<const char*> names) {
+  for (const char* candidate : names) {
+    if (strcmp(name, candidate) == 0) return true;
+  }
+  return false;
+}
+
+Answer failed(const char* errorName, const char* sender, const char* text) {
+  if (isOneOf(errorName, {"org.freedesktop.DBus.Error.NoReply"})) {
+    if (strcmp(sender, kBusItself) != 0) {
+      return {Answer::Silent, "", "the service could not read the file"};
+    }
+    return {Answer::Died, "", "the service ended while it worked on the request"};
+  }
+  if (isOneOf(errorName, {"org.freedesktop.DBus.Error.Disconnected"})) {
+    return {Answer::Died, "", "the service ended while it worked on the request"};
+  }
+  if (g_str_has_prefix(errorName, "org.freedesktop.DBus.Error.Spawn.") ||
+      isOneOf(errorName, {"org.freedesktop.DBus.Error.ServiceUnknown",
+                          "org.freedesktop.DBus.Error.NameHasNoOwner"})) {
+    return {Answer::NoService, "", std::string("the service cannot be started: ") + text};
+  }
+  return {Answer::BusError, "", std::string("the request was refused: ") + text};
+}
+
+bool takeReply(VSHandle*, VSMessage* message, void* data) {
+  auto* wait = static_cast<Wait*>(data);
+  const char* errorName = VSMessageGetErrorName(message);
+  const char* payload = VSMessageGetPayload(message);
+  wait->answer = errorName == nullptr ? Answer{Answer::Replied, payload, ""}
+                                      : failed(errorName, VSMessageGetSender(message), payload);
+  g_main_loop_quit(wait->loop);
+  return true;
+}
+
+Answer noService(VSError* error) {
+  const std::string text = error->message == nullptr ? "no bus" : error->message;
+  VSErrorFree(error);
+  return {Answer::NoService, "", "there is no message bus: " + text};
+}
+
+gboolean onWaiting(gpointer data) {
+  (*static_cast<const WhileWaiting*>(data))();
+  return G_SOURCE_CONTINUE;
+}
+
+void runUntilReply(GMainLoop* loop, const WhileWaiting& whileWaiting) {
+  auto* data = const_cast<WhileWaiting*>(&whileWaiting);
+  const guint source = whileWaiting ? g_timeout_add(kWaitingMs, onWaiting, data) : 0;
+  g_main_loop_run(loop);
+  if (source != 0) g_source_remove(source);
+}
+
+}  // namespace
+
+Answer callService(const std::string& method, const std::string& payload,
+                   const WhileWaiting& whileWaiting) {
+  VSError error;
+  VSErrorInit(&error);
+  VSHandle* handle = nullptr;
+  if (!VSRegisterPubPriv(nullptr, &handle, false, &error)) return noService(&error);
+
+  const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(
+      g_main_loop_new(nullptr, FALSE), g_main_loop_unref);
+  Wait wait = {loop.get(), {}};
+  const std::string uri = kService + method;
+  if (!VSGmainAttach(handle, loop.get(), &error) ||
+      !VSCall(handle, uri.c_str(), payload.c_str(), takeReply, &wait, nullptr, &error)) {
+    wait.answer = noService(&error);
+  } else {
+    runUntilReply(loop.get(), whileWaiting);
+  }
+  VSUnregister(handle, nullptr);
+  return wait.answer;
+}
+
+Answer callServiceAgain(const std::string& method, const std::string& payload,
+                        const WhileWaiting& whileWaiting) {
+  Answer answer = callService(method, payload, whileWaiting);
+  if (answer.kind == Answer::Died) answer = callService(method, payload, whileWaiting);
+  return answer;
+}

@@ -1,0 +1,38 @@
+#include "platform/ffmpeg/process/real_ffmpeg.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "platform/ffmpeg/files/paths.h"
+
+const char kStartedByUs[] = "TARN_FFMPEG_STARTED";
+
+namespace {
+
+bool isThisProgram(const struct stat& other) {
+  struct stat self {};
+  return stat("/proc/self/exe", &self) == 0 && self.st_dev == other.st_dev &&
+         self.st_ino == other.st_ino;
+}
+
+bool isProgram(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+         access(path.c_str(), X_OK) == 0 && !isThisProgram(status);
+}
+
+}  // namespace
+
+std::string findRealFfmpeg() {
+  if (getenv(kStartedByUs)) return "";
+  const char* path = getenv("PATH");
+  std::istringstream folders(path ? path : "");
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    const std::string candidate = folder + "/ffmpeg";
+    if (folder.starts_with('/') && isProgram(candidate)) return resolved(candidate);
+  }
+  return isProgram("/usr/bin/ffmpeg") ? "/usr/bin/ffmpeg" : "";
+}

@@ -1,0 +1,97 @@
+#include "platform/jpeg/jpeg_metadata.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "platform/jpeg/exif_dimensions.h"
+
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr uint8_t kMarkerApp1 = 0xE1;
+constexpr uint8_t kMarkerApp2 = 0xE2;
+constexpr uint8_t kMarkerApp14 = 0xEE;
+
+bool startsWith(const uint8_t* data, size_t sizeBytes, std::string_view name) {
+  return sizeBytes >= name.size() && memcmp(data, name.data(), name.size()) == 0;
+}
+
+bool isNamed(const JpegSegment& segment, uint8_t marker, std::string_view name) {
+  return segment.marker == marker &&
+         startsWith(segment.payload.data(), segment.payload.size(), name);
+}
+
+// JFIF and its extension, which is nothing without it.
+bool isJfif(const JpegSegment& segment) {
+  return isNamed(segment, kMarkerApp0, "JFIF\0"sv) || isNamed(segment, kMarkerApp0, "JFXX\0"sv);
+}
+
+// The offset behind the JFIF segments that follow the SOI at once.
+size_t skipJfif(const uint8_t* encoded, size_t sizeBytes) {
+  size_t at = 2;
+  while (sizeBytes - at >= 4 && encoded[at] == 0xFF && encoded[at + 1] == kMarkerApp0) {
+    const size_t length = static_cast<size_t>(encoded[at + 2]) << 8 | encoded[at + 3];
+    if (length < 2 || length > sizeBytes - at - 2) break;
+    const uint8_t* payload = encoded + at + 4;
+    if (!startsWith(payload, length - 2, "JFIF\0"sv) &&
+        !startsWith(payload, length - 2, "JFXX\0"sv))
+      break;
+    at += 2 + length;
+  }
+  return at;
+}
+
+void append(const JpegSegment& segment, JpegHead* head) {
+  if (segment.payload.size() > kMaxSegmentPayload) {
+    ++head->leftOut;
+    return;
+  }
+  const size_t length = segment.payload.size() + 2;
+  const uint8_t start[] = {0xFF, segment.marker, static_cast<uint8_t>(length >> 8),
+                           static_cast<uint8_t>(length)};
+  head->bytes.insert(head->bytes.end(), start, start + sizeof start);
+  head->bytes.insert(head->bytes.end(), segment.payload.begin(), segment.payload.end());
+}
+
+}  // namespace
+
+bool isExif(const JpegSegment& segment) {
+  return isNamed(segment, kMarkerApp1, "Exif\0"sv);
+}
+
+bool isJpegMetadata(const JpegSegment& segment) {
+  return !isNamed(segment, kMarkerApp14, "Adobe"sv) && !isNamed(segment, kMarkerApp0, "AVI1"sv) &&
+         !isNamed(segment, kMarkerApp2, "MPF\0"sv);
+}
+
+bool makeJpegHead(const uint8_t* encoded, size_t sizeBytes,
+                  const std::vector<JpegSegment>& metadata, JpegHead* head) {
+  JpegHeaderReader reader;
+  if (reader.feed(encoded, sizeBytes) != JpegHeaderReader::Status::Complete) return false;
+
+  JpegHead made;
+  made.restOffset = skipJfif(encoded, sizeBytes);
+  made.bytes = {0xFF, kMarkerSoi};
+  const auto tellsDensity = [](const JpegSegment& segment) {
+    return isJfif(segment) || isExif(segment);
+  };
+  if (std::none_of(metadata.begin(), metadata.end(), tellsDensity)) {
+    made.bytes.assign(encoded, encoded + made.restOffset);
+  }
+  for (const JpegSegment& segment : metadata)
+    if (isJfif(segment)) append(segment, &made);
+  bool exifSeen = false;
+  for (const JpegSegment& segment : metadata) {
+    if (isJfif(segment)) continue;
+    const size_t at = made.bytes.size() + 4;  // of its payload
+    append(segment, &made);
+    if (isExif(segment) && !std::exchange(exifSeen, true) && at <= made.bytes.size())
+      setExifDimensions(made.bytes.data() + at, made.bytes.size() - at, reader.width(),
+                        reader.height());
+  }
+  *head = std::move(made);
+  return true;
+}
