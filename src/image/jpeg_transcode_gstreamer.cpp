@@ -120,6 +120,10 @@ void JpegTranscodeGstreamer::create(Pipeline* pipeline) {
   }
 }
 
+void JpegTranscodeGstreamer::setQuality(const Pipeline& pipeline, int quality) {
+  g_object_set(pipeline.encoder, "quality", quality, nullptr);
+}
+
 void JpegTranscodeGstreamer::setDimensions(const Pipeline& pipeline) {
   GstCaps* caps = gst_caps_new_simple(GST_SEAM_RAW_VIDEO, "width", G_TYPE_INT, outWidth, "height",
                                       G_TYPE_INT, outHeight, nullptr);
@@ -172,12 +176,16 @@ LaunchResult JpegTranscodeGstreamer::searchQuality(const Pipeline& pipeline) {
     outWidth = plannedWidth / divisor;
     outHeight = plannedHeight / divisor;
     FixFrameSizeMod16(&outWidth, &outHeight);
+    setQuality(pipeline, quality);
     setDimensions(pipeline);
 
     int size = encode(pipeline, quality);
     if (size > targetSize) {
       const int reduced = reducedQuality(quality, targetSize, size);
-      if (reduced >= kLowestReducedQuality) size = encode(pipeline, reduced);
+      if (reduced >= kLowestReducedQuality) {
+        setQuality(pipeline, reduced);
+        size = encode(pipeline, reduced);
+      }
     }
     if (size <= targetSize) {
       replySuccess();
@@ -189,7 +197,6 @@ LaunchResult JpegTranscodeGstreamer::searchQuality(const Pipeline& pipeline) {
 }
 
 int JpegTranscodeGstreamer::encode(const Pipeline& pipeline, int quality) {
-  g_object_set(pipeline.encoder, "quality", quality, nullptr);
   g_message("trying res %dx%d, quality %d", outWidth, outHeight, quality);
   gst_element_set_state(pipeline.bin, GST_STATE_PLAYING);
   g_main_loop_run(pipeline.loop);

@@ -23,8 +23,9 @@ class JpegTranscodeGstreamer : public JpegTranscode {
   struct Pipeline;
 
   LaunchResult searchQuality(const Pipeline& pipeline);
-  // Encodes once and returns the byte size of the output.
+  // Encodes once, with the settings made before, and returns the byte size of the output.
   int encode(const Pipeline& pipeline, int quality);
+  void setQuality(const Pipeline& pipeline, int quality);
   void setDimensions(const Pipeline& pipeline);
   void create(Pipeline* pipeline);
   void assemble(const Pipeline& pipeline);

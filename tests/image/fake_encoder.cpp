@@ -24,31 +24,13 @@ enum { PROP_QUALITY = 1 };
 GstBuffer* makePicture(const Encoder& encoder, int sizeBytes) {
   const auto high = [](int value) { return static_cast<guint8>(value >> 8); };
   const auto low = [](int value) { return static_cast<guint8>(value); };
-  const std::vector<guint8> start = {0xff,
-                                     0xd8,  // start of image
-                                     0xff,
-                                     0xc0,
-                                     0,
-                                     11,
-                                     8,
-                                     high(encoder.height),
-                                     low(encoder.height),  // frame header
-                                     high(encoder.width),
-                                     low(encoder.width),
-                                     1,
-                                     1,
-                                     0x11,
-                                     0,  //
-                                     0xff,
-                                     0xda,
-                                     0,
-                                     8,
-                                     1,
-                                     1,
-                                     0,
-                                     0,
-                                     63,
-                                     0};  // scan header
+  // clang-format off
+  const std::vector<guint8> start = {
+      0xff, 0xd8,                                            // start of image
+      0xff, 0xc0, 0, 11, 8, high(encoder.height), low(encoder.height),
+      high(encoder.width), low(encoder.width), 1, 1, 0x11, 0,  // frame header
+      0xff, 0xda, 0, 8, 1, 1, 0, 0, 63, 0};                    // scan header
+  // clang-format on
   std::vector<guint8> bytes(static_cast<size_t>(sizeBytes), 0);
   std::copy(start.begin(), start.end(), bytes.begin());
   bytes[bytes.size() - 2] = 0xff;
@@ -87,8 +69,24 @@ gboolean takeEvent(GstPad* pad, GstObject* parent, GstEvent* event) {
   return taken;
 }
 
+void noteQualitySetting(GstElement* encoder, int quality) {
+  EncodeAttempt setting = {0, 0, quality};
+  GstObject* bin = gst_object_get_parent(GST_OBJECT(encoder));
+  GstElement* filter = gst_bin_get_by_name(GST_BIN(bin), "dimens");
+  GstCaps* caps = nullptr;
+  g_object_get(filter, "caps", &caps, nullptr);
+  gst_structure_get_int(gst_caps_get_structure(caps, 0), "width", &setting.width);
+  gst_structure_get_int(gst_caps_get_structure(caps, 0), "height", &setting.height);
+  gst_caps_unref(caps);
+  gst_object_unref(filter);
+  gst_object_unref(bin);
+  gFakeEncoder.qualitySettings.push_back(setting);
+}
+
 void setProperty(GObject* object, guint, const GValue* value, GParamSpec*) {
-  reinterpret_cast<Encoder*>(object)->quality = g_value_get_int(value);
+  const int quality = g_value_get_int(value);
+  reinterpret_cast<Encoder*>(object)->quality = quality;
+  noteQualitySetting(GST_ELEMENT(object), quality);
 }
 
 void getProperty(GObject* object, guint, GValue* value, GParamSpec*) {

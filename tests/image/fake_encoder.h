@@ -20,6 +20,8 @@ struct FakeEncoder {
   // The bytes of an attempt; 0 lets the encoder fail with an error message.
   std::function<int(const EncodeAttempt&)> sizeBytes;
   std::vector<EncodeAttempt> attempts;
+  // Each quality set, with the size that the caps filter "dimens" beside it had at that moment.
+  std::vector<EncodeAttempt> qualitySettings;
 };
 extern FakeEncoder gFakeEncoder;
 

@@ -113,6 +113,20 @@ TEST_F(JpegSearchTest, EachLevelStartsAtTheDefaultQuality) {
                           EncodeAttempt{512, 384, 70}));
 }
 
+// The caps filter still has the level before when a level's quality is set.
+TEST_F(JpegSearchTest, SetsTheQualityBeforeTheDimensions) {
+  registerFakeEncoder(true);
+  makePicture();
+  gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) {
+    if (a.width > 600) return 180000;
+    return a.quality == 85 ? 120000 : 95000;
+  };
+  resize(100000);
+  EXPECT_THAT(gFakeEncoder.qualitySettings,
+              ElementsAre(EncodeAttempt{1008, 752, 85}, EncodeAttempt{1008, 752, 85},
+                          EncodeAttempt{512, 384, 70}));
+}
+
 TEST_F(JpegSearchTest, GivesUpAfterFourLevelsOfTwoAttempts) {
   registerFakeEncoder(true);
   makePicture();
