@@ -6,14 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "client/service/service_call.h"
-
-enum ExitCode {
-  ExitDone = 0,
-  ExitFailed = 1,     // refused, or tried and failed
-  ExitUsage = 2,      // the words make no command
-  ExitNoService = 3,  // no bus, or no service on it
-};
+#include "client/commands/report.h"
 
 // call METHOD JSON: sends the JSON as it is and prints the reply as it comes.
 ExitCode runCall(const std::vector<std::string>& words);
@@ -29,12 +22,5 @@ ExitCode runResizeMovie(const std::vector<std::string>& words);
 
 // min-bitrate: the least bitrate of a movie, in bits per second.
 ExitCode runMinBitrate(const std::vector<std::string>& words);
-
-// Says on stderr that the words make no command, and why.
-ExitCode sayUsage(const std::string& reason);
-// Says on stderr why something failed.
-ExitCode sayFailure(const std::string& reason);
-// Says on stderr why there is no reply.
-ExitCode sayNoReply(const Answer& answer);
 
 #endif

@@ -1,15 +1,12 @@
 #include <cstdio>
-#include <filesystem>
 
 #include "client/commands/arguments.h"
 #include "client/commands/commands.h"
-#include "client/files/input_file.h"
+#include "client/commands/in_out.h"
 #include "client/files/jpeg_file.h"
 #include "client/files/staged_output.h"
 #include "client/service/service_reply.h"
 #include "client/units/byte_size.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -34,23 +31,20 @@ std::string sizeWords(const ServiceReply& reply) {
 
 ExitCode runResizeImage(const std::vector<std::string>& words) {
   const Arguments arguments(words, {"--size"}, {"--json", "--quiet"});
-  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
-  if (arguments.positional().size() != 2) return sayUsage("resize-image needs IN and OUT");
+  InOut files;
+  ExitCode exitCode = takeInOut(arguments, "resize-image", &files);
+  if (exitCode != ExitDone) return exitCode;
   const std::string limit = arguments.value("--size").value_or("");
   const auto sizeBytes = parseByteSize(limit);
   if (!sizeBytes) return sayUsage("resize-image needs --size, such as 300k or 1.5M");
+  exitCode = checkInOut(files);
+  if (exitCode != ExitDone) return exitCode;
+  const std::string whyNot = whyNoJpeg(files.in);
+  if (!whyNot.empty()) return sayFailure("cannot read " + files.in + " as a JPEG: " + whyNot);
 
-  const std::string in = fs::absolute(arguments.positional()[0]).lexically_normal();
-  const std::string out = fs::absolute(arguments.positional()[1]).lexically_normal();
-  std::string whyNot = whyNoInput(in);
-  if (whyNot.empty()) whyNot = whyNoJpeg(in);
-  if (!whyNot.empty()) return sayFailure("cannot read " + in + " as a JPEG: " + whyNot);
-  std::error_code ignored;
-  if (fs::equivalent(in, out, ignored)) return sayFailure("input and output are the same file");
-
-  StagedOutput output(out);
+  StagedOutput output(files.out);
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());
-  const dsjson::JValue request = resizeRequest(in, output.temporaryPath(), *sizeBytes);
+  const dsjson::JValue request = resizeRequest(files.in, output.temporaryPath(), *sizeBytes);
   const Answer answer = callServiceAgain("resizeImage", requestText(request));
   if (answer.kind != Answer::Replied) return sayNoReply(answer);
 
@@ -67,7 +61,7 @@ ExitCode runResizeImage(const std::vector<std::string>& words) {
                                               : reply.errorText);
   }
   if (!arguments.has("--json") && !arguments.has("--quiet")) {
-    printf("%s: %s\n", out.c_str(), sizeWords(reply).c_str());
+    printf("%s: %s\n", files.out.c_str(), sizeWords(reply).c_str());
   }
   return ExitDone;
 }

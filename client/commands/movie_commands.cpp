@@ -6,6 +6,7 @@
 
 #include "client/commands/arguments.h"
 #include "client/commands/commands.h"
+#include "client/commands/in_out.h"
 #include "client/commands/movie_request.h"
 #include "client/commands/progress_line.h"
 #include "client/files/input_file.h"
@@ -19,10 +20,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string absolutePath(const std::string& path) {
-  return fs::absolute(path).lexically_normal();
-}
 
 ExitCode sayNoMovie(const Answer& answer, const std::string& in) {
   if (answer.kind != Answer::Silent) return sayNoReply(answer);
@@ -164,19 +161,16 @@ ExitCode runInfo(const std::vector<std::string>& words) {
 
 ExitCode runResizeMovie(const std::vector<std::string>& words) {
   const Arguments arguments(words, movieOptions(), {"--json", "--quiet"});
-  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
-  if (arguments.positional().size() != 2) return sayUsage("resize-movie needs IN and OUT");
+  InOut files;
+  ExitCode exitCode = takeInOut(arguments, "resize-movie", &files);
+  if (exitCode != ExitDone) return exitCode;
   dsjson::JValue request = dsjson::Object();
   const std::string wrong = putMovieOptions(arguments, &request);
   if (!wrong.empty()) return sayUsage(wrong);
+  exitCode = checkInOut(files);
+  if (exitCode != ExitDone) return exitCode;
 
-  const std::string in = absolutePath(arguments.positional()[0]);
-  const std::string out = absolutePath(arguments.positional()[1]);
-  const std::string whyNot = whyNoInput(in);
-  if (!whyNot.empty()) return sayFailure("cannot read " + in + ": " + whyNot);
-  std::error_code ignored;
-  if (fs::equivalent(in, out, ignored)) return sayFailure("input and output are the same file");
-  StagedOutput output(out);
+  StagedOutput output(files.out);
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());
-  return resizeMovie(arguments, wantedOf(arguments, in), request, &output);
+  return resizeMovie(arguments, wantedOf(arguments, files.in), request, &output);
 }

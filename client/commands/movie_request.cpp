@@ -94,7 +94,7 @@ std::string putMovieOptions(const Arguments& arguments, dsjson::JValue* request)
     if (!text) continue;
     const auto value = option.read(*text);
     if (!value) {
-      return "\"" + *text + "\" is no " + option.name + ", which is such as " + option.examples;
+      return "\"" + *text + "\" is not a value of " + option.name + ": write " + option.examples;
     }
     request->put(option.member, *value);
   }

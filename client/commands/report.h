@@ -1,0 +1,26 @@
+// What a command tells the user beside its result: all of it on stderr, and the exit code with it.
+#ifndef CLIENT_COMMANDS_REPORT_H
+#define CLIENT_COMMANDS_REPORT_H
+
+#include <string>
+
+#include "client/service/service_call.h"
+
+enum ExitCode {
+  ExitDone = 0,
+  ExitFailed = 1,     // refused, or tried and failed
+  ExitUsage = 2,      // the words make no command
+  ExitNoService = 3,  // no bus, or no service on it
+};
+
+// All commands and their options, for people.
+extern const char kUsage[];
+
+// The words make no command, and why.
+ExitCode sayUsage(const std::string& reason);
+// Why something failed.
+ExitCode sayFailure(const std::string& reason);
+// Why there is no reply.
+ExitCode sayNoReply(const Answer& answer);
+
+#endif
