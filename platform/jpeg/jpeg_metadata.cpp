@@ -15,13 +15,9 @@ constexpr uint8_t kMarkerApp1 = 0xE1;
 constexpr uint8_t kMarkerApp2 = 0xE2;
 constexpr uint8_t kMarkerApp14 = 0xEE;
 
-bool startsWith(const uint8_t* data, size_t sizeBytes, std::string_view name) {
-  return sizeBytes >= name.size() && memcmp(data, name.data(), name.size()) == 0;
-}
-
 bool isNamed(const JpegSegment& segment, uint8_t marker, std::string_view name) {
-  return segment.marker == marker &&
-         startsWith(segment.payload.data(), segment.payload.size(), name);
+  return segment.marker == marker && segment.payload.size() >= name.size() &&
+         memcmp(segment.payload.data(), name.data(), name.size()) == 0;
 }
 
 // JFIF and its extension, which is nothing without it.
@@ -29,17 +25,12 @@ bool isJfif(const JpegSegment& segment) {
   return isNamed(segment, kMarkerApp0, "JFIF\0"sv) || isNamed(segment, kMarkerApp0, "JFXX\0"sv);
 }
 
-// The offset behind the JFIF segments that follow the SOI at once.
-size_t skipJfif(const uint8_t* encoded, size_t sizeBytes) {
+// The offset behind the JFIF segments that a picture begins with.
+size_t skipJfif(const std::vector<JpegSegment>& segments) {
   size_t at = 2;
-  while (sizeBytes - at >= 4 && encoded[at] == 0xFF && encoded[at + 1] == kMarkerApp0) {
-    const size_t length = static_cast<size_t>(encoded[at + 2]) << 8 | encoded[at + 3];
-    if (length < 2 || length > sizeBytes - at - 2) break;
-    const uint8_t* payload = encoded + at + 4;
-    if (!startsWith(payload, length - 2, "JFIF\0"sv) &&
-        !startsWith(payload, length - 2, "JFXX\0"sv))
-      break;
-    at += 2 + length;
+  for (const JpegSegment& segment : segments) {
+    if (!isJfif(segment)) break;
+    at = segment.endOffset;
   }
   return at;
 }
@@ -73,7 +64,7 @@ bool makeJpegHead(const uint8_t* encoded, size_t sizeBytes,
   if (reader.feed(encoded, sizeBytes) != JpegHeaderReader::Status::Complete) return false;
 
   JpegHead made;
-  made.restOffset = skipJfif(encoded, sizeBytes);
+  made.restOffset = skipJfif(reader.segments());
   made.bytes = {0xFF, kMarkerSoi};
   const auto tellsDensity = [](const JpegSegment& segment) {
     return isJfif(segment) || isExif(segment);

@@ -36,7 +36,6 @@ JpegHeaderReader::Status JpegHeaderReader::feed(const uint8_t* data, size_t size
       takeByte(data[at]);
     }
     at += used;
-    headerBytes += used;
     if (readStatus == Status::NeedsMore && headerBytes > maxHeaderBytes)
       readStatus = Status::TooLong;
   }
@@ -44,6 +43,7 @@ JpegHeaderReader::Status JpegHeaderReader::feed(const uint8_t* data, size_t size
 }
 
 void JpegHeaderReader::takeByte(uint8_t byte) {
+  ++headerBytes;
   switch (expect) {
     case Expect::Soi0:
       if (byte != 0xFF) readStatus = Status::NotJpeg;
@@ -103,6 +103,7 @@ size_t JpegHeaderReader::takePayload(const uint8_t* data, size_t sizeBytes) {
   if (isKept(current.marker) || isFrameHeader(current.marker))
     current.payload.insert(current.payload.end(), data, data + used);
   payloadLeft -= used;
+  headerBytes += used;
   if (payloadLeft == 0) endSegment();
   return used;
 }
@@ -113,6 +114,7 @@ void JpegHeaderReader::endSegment() {
     readFrameHeader();
   } else if (isKept(current.marker)) {
     if (kept.size() < maxSegments) {
+      current.endOffset = headerBytes;
       kept.push_back(std::move(current));
     } else {
       ++leftOutCount;

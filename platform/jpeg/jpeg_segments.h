@@ -26,6 +26,7 @@ constexpr size_t kMaxSegmentPayload = 65533;
 struct JpegSegment {
   uint8_t marker;
   std::vector<uint8_t> payload;
+  size_t endOffset = 0;  // in the file, of the first byte behind it
 };
 
 class JpegHeaderReader {
@@ -71,7 +72,7 @@ class JpegHeaderReader {
   size_t headerBytes = 0;
   uint8_t lengthHigh = 0;
   size_t payloadLeft = 0;
-  JpegSegment current{0, {}};  // its payload is filled only when it is of use
+  JpegSegment current{};  // its payload is filled only when it is of use
   std::vector<JpegSegment> kept;
   size_t leftOutCount = 0;
   bool frameSeen = false;

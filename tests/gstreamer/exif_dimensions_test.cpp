@@ -56,7 +56,7 @@ TEST_P(ExifForms, EveryTruncationIsSurvived) {
 TEST_P(ExifForms, EveryHostileByteIsSurvived) {
   const Bytes whole = makeExif(recipe(), 4032, 3024);
   for (size_t at = 0; at < whole.size(); ++at) {
-    for (uint8_t value : {0x00, 0x7F, 0xFF}) {
+    for (uint8_t value : std::initializer_list<uint8_t>{0x00, 0x7F, 0xFF}) {
       Bytes hostile = whole;
       hostile[at] = value;
       const Bytes before = hostile;

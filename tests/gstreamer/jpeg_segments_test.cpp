@@ -143,9 +143,9 @@ TEST(JpegSegments, TheFirstVerdictStays) {
 }
 
 TEST(JpegSegments, AnyKindOfFrameGivesTheSizeButTablesDoNot) {
-  for (uint8_t marker : {0xC1, 0xC2, 0xC3, 0xC5, 0xC9, 0xCF})
+  for (uint8_t marker : std::initializer_list<uint8_t>{0xC1, 0xC2, 0xC3, 0xC5, 0xC9, 0xCF})
     EXPECT_EQ(read(join({kSoi, frame(300, 2, marker), kSos})).width(), 300u) << int{marker};
-  for (uint8_t marker : {0xC4, 0xC8, 0xCC})
+  for (uint8_t marker : std::initializer_list<uint8_t>{0xC4, 0xC8, 0xCC})
     EXPECT_EQ(read(join({kSoi, frame(300, 2, marker), kSos})).status(), Status::Malformed);
 }
 
