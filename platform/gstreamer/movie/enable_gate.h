@@ -1,6 +1,6 @@
 // EnableGate holds a streaming thread back until the element's owner enables the element.
 //
-// Thread: enable() and stop() from any thread; pass() from the streaming thread.
+// Thread: enable(), stop() and restart() from any thread; pass() from the streaming thread.
 #ifndef PLATFORM_GSTREAMER_MOVIE_ENABLE_GATE_H
 #define PLATFORM_GSTREAMER_MOVIE_ENABLE_GATE_H
 
@@ -25,9 +25,13 @@ class EnableGate {
     return enabled;
   }
 
-  // Lets no thread wait here while true: the element's state is going down, or it is flushed.
-  void stop(bool value) {
-    change([&] { stopped = value; });
+  // Sends every thread on, and lets none wait until restart(): the element's state is going down,
+  // or it is being flushed.
+  void stop() {
+    change([&] { stopped = true; });
+  }
+  void restart() {
+    change([&] { stopped = false; });
   }
 
   // Returns Open once the element is enabled, waiting for it no longer than `patience`.

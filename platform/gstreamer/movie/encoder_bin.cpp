@@ -37,7 +37,11 @@ GstPadProbeReturn passData(TarnEncoderBin* self, GstPadProbeInfo* info) {
 GstPadProbeReturn onSinkData(GstPad*, GstPadProbeInfo* info, gpointer data) {
   auto* self = encoderBin(data);
   if ((info->type & GST_PAD_PROBE_TYPE_EVENT_FLUSH) == 0) return passData(self, info);
-  self->gate->stop(GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_FLUSH_START);
+  if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_FLUSH_START) {
+    self->gate->stop();
+  } else {
+    self->gate->restart();
+  }
   return GST_PAD_PROBE_OK;
 }
 
@@ -94,8 +98,8 @@ GstStateChangeReturn changeState(GstElement* element, GstStateChange transition)
     return GST_STATE_CHANGE_FAILURE;
   }
   if (risesLate(element, transition)) return GST_STATE_CHANGE_FAILURE;
-  if (transition == GST_STATE_CHANGE_READY_TO_PAUSED) self->gate->stop(false);
-  if (transition == GST_STATE_CHANGE_PAUSED_TO_READY) self->gate->stop(true);
+  if (transition == GST_STATE_CHANGE_READY_TO_PAUSED) self->gate->restart();
+  if (transition == GST_STATE_CHANGE_PAUSED_TO_READY) self->gate->stop();
   return GST_ELEMENT_CLASS(tarn_encoder_bin_parent_class)->change_state(element, transition);
 }
 
