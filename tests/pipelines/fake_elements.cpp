@@ -1,5 +1,7 @@
 #include "tests/pipelines/fake_elements.h"
 
+#include "platform/gstreamer/define_type.h"
+
 #include <map>
 
 namespace fake {
@@ -26,8 +28,8 @@ struct FakePipelineClass {
 
 static GType fake_element_get_type();
 static GType fake_pipeline_get_type();
-G_DEFINE_TYPE(FakeElement, fake_element, GST_TYPE_ELEMENT)
-G_DEFINE_TYPE(FakePipeline, fake_pipeline, GST_TYPE_PIPELINE)
+TARN_DEFINE_TYPE(FakeElement, fake_element, GST_TYPE_ELEMENT)
+TARN_DEFINE_TYPE(FakePipeline, fake_pipeline, GST_TYPE_PIPELINE)
 
 namespace {
 

@@ -1,5 +1,7 @@
 #include "tests/pipelines/live_objects.h"
 
+#include "platform/gstreamer/define_type.h"
+
 #include <gst/gst.h>
 // The hooks of tracers are not promised to stay as they are.
 #define GST_USE_UNSTABLE_API
@@ -17,7 +19,7 @@ struct LiveCounterClass {
   GstTracerClass parent;
 };
 static GType live_counter_get_type();
-G_DEFINE_TYPE(LiveCounter, live_counter, GST_TYPE_TRACER)
+TARN_DEFINE_TYPE(LiveCounter, live_counter, GST_TYPE_TRACER)
 static void live_counter_class_init(LiveCounterClass*) {}
 static void live_counter_init(LiveCounter*) {}
 

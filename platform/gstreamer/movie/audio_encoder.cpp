@@ -1,4 +1,5 @@
 // The element "tarnaudioencoder": encodes raw sound for an MPEG-4 file.
+#include "platform/gstreamer/define_type.h"
 #include "platform/gstreamer/movie/elements.h"
 #include "platform/gstreamer/movie/encoder_bin.h"
 
@@ -10,7 +11,7 @@ struct TarnAudioEncoderClass {
 };
 
 static GType tarn_audio_encoder_get_type();
-G_DEFINE_TYPE(TarnAudioEncoder, tarn_audio_encoder, TARN_TYPE_ENCODER_BIN)
+TARN_DEFINE_TYPE(TarnAudioEncoder, tarn_audio_encoder, TARN_TYPE_ENCODER_BIN)
 
 namespace {
 

@@ -5,6 +5,8 @@
 // place, and whoever plugs elements together by themselves knows them by their long names.
 #include "platform/gstreamer/movie/elements.h"
 
+#include "platform/gstreamer/define_type.h"
+
 struct TarnBareDemux {
   GstElement parent;
   GstPad* src;  // belongs to the element
@@ -28,9 +30,9 @@ struct TarnMp3DemuxClass {
 static GType tarn_bare_demux_get_type();
 static GType tarn_amr_demux_get_type();
 static GType tarn_mp3_demux_get_type();
-G_DEFINE_ABSTRACT_TYPE(TarnBareDemux, tarn_bare_demux, GST_TYPE_ELEMENT)
-G_DEFINE_TYPE(TarnAmrDemux, tarn_amr_demux, tarn_bare_demux_get_type())
-G_DEFINE_TYPE(TarnMp3Demux, tarn_mp3_demux, tarn_bare_demux_get_type())
+TARN_DEFINE_ABSTRACT_TYPE(TarnBareDemux, tarn_bare_demux, GST_TYPE_ELEMENT)
+TARN_DEFINE_TYPE(TarnAmrDemux, tarn_amr_demux, tarn_bare_demux_get_type())
+TARN_DEFINE_TYPE(TarnMp3Demux, tarn_mp3_demux, tarn_bare_demux_get_type())
 
 namespace {
 

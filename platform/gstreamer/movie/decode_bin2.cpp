@@ -12,6 +12,8 @@
 
 #include "platform/gstreamer/movie/elements.h"
 
+#include "platform/gstreamer/define_type.h"
+
 struct _TarnDecodeBin2 {
   GstBin parent;
   GstElement* decoder;  // belongs to the bin; null where decodebin is not installed
@@ -20,7 +22,7 @@ struct _TarnDecodeBin2 {
 
 #define TARN_TYPE_DECODE_BIN2 (tarn_decode_bin2_get_type())
 G_DECLARE_FINAL_TYPE(TarnDecodeBin2, tarn_decode_bin2, TARN, DECODE_BIN2, GstBin)
-G_DEFINE_TYPE(TarnDecodeBin2, tarn_decode_bin2, GST_TYPE_BIN)
+TARN_DEFINE_TYPE(TarnDecodeBin2, tarn_decode_bin2, GST_TYPE_BIN)
 
 namespace {
 

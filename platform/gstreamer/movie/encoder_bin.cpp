@@ -1,9 +1,10 @@
 #include "platform/gstreamer/movie/encoder_bin.h"
 
+#include "platform/gstreamer/define_type.h"
 #include "platform/gstreamer/movie/enable_gate.h"
 #include "platform/gstreamer/movie/late_rise.h"
 
-G_DEFINE_ABSTRACT_TYPE(TarnEncoderBin, tarn_encoder_bin, GST_TYPE_BIN)
+TARN_DEFINE_ABSTRACT_TYPE(TarnEncoderBin, tarn_encoder_bin, GST_TYPE_BIN)
 
 namespace {
 

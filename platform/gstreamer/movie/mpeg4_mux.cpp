@@ -5,6 +5,7 @@
 // streams ends instead of waiting for it for ever.
 //
 // Thread: "enable" may be set from any thread, a streaming thread included.
+#include "platform/gstreamer/define_type.h"
 #include "platform/gstreamer/movie/elements.h"
 #include "platform/gstreamer/movie/late_rise.h"
 
@@ -27,7 +28,7 @@ struct _TarnMpeg4Mux {
 
 #define TARN_TYPE_MPEG4_MUX (tarn_mpeg4_mux_get_type())
 G_DECLARE_FINAL_TYPE(TarnMpeg4Mux, tarn_mpeg4_mux, TARN, MPEG4_MUX, GstBin)
-G_DEFINE_TYPE(TarnMpeg4Mux, tarn_mpeg4_mux, GST_TYPE_BIN)
+TARN_DEFINE_TYPE(TarnMpeg4Mux, tarn_mpeg4_mux, GST_TYPE_BIN)
 
 namespace {
 

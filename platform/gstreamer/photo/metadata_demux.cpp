@@ -10,6 +10,7 @@
 #include <new>
 #include <vector>
 
+#include "platform/gstreamer/define_type.h"
 #include "platform/gstreamer/photo/elements.h"
 #include "platform/gstreamer/photo/metadata_tag.h"
 #include "platform/jpeg/jpeg_metadata.h"
@@ -46,7 +47,7 @@ struct _MetadataDemux {
 
 #define METADATA_TYPE_DEMUX (metadata_demux_get_type())
 G_DECLARE_FINAL_TYPE(MetadataDemux, metadata_demux, METADATA, DEMUX, GstElement)
-G_DEFINE_TYPE(MetadataDemux, metadata_demux, GST_TYPE_ELEMENT)
+TARN_DEFINE_TYPE(MetadataDemux, metadata_demux, GST_TYPE_ELEMENT)
 
 namespace {
 

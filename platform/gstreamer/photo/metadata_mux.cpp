@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/gstreamer/define_type.h"
 #include "platform/gstreamer/photo/elements.h"
 #include "platform/gstreamer/photo/metadata_tag.h"
 #include "platform/gstreamer/photo/orphan_watch.h"
@@ -40,7 +41,7 @@ struct _MetadataMux {
 
 #define METADATA_TYPE_MUX (metadata_mux_get_type())
 G_DECLARE_FINAL_TYPE(MetadataMux, metadata_mux, METADATA, MUX, GstElement)
-G_DEFINE_TYPE(MetadataMux, metadata_mux, GST_TYPE_ELEMENT)
+TARN_DEFINE_TYPE(MetadataMux, metadata_mux, GST_TYPE_ELEMENT)
 
 namespace {
 

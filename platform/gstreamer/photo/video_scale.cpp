@@ -12,6 +12,7 @@
 #include <initializer_list>
 #include <new>
 
+#include "platform/gstreamer/define_type.h"
 #include "platform/gstreamer/photo/elements.h"
 #include "platform/gstreamer/photo/plane_resampler.h"
 
@@ -23,7 +24,7 @@ struct TarnVideoScaleClass {
 };
 
 static GType tarn_video_scale_get_type();
-G_DEFINE_TYPE(TarnVideoScale, tarn_video_scale, GST_TYPE_VIDEO_FILTER)
+TARN_DEFINE_TYPE(TarnVideoScale, tarn_video_scale, GST_TYPE_VIDEO_FILTER)
 
 namespace {
 
