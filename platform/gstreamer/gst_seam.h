@@ -14,9 +14,6 @@
 
 // The media type of raw pictures; 0.10 names the colour family in it, 1.x has one for all.
 #define GST_SEAM_RAW_VIDEO "video/x-raw"
-// The media types of raw sound; 0.10 tells whole numbers from floating point, 1.x does not.
-#define GST_SEAM_RAW_AUDIO_INT "audio/x-raw"
-#define GST_SEAM_RAW_AUDIO_FLOAT "audio/x-raw"
 
 // What the pad carries, or could carry while nothing is agreed on; the caller drops it with
 // gst_caps_unref. 1.x has no gst_pad_get_caps, though its compatibility header still defines
@@ -34,8 +31,6 @@ inline void gstSeamClearSyncHandler(GstBus* bus) {
 #else
 
 #define GST_SEAM_RAW_VIDEO "video/x-raw-yuv"
-#define GST_SEAM_RAW_AUDIO_INT "audio/x-raw-int"
-#define GST_SEAM_RAW_AUDIO_FLOAT "audio/x-raw-float"
 
 inline GstCaps* gstSeamPadCaps(GstPad* pad) {
   return gst_pad_get_caps(pad);

@@ -26,8 +26,9 @@ struct Pipe {
 
 char buf[65];
 
-// Nothing else may happen here before the program takes over: in the child of a process with
-// several threads the others' locks may be held for ever.
+// Until the program is exchanged only the forking thread lives on, and locks that another one held
+// stay locked for ever: no logging, no bus. Memory may be taken, as fork() keeps the allocator
+// whole.
 [[noreturn]] void runChild(const Pipe& output, const Pipe& error, int niceInc, Program* program) {
   if (niceInc != 0) nice(niceInc);
   close(output.readEnd);
