@@ -10,7 +10,7 @@
 namespace {
 
 // "\033[K" would be shorter; blanks work on every terminal.
-const int kLineWidth = 30;
+constexpr int kLineWidth = 30;
 
 }  // namespace
 

@@ -9,9 +9,9 @@
 
 namespace {
 
-const char kService[] = "tarn://com.tarn.transcode/";
-const char kBusItself[] = "org.freedesktop.DBus";
-const guint kWaitingMs = 200;
+constexpr char kService[] = "tarn://com.tarn.transcode/";
+constexpr char kBusItself[] = "org.freedesktop.DBus";
+constexpr guint kWaitingMs = 200;
 
 struct Wait {
   GMainLoop* loop;

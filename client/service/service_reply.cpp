@@ -5,7 +5,7 @@ namespace {
 const dsjson::JSchema kAnySchema = dsjson::JSchemaFragment("{}");
 
 std::string trimmed(const dsjson::JValue& value) {
-  const char kBlanks[] = " \t\r\n";
+  constexpr char kBlanks[] = " \t\r\n";
   std::string text;
   value.asString(text);
   const size_t first = text.find_first_not_of(kBlanks);

@@ -20,7 +20,7 @@
 // gst_pad_get_caps_reffed in terms of it.
 inline GstCaps* gstSeamPadCaps(GstPad* pad) {
   GstCaps* caps = gst_pad_get_current_caps(pad);
-  return caps ? caps : gst_pad_query_caps(pad, nullptr);
+  return caps != nullptr ? caps : gst_pad_query_caps(pad, nullptr);
 }
 
 // Takes the bus's synchronous handler away; 1.x wants a fourth argument, a destroy notification.

@@ -8,13 +8,13 @@
 
 namespace {
 
-const char kRun[] = "virtual LaunchResult JpegTranscodeGstreamer::run()";
-const char kBusCall[] =
+constexpr char kRun[] = "virtual LaunchResult JpegTranscodeGstreamer::run()";
+constexpr char kBusCall[] =
     "static gboolean JpegTranscodeGstreamer::bus_call(GstBus*, GstMessage*, void*)";
 
-const int kLevels = 4;  // each halves the picture's sides
-const int kFallbackQuality = 85;
-const int kLowestReducedQuality = 50;
+constexpr int kLevels = 4;  // each halves the picture's sides
+constexpr int kFallbackQuality = 85;
+constexpr int kLowestReducedQuality = 50;
 
 int defaultQuality(GstElement* encoder) {
   GParamSpec* property = g_object_class_find_property(G_OBJECT_GET_CLASS(encoder), "quality");

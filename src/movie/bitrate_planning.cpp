@@ -10,10 +10,10 @@
 
 namespace {
 
-const int32_t kMaxBitrateVideo = 8000000;
-const int32_t kMaxBitrateAudio = 256000;
-const int32_t kLowestAmrNb = 4750;
-const int32_t kH263Threshold = 300000;  // below, a phone's picture and frame rate
+constexpr int32_t kMaxBitrateVideo = 8000000;
+constexpr int32_t kMaxBitrateAudio = 256000;
+constexpr int32_t kLowestAmrNb = 4750;
+constexpr int32_t kH263Threshold = 300000;  // below, a phone's picture and frame rate
 
 // The modes of AMR-NB, bits per second.
 const int32_t amrnb_candidates[] = {12200, 10200, 7950, 7400, 6700, 5900, 5150, kLowestAmrNb, 0};

@@ -13,7 +13,7 @@ namespace {
 
 // POSIX extended syntax, where "*?" is greedy and a backslash in brackets is a plain character:
 // group 1 is the duration, group 2 the two rates of the video stream. One match runs over lines.
-const char kReport[] =
+constexpr char kReport[] =
     "Duration\\: ([0-9]+\\:[0-9]+\\:[0-9\\.]+), .*?"
     "Stream #0\\.[^\\:]+\\: Video\\: [^\\$]*? kb/s, ([^\\$]* fps, [^\\$]*) tbr";
 

@@ -10,7 +10,7 @@ using dsjson::JValue;
 
 namespace {
 
-const char kCopy[] = "copy";
+constexpr char kCopy[] = "copy";
 
 template <typename Number>
 bool readNumber(const JValue& params, const char* key, Number* out) {

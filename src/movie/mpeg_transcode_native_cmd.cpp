@@ -6,8 +6,8 @@
 
 namespace {
 
-const int kNiceInc = 10;
-const int kMaxDumped = 100;
+constexpr int kNiceInc = 10;
+constexpr int kMaxDumped = 100;
 
 }  // namespace
 

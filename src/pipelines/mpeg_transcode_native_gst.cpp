@@ -7,12 +7,12 @@
 
 namespace {
 
-const char kBusCall[] =
+constexpr char kBusCall[] =
     "static gboolean MpegTranscodeNativeGst::bus_call(GstBus*, GstMessage*, void*)";
-const char kTeardown[] = "virtual bool MpegTranscodeNativeGst::teardown(int)";
+constexpr char kTeardown[] = "virtual bool MpegTranscodeNativeGst::teardown(int)";
 
-const guint kNoWatch = -1;
-const int kTeardownSeconds = 5;
+constexpr guint kNoWatch = -1;
+constexpr int kTeardownSeconds = 5;
 
 // Brings the pipeline to NULL. Returns false only when GStreamer refuses outright.
 bool stop(GstElement* pipeline, int seconds) {

@@ -7,10 +7,10 @@
 
 namespace {
 
-const char kSetupPipeline[] = "virtual int MpegTranscodeNativeOrrin::setupPipeline()";
-const char kTeardown[] = "virtual bool MpegTranscodeNativeOrrin::teardown(int)";
+constexpr char kSetupPipeline[] = "virtual int MpegTranscodeNativeOrrin::setupPipeline()";
+constexpr char kTeardown[] = "virtual bool MpegTranscodeNativeOrrin::teardown(int)";
 
-const int kTeardownSeconds = 5;
+constexpr int kTeardownSeconds = 5;
 
 // What a handler of "autoplug-select" may answer.
 enum AutoplugSelect { AutoplugTry = 0, AutoplugExpose = 1, AutoplugSkip = 2 };

@@ -8,8 +8,8 @@ tagINACTIVITY_STATUS gInactivityStatus;
 
 namespace {
 
-const char kActivityId[] = "transcode";
-const char kActivityStart[] = "tarn://com.tarn.power/com/tarn/power/activityStart";
+constexpr char kActivityId[] = "transcode";
+constexpr char kActivityStart[] = "tarn://com.tarn.power/com/tarn/power/activityStart";
 
 // Half an interval longer than the interval, so that one keep-alive lasts into the next.
 void keepAlive(tagINACTIVITY_STATUS* status) {

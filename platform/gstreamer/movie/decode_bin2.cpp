@@ -39,7 +39,7 @@ enum { SignalNewDecodedPad, SignalAutoplugContinue, SignalAutoplugSelect, Signal
 guint gSignals[SignalCount];
 
 // Where a pad of the inner decodebin keeps the ghost pad that shows it outside.
-const char kGhost[] = "tarn-ghost";
+constexpr char kGhost[] = "tarn-ghost";
 
 GstStaticPadTemplate gSinkTemplate =
     GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS_ANY);
@@ -102,7 +102,7 @@ int onAutoplugSelect(GstElement*, GstPad* pad, GstCaps* caps, GstElementFactory*
 }
 
 // Where a plugged element keeps the thread that plugged it.
-const char kPlugger[] = "tarn-plugger";
+constexpr char kPlugger[] = "tarn-plugger";
 
 // decodebin swallows the errors of an element while it plugs it, to try the next one instead. An
 // element whose own thread has failed by then is kept all the same, and its error is lost: nothing
@@ -206,8 +206,9 @@ static void tarn_decode_bin2_init(TarnDecodeBin2* self) {
   }
   GstPadTemplate* pattern = gst_static_pad_template_get(&gSinkTemplate);
   gst_element_add_pad(GST_ELEMENT(self),
-                      target ? gst_ghost_pad_new_from_template("sink", target, pattern)
-                             : gst_ghost_pad_new_no_target_from_template("sink", pattern));
+                      target != nullptr
+                          ? gst_ghost_pad_new_from_template("sink", target, pattern)
+                          : gst_ghost_pad_new_no_target_from_template("sink", pattern));
   gst_object_unref(pattern);
   if (target != nullptr) gst_object_unref(target);
 }

@@ -60,9 +60,9 @@ GstElement* build(const char* description) {
 
 void addPad(TarnEncoderBin* self, GstElement* inside, const char* name) {
   GstPadTemplate* pattern = gst_element_class_get_pad_template(GST_ELEMENT_GET_CLASS(self), name);
-  GstPad* target = inside ? gst_element_get_static_pad(inside, name) : nullptr;
-  GstPad* ghost = target ? gst_ghost_pad_new_from_template(name, target, pattern)
-                         : gst_ghost_pad_new_no_target_from_template(name, pattern);
+  GstPad* target = inside != nullptr ? gst_element_get_static_pad(inside, name) : nullptr;
+  GstPad* ghost = target != nullptr ? gst_ghost_pad_new_from_template(name, target, pattern)
+                                    : gst_ghost_pad_new_no_target_from_template(name, pattern);
   if (target != nullptr) gst_object_unref(target);
   gst_element_add_pad(GST_ELEMENT(self), ghost);
 }
