@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/vela/glib_ref.h"
 #include "vela/vela.h"
 
 namespace vela {
@@ -43,15 +44,11 @@ class BusLink {
   GDBusConnection* connection() const { return bus.get(); }
 
  private:
-  struct Unref {
-    void operator()(GDBusConnection* connection) const { g_object_unref(connection); }
-  };
-
   explicit BusLink(GDBusConnection* connection);
   bool callBus(const char* method, GVariant* arguments, guint32* result, VSError* error);
   bool usable(VSError* error) const;
 
-  std::unique_ptr<GDBusConnection, Unref> bus;
+  const GlibRef<GDBusConnection> bus;
   const pid_t owner;
 };
 

@@ -240,7 +240,7 @@ void VSHandle::answerAllReceived() {
 // Callers that know the unique name do not see that the well-known one has gone.
 void VSHandle::linger() {
   bool over = false;
-  const Source timeout(g_timeout_source_new(kLingerMs));
+  const vela::GlibRef<GSource> timeout(g_timeout_source_new(kLingerMs));
   const GSourceFunc end = [](gpointer data) -> gboolean {
     *static_cast<bool*>(data) = true;
     return G_SOURCE_REMOVE;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/vela/bus_link.h"
+#include "platform/vela/glib_ref.h"
 #include "platform/vela/inbox.h"
 #include "platform/vela/method_table.h"
 #include "platform/vela/open_requests.h"
@@ -42,13 +43,6 @@ struct VSHandle : std::enable_shared_from_this<VSHandle> {
   vela::MethodTable& methods() { return table; }
 
  private:
-  struct Unref {
-    void operator()(GMainContext* object) const { g_main_context_unref(object); }
-    void operator()(GSource* object) const { g_source_unref(object); }
-  };
-  using Context = std::unique_ptr<GMainContext, Unref>;
-  using Source = std::unique_ptr<GSource, Unref>;
-
   VSHandle(const std::string& name, std::shared_ptr<vela::BusLink> link);
 
   void startDispatch();
@@ -66,14 +60,14 @@ struct VSHandle : std::enable_shared_from_this<VSHandle> {
 
   const std::string name;
   const std::shared_ptr<vela::BusLink> link;
-  const Context context;  // the thread's default when the handle was made
+  const vela::GlibRef<GMainContext> context;  // the thread's default when the handle was made
   const std::shared_ptr<vela::OpenRequests> openRequests;
   const std::shared_ptr<vela::Inbox> inbox;
   const std::shared_ptr<vela::PendingCalls> calls;
   vela::MethodTable table;
   guint receiverId = 0;
   gulong closedSignalId = 0;
-  Source source;                    // null while not dispatching
+  vela::GlibRef<GSource> source;    // null while not dispatching
   std::vector<VSMessage*> running;  // requests whose handlers are on the stack, outermost first
   size_t depthBase = 0;             // of these, those below unregister()
   bool unregistering = false;

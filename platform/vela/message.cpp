@@ -69,10 +69,6 @@ void VSMessage::unref() {
   }
 }
 
-size_t VSMessage::payloadBytes() const {
-  return strlen(payload());
-}
-
 const char* VSMessage::sender() const {
   const char* name = bus != nullptr ? g_dbus_message_get_sender(bus.get()) : nullptr;
   return name != nullptr ? name : "";

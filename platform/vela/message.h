@@ -13,6 +13,7 @@
 #include <string>
 
 #include "platform/vela/bus_link.h"
+#include "platform/vela/glib_ref.h"
 #include "platform/vela/open_requests.h"
 #include "vela/vela.h"
 
@@ -33,7 +34,6 @@ struct VSMessage {
   void unref();
 
   const char* payload() const { return text != nullptr ? text : ""; }
-  size_t payloadBytes() const;
   // Whether the arguments are exactly one string.
   bool hasOneText() const { return text != nullptr; }
   // Null unless this is a failed call.
@@ -55,18 +55,13 @@ struct VSMessage {
   void stopCounting();
 
  private:
-  struct Unref {
-    void operator()(GDBusMessage* message) const { g_object_unref(message); }
-  };
-  using BusMessage = std::unique_ptr<GDBusMessage, Unref>;
-
   ~VSMessage();
   bool claim(VSError* error);
   bool sendReply(GVariant* body, VSError* error);
   bool refuseOversized(VSError* error);
   bool sendErrorReply(const char* name, const std::string& description, VSError* error);
 
-  BusMessage bus;
+  const vela::GlibRef<GDBusMessage> bus;
   const char* text = nullptr;  // inside bus
   std::string errorName;
   std::shared_ptr<vela::BusLink> link;       // requests only

@@ -4,9 +4,9 @@
 #ifndef PLATFORM_VELA_OPEN_REQUESTS_H
 #define PLATFORM_VELA_OPEN_REQUESTS_H
 
-#include <glib.h>
-
 #include <atomic>
+
+#include "platform/vela/glib_ref.h"
 
 namespace vela {
 
@@ -14,19 +14,16 @@ class OpenRequests {
  public:
   // The context is woken at every end, for the thread that waits there.
   explicit OpenRequests(GMainContext* context) : waiter(g_main_context_ref(context)) {}
-  ~OpenRequests() { g_main_context_unref(waiter); }
-  OpenRequests(const OpenRequests&) = delete;
-  OpenRequests& operator=(const OpenRequests&) = delete;
 
   void began() { ++open; }
   void ended() {
     --open;
-    g_main_context_wakeup(waiter);
+    g_main_context_wakeup(waiter.get());
   }
   bool none() const { return open == 0; }
 
  private:
-  GMainContext* const waiter;
+  const GlibRef<GMainContext> waiter;
   std::atomic<int> open{0};
 };
 
