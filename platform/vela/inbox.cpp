@@ -6,31 +6,27 @@
 
 namespace vela {
 
-Inbox::~Inbox() {
-  setSource(nullptr);
-}
-
 bool Inbox::hasRoomFor(size_t sizeBytes) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   return requests.size() < kMaxWaitingRequests && waitingBytes + sizeBytes <= kMaxWaitingBytes;
 }
 
 void Inbox::addRequest(MessageRef request, size_t sizeBytes) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   requests.push_back({std::move(request), sizeBytes});
   waitingBytes += sizeBytes;
   updateSource();
 }
 
 void Inbox::addOutcome(MessageRef outcome, const Callback& callback) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   outcomes.push_back({Item::Kind::Outcome, std::move(outcome), callback});
   updateSource();
 }
 
 void Inbox::setLost() {
   std::deque<Request> dropped;  // let go outside the lock
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   dropped.swap(requests);
   waitingBytes = 0;
   lost = true;
@@ -38,7 +34,7 @@ void Inbox::setLost() {
 }
 
 Inbox::Item Inbox::take() {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   Item item;
   if (!outcomes.empty()) {
     item = std::move(outcomes.front());
@@ -61,22 +57,19 @@ Inbox::Item Inbox::takeRequest() {
 }
 
 bool Inbox::hasOutcome() {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   return !outcomes.empty();
 }
 
 void Inbox::hold(bool on) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   held = on;
   updateSource();
 }
 
 void Inbox::setSource(GSource* newSource) {
-  const std::lock_guard lock(mutex);
-  if (source != nullptr) {
-    g_source_unref(source);
-  }
-  source = newSource != nullptr ? g_source_ref(newSource) : nullptr;
+  const MutexLock lock(mutex);
+  source.reset(newSource != nullptr ? g_source_ref(newSource) : nullptr);
   updateSource();
 }
 
@@ -85,7 +78,7 @@ void Inbox::setSource(GSource* newSource) {
 void Inbox::updateSource() {
   if (source != nullptr) {
     const bool ready = !outcomes.empty() || lost || requestReady();
-    g_source_set_ready_time(source, ready ? 0 : -1);
+    g_source_set_ready_time(source.get(), ready ? 0 : -1);
   }
 }
 

@@ -10,10 +10,11 @@
 
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 
+#include "platform/vela/glib_ref.h"
 #include "platform/vela/message.h"
+#include "platform/vela/mutex.h"
 #include "platform/vela/pending_calls.h"
 
 namespace vela {
@@ -26,8 +27,6 @@ class Inbox {
     MessageRef message;
     Callback callback{};  // of an outcome
   };
-
-  ~Inbox();
 
   // Whether one more request of this size may wait.
   bool hasRoomFor(size_t sizeBytes);
@@ -52,17 +51,17 @@ class Inbox {
     size_t sizeBytes;
   };
 
-  bool requestReady() const { return !held && !requests.empty(); }
-  Item takeRequest();
-  void updateSource();
+  bool requestReady() const VELA_REQUIRES(mutex) { return !held && !requests.empty(); }
+  Item takeRequest() VELA_REQUIRES(mutex);
+  void updateSource() VELA_REQUIRES(mutex);
 
-  std::mutex mutex;
-  std::deque<Request> requests;
-  std::deque<Item> outcomes;
-  size_t waitingBytes = 0;
-  bool held = false;
-  bool lost = false;
-  GSource* source = nullptr;
+  Mutex mutex;
+  std::deque<Request> requests VELA_GUARDED_BY(mutex);
+  std::deque<Item> outcomes VELA_GUARDED_BY(mutex);
+  size_t waitingBytes VELA_GUARDED_BY(mutex) = 0;
+  bool held VELA_GUARDED_BY(mutex) = false;
+  bool lost VELA_GUARDED_BY(mutex) = false;
+  GlibRef<GSource> source VELA_GUARDED_BY(mutex);
 };
 
 }  // namespace vela

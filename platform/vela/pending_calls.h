@@ -7,11 +7,11 @@
 #include <gio/gio.h>
 
 #include <map>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "platform/vela/bus_link.h"
+#include "platform/vela/mutex.h"
 #include "vela/vela.h"
 
 namespace vela {
@@ -32,8 +32,8 @@ class PendingCalls {
   std::vector<Callback> takeAll();
 
  private:
-  std::mutex mutex;
-  std::map<guint32, Callback> calls;
+  Mutex mutex;
+  std::map<guint32, Callback> calls VELA_GUARDED_BY(mutex);
 };
 
 }  // namespace vela
