@@ -25,6 +25,16 @@ class RequestsTest : public testing::Test {
     ASSERT_TRUE(writeBytes(in, jpeg));
   }
 
+  // The service's interface as that description of an object tells it, in GDBus's words.
+  static std::string interfaceIn(const std::string& xml) {
+    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
+    EXPECT_NE(nullptr, node) << xml;
+    g_autoptr(GString) text = g_string_new(nullptr);
+    g_dbus_interface_info_generate_xml(g_dbus_node_info_lookup_interface(node, kTranscode), 0,
+                                       text);
+    return text->str;
+  }
+
   std::string reply(const std::string& method, const std::string& payload) {
     const auto result = system.call(method, payload);
     EXPECT_TRUE(result.ok) << result.errorName << ": " << result.errorMessage;
@@ -159,6 +169,14 @@ TEST_F(RequestsTest, StandardErrorsForWhatTheServiceDoesNotHave) {
       "org.freedesktop.DBus.Error.InvalidArgs",
       client.callRaw(kTranscode, "/", kTranscode, "resizeImage", g_variant_new("(ss)", "{}", "{}"))
           .errorName);
+}
+
+TEST_F(RequestsTest, TheInstalledInterfaceIsTheOneThatTheDaemonTells) {
+  const auto told = system.client().callRaw(kTranscode, "/", "org.freedesktop.DBus.Introspectable",
+                                            "Introspect", nullptr);
+  ASSERT_TRUE(told.ok) << told.errorMessage;
+  EXPECT_EQ(interfaceIn(readFile(installed("share/dbus-1/interfaces/com.tarn.transcode.xml"))),
+            interfaceIn(told.reply));
 }
 
 TEST_F(RequestsTest, OversizedPayloadsAreRefusedAndTheServiceLivesOn) {
