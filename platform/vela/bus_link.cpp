@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include "platform/vela/error_record.h"
-#include "platform/vela/exit_flush.h"
 
 namespace vela {
 
@@ -40,9 +39,7 @@ std::shared_ptr<BusLink> BusLink::open(bool publicBus, VSError* error) {
   return std::shared_ptr<BusLink>(new BusLink(connection));
 }
 
-BusLink::BusLink(GDBusConnection* connection) : bus(connection), owner(getpid()) {
-  flushAtExit(connection);
-}
+BusLink::BusLink(GDBusConnection* connection) : bus(connection), owner(getpid()) {}
 
 BusLink::~BusLink() {
   close();
@@ -112,7 +109,6 @@ void BusLink::close() {
   if (getpid() != owner) {
     return;
   }
-  dontFlushAtExit(bus.get());
   if (!isClosed()) {
     g_dbus_connection_flush_sync(bus.get(), nullptr, nullptr);
     g_dbus_connection_close_sync(bus.get(), nullptr, nullptr);

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "platform/vela/error_record.h"
-#include "platform/vela/exit_service.h"
+#include "platform/vela/exit_registry.h"
 #include "platform/vela/introspection.h"
 #include "platform/vela/limits.h"
 #include "platform/vela/receiver.h"
@@ -58,7 +58,7 @@ VSHandle* VSHandle::open(const std::string& name, bool publicBus, VSError* error
     return nullptr;
   }
   handle->self = handle;
-  vela::finishAtExit(handle.get());
+  vela::finishAtExit(handle);
   return handle.get();
 }
 
@@ -121,7 +121,6 @@ bool VSHandle::dispatchOne() {
 }
 
 void VSHandle::runRequest(VSMessage* request) {
-  vela::rearmIfExiting();
   running.push_back(request);
   holdAtDepth();
   serve(*request);
@@ -212,7 +211,11 @@ bool VSHandle::unregister(VSError* error) {
 }
 
 void VSHandle::finishAtExit() {
-  if (!g_main_context_is_owner(context.get()) || running.size() == depthBase) return;
+  if (!g_main_context_is_owner(context.get()) || running.size() == depthBase) {
+    link->flush(nullptr);
+    vela::dontFinishAtExit(this);
+    return;
+  }
   while (running.size() > depthBase) {
     VSMessage* cut = running[depthBase++];
     if (depthBase == running.size()) {

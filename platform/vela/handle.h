@@ -34,7 +34,8 @@ struct VSHandle : std::enable_shared_from_this<VSHandle> {
             VSMessageToken* token, VSError* error);
   bool unregister(VSError* error);
 
-  // exit() was called. When it was below a handler of this handle: answers the requests whose
+  // exit() was called. Flushes, so that what was sent before is not lost. When it was below a
+  // handler of this handle: answers the requests whose
   // handlers will never return with an error, then unregisters as ever. The request that ended the
   // process gets NoReply; the ones it interrupted get Disconnected, so that their callers know they
   // may ask again.
