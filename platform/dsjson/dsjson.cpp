@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
 #include <nlohmann/json.hpp>
+#include <vector>
+
+#include "platform/dsjson/dom_builder.h"
+#include "platform/dsjson/large_numbers.h"
 
 namespace dsjson {
 
@@ -16,10 +19,8 @@ struct JValue::Json {
 
 namespace {
 
-// Copying and destroying a value recurses: deeper texts would overflow the stack.
-constexpr int kMaxDepth = 64;
-
-struct TooDeep : std::exception {};
+// Two paths of that length, every character escaped, still fit a request.
+constexpr size_t kMaxTextBytes = 8192;
 
 bool hasText(const OrderedJson& json) {
   if (json.is_number_float()) return std::isfinite(json.get<double>());
@@ -71,7 +72,7 @@ ConversionResult JValue::asString(std::string& out) const {
   if (json->value.is_null()) return CONV_MISSING;
   if (!json->value.is_string()) return CONV_BAD_TYPE;
   const auto& text = json->value.get_ref<const std::string&>();
-  if (text.find('\0') != std::string::npos) return CONV_NO_FIT;
+  if (text.size() > kMaxTextBytes || text.find('\0') != std::string::npos) return CONV_NO_FIT;
   out = text;
   return CONV_OK;
 }
@@ -96,24 +97,18 @@ ConversionResult JValue::asNumber(int32_t& out) const {
 ConversionResult JValue::asNumber(double& out) const {
   if (json->value.is_null()) return CONV_MISSING;
   if (!json->value.is_number()) return CONV_BAD_TYPE;
-  out = json->value.get<double>();
+  const double number = json->value.get<double>();
+  if (!std::isfinite(number)) return CONV_NO_FIT;
+  out = number;
   return CONV_OK;
 }
 
 bool JDomParser::parse(const std::string& text, const JSchema&, JErrorHandler*) {
-  using Event = OrderedJson::parse_event_t;
-  const auto refuseDeep = [](int depth, Event event, OrderedJson&) {
-    const bool opens = event == Event::object_start || event == Event::array_start;
-    if (opens && depth >= kMaxDepth) throw TooDeep();
-    return true;
-  };
+  std::vector<LargeNumber> largeNumbers;
+  const std::string readable = withoutLargeNumbers(text, &largeNumbers);
   dom = JValue();
-  try {
-    dom.json->value = OrderedJson::parse(text, refuseDeep);
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
+  DomBuilder builder(&dom.json->value, largeNumbers);
+  return OrderedJson::sax_parse(readable, &builder);
 }
 
 bool JGenerator::toString(const JValue& value, const JSchema&, std::string& out) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <ctime>
 #include <limits>
 
 namespace dsjson {
@@ -56,10 +57,59 @@ TEST(DsjsonParser, NestsSixtyFourDeepAndNoDeeper) {
   EXPECT_FALSE(parses(std::string(1000000, '[')));
 }
 
-TEST(DsjsonParser, LastOfTwoMembersWins) {
-  int32_t number = 0;
-  EXPECT_EQ(CONV_OK, parsed("{\"a\":1,\"b\":2,\"a\":3}")["a"].asNumber(number));
-  EXPECT_EQ(3, number);
+TEST(DsjsonParser, LastOfTwoMembersWinsInThePlaceOfTheFirst) {
+  EXPECT_EQ("{\"a\":{\"c\":2},\"b\":2}",
+            generated(parsed("{\"a\":1,\"b\":2,\"a\":{\"c\":1,\"c\":2}}")));
+}
+
+// CPU milliseconds that it takes to parse an object of that many members.
+double parsingMs(int members) {
+  std::string text = "{";
+  for (int i = 0; i < members; ++i)
+    text += "\"" + std::to_string(i) + "\":1,";
+  text += "\"last\":7}";
+  const clock_t start = clock();
+  int32_t last = 0;
+  EXPECT_EQ(CONV_OK, parsed(text)["last"].asNumber(last));
+  EXPECT_EQ(7, last);
+  return static_cast<double>(clock() - start) * 1000 / CLOCKS_PER_SEC;
+}
+
+TEST(DsjsonParser, ManyMembersCostNoMoreEach) {
+  // The smaller is warmed up by a first time. Were each looked up among all, it would be 400 times.
+  parsingMs(5000);
+  const double few = parsingMs(5000);
+  EXPECT_LT(parsingMs(100000), 100 * few + 10);
+}
+
+TEST(DsjsonParser, NumbersThatNoDoubleHoldsParse) {
+  const std::string digits(400, '9');
+  const JValue value = parsed("{\"a\":[1, 1e400,-2.5e+400 ,\"1e400 \\\"\", 3],\"b\":" + digits +
+                              ",\"c\":-" + digits + ".5,\"d\":4,\"e\":1e-400}");
+  double number = 77;
+  int32_t whole = 77;
+  for (const char* key : {"b", "c"}) {
+    EXPECT_EQ(CONV_NO_FIT, value[key].asNumber(number)) << key;
+    EXPECT_EQ(CONV_NO_FIT, value[key].asNumber(whole)) << key;
+  }
+  EXPECT_EQ(77, number);
+  EXPECT_EQ(77, whole);
+  EXPECT_EQ(CONV_OK, value["d"].asNumber(whole));
+  EXPECT_EQ(4, whole);
+  EXPECT_EQ(CONV_OK, value["e"].asNumber(whole));
+  EXPECT_EQ(0, whole);
+  EXPECT_EQ(CONV_NO_FIT, parsed("1e400").asNumber(whole));
+  EXPECT_EQ(CONV_NO_FIT, parsed(" -1E0400 ").asNumber(whole));
+}
+
+TEST(DsjsonParser, NumbersMustBeSpelledRightWhateverTheirSize) {
+  const std::string digits(400, '1');
+  for (const std::string& text :
+       {std::string("01e400"), std::string("1.e400"), std::string("-.5e400"), std::string("+1e400"),
+        std::string("1e400e1"), std::string("1e400-"), "0" + digits, digits + ".", digits + "-1",
+        std::string("--1e400"), std::string("[1e400 1]"), std::string("\"1e400")}) {
+    EXPECT_FALSE(parses(text)) << text;
+  }
 }
 
 TEST(DsjsonValue, MemberOfNoObjectIsMissing) {
@@ -120,6 +170,14 @@ TEST(DsjsonValue, StringsConvertUnlessANulWouldCutThem) {
   EXPECT_EQ(CONV_NO_FIT, parsed("\"a\\u0000b\"").asString(text));
   EXPECT_EQ(CONV_BAD_TYPE, parsed("3").asString(text));
   EXPECT_EQ("a\xc3\xa9\n", text);
+}
+
+TEST(DsjsonValue, TextsOfMoreThanEightKibibytesDoNotConvert) {
+  std::string text;
+  EXPECT_EQ(CONV_OK, parsed("\"" + std::string(8192, 'x') + "\"").asString(text));
+  EXPECT_EQ(8192u, text.size());
+  EXPECT_EQ(CONV_NO_FIT, parsed("\"" + std::string(8193, 'y') + "\"").asString(text));
+  EXPECT_EQ(std::string(8192, 'x'), text);
 }
 
 TEST(DsjsonValue, BooleansConvert) {

@@ -41,7 +41,8 @@ class JValue {
   // Whether the value is an object.
   bool isObject() const;
 
-  // The text of a string. A string with an embedded NUL does not fit: it would end early in C.
+  // The text of a string. A string with an embedded NUL does not fit: it would end early in C. One
+  // of more than 8 KiB does not either: no path and no name is that long.
   ConversionResult asString(std::string& out) const;
 
   // A boolean; numbers are none.
@@ -50,7 +51,7 @@ class JValue {
   // A whole number in range, however it was spelled: 3, 3.0 and 3e0 are 3.
   ConversionResult asNumber(int32_t& out) const;
 
-  // Any number.
+  // Any number that a double holds; 1e400 is a number that does not fit.
   ConversionResult asNumber(double& out) const;
 
  private:
@@ -84,7 +85,7 @@ class JDomParser {
   explicit JDomParser(JResolver*) {}
 
   // Returns whether the text is JSON, nested at most 64 deep; then getDom() is its value. Of two
-  // members of one name the last wins.
+  // members of one name the last wins. Takes time in proportion to the text, whatever is in it.
   bool parse(const std::string& text, const JSchema& schema, JErrorHandler* handler);
 
   // The value last parsed; null before and after a failure.
