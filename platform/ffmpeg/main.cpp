@@ -12,7 +12,7 @@
 
 #include "platform/ffmpeg/job/transcode.h"
 #include "platform/ffmpeg/probe/media_facts.h"
-#include "platform/ffmpeg/probe/media_input.h"
+#include "platform/ffmpeg/probe/movie_probe.h"
 #include "platform/ffmpeg/probe/probe_report.h"
 #include "platform/ffmpeg/process/process_setup.h"
 #include "platform/ffmpeg/process/real_ffmpeg.h"
@@ -21,8 +21,6 @@
 #include "platform/ffmpeg/text/plain_text.h"
 
 namespace {
-
-constexpr auto kProbeLimit = std::chrono::seconds(20);
 
 void print(const std::string& text) {
   size_t done = 0;
@@ -46,11 +44,9 @@ int fail(const std::string& reason) {
 }
 
 int probe(const Options& options) {
-  MediaInput input;
-  std::string error;
-  if (!input.open(options.input, kProbeLimit, &error)) return fail(error);
   MediaFacts facts;
-  readMediaFacts(input, options.input, &facts);
+  std::string error;
+  if (!probeMovie(options.input, kQuickProbe, &facts, &error)) return fail(error);
   print(probeReport(facts) + "At least one output file must be specified\n");
   return 1;
 }

@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "platform/ffmpeg/probe/media_facts.h"
-#include "platform/ffmpeg/probe/media_input.h"
+#include "platform/ffmpeg/probe/movie_probe.h"
 #include "tests/ffmpeg/program_run.h"
 #include "tests/support/movie_media.h"
 
@@ -15,11 +15,9 @@ namespace {
 using testing::ElementsAre;
 
 MediaFacts factsOf(const std::string& path) {
-  MediaInput input;
   MediaFacts facts;
   std::string error;
-  EXPECT_TRUE(input.open(path, std::chrono::seconds(10), &error)) << error;
-  if (error.empty()) readMediaFacts(input, path, &facts);
+  EXPECT_TRUE(probeMovie(path, kThoroughProbe, &facts, &error)) << error;
   return facts;
 }
 

@@ -1,14 +1,11 @@
 #include "platform/ffmpeg/encode/output_check.h"
 
 #include <algorithm>
-#include <chrono>
 
 #include "platform/ffmpeg/probe/media_facts.h"
-#include "platform/ffmpeg/probe/media_input.h"
+#include "platform/ffmpeg/probe/movie_probe.h"
 
 namespace {
-
-constexpr auto kReadLimit = std::chrono::seconds(20);
 
 // The encoder's account and the container's may differ by a few frames of either stream.
 int64_t writtenSlackMs(int64_t lengthMs) {
@@ -28,14 +25,12 @@ std::string seconds(int64_t milliseconds) {
 }  // namespace
 
 bool checkOutput(const std::string& path, const ExpectedOutput& expected, std::string* error) {
-  MediaInput input;
+  MediaFacts facts;
   std::string reason;
-  if (!input.open(path, kReadLimit, &reason)) {
+  if (!probeMovie(path, kThoroughProbe, &facts, &reason)) {
     *error = "nothing could be encoded: the result is no movie file";
     return false;
   }
-  MediaFacts facts;
-  readMediaFacts(input, path, &facts);
   if (expected.video && (!facts.video || facts.video->width == 0)) {
     *error = "the result has no pictures";
     return false;

@@ -14,14 +14,14 @@
 #include "platform/ffmpeg/encode/output_check.h"
 #include "platform/ffmpeg/files/paths.h"
 #include "platform/ffmpeg/files/progress_file.h"
-#include "platform/ffmpeg/probe/media_input.h"
+#include "platform/ffmpeg/probe/movie_probe.h"
 #include "platform/ffmpeg/process/stop_signals.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr auto kProbeLimit = std::chrono::seconds(20);
+constexpr int64_t kEncoderBytes = int64_t{400} << 20;  // 4K pictures take 230 MB
 // Names inside the work directory. Today's encoders write "pass-0.log"; some add a second file.
 constexpr char kOutputName[] = "output";
 constexpr char kPassName[] = "pass";
@@ -57,6 +57,7 @@ std::chrono::milliseconds stallLimit() {
 
 Sandbox sandboxFor(const Options& options, const std::string& program) {
   Sandbox sandbox;
+  sandbox.maySupervise();
   sandbox.mayUseSystem();
   sandbox.mayRead(options.input);
   if (options.isProbe()) return sandbox;
@@ -90,10 +91,7 @@ bool Transcode::checkPaths(std::string* error) const {
 }
 
 bool Transcode::readInput(std::string* error) {
-  MediaInput input;
-  if (!input.open(options.input, kProbeLimit, error)) return false;
-  readMediaFacts(input, options.input, &facts);
-  return true;
+  return probeMovie(options.input, kThoroughProbe, &facts, error);
 }
 
 int64_t Transcode::clipMs() const {
@@ -142,6 +140,8 @@ bool Transcode::encode(const Options& wanted, const WorkDirectory& work, StopSig
   job.sandbox.mayRun(programPath);
   job.sandbox.mayRead(wanted.input);
   job.sandbox.mayChange(work.path());
+  job.sandbox.limitMemory(kEncoderBytes);
+  job.sandbox.limitFiles(kMaxInputBytes);
   job.words.rename("file:" + work.file(kOutputName), wanted.output);
   job.words.rename(work.file(kOutputName), wanted.output);
   job.words.rename(work.file(kPassName), wanted.passLogPrefix);

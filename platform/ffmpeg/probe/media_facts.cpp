@@ -1,7 +1,6 @@
 #include "platform/ffmpeg/probe/media_facts.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <memory>
 
@@ -15,7 +14,6 @@ extern "C" {
 
 namespace {
 
-constexpr auto kMeasureLimit = std::chrono::seconds(5);
 constexpr AVRational kMicroseconds = {1, AV_TIME_BASE};
 
 Ratio ratio(AVRational r) {
@@ -120,9 +118,7 @@ void measureDuration(MediaInput& input, MediaFacts* facts) {
   std::vector<Span> spans(context->nb_streams);
   const std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet(
       av_packet_alloc(), [](AVPacket* p) { av_packet_free(&p); });
-  const auto deadline = std::chrono::steady_clock::now() + kMeasureLimit;
-  bool cutShort = false;
-  while (!cutShort && av_read_frame(context, packet.get()) >= 0) {
+  while (av_read_frame(context, packet.get()) >= 0) {
     const auto index = static_cast<size_t>(packet->stream_index);
     if (index < spans.size()) {  // not of a stream that turned up just now
       const AVStream* stream = context->streams[index];
@@ -132,8 +128,8 @@ void measureDuration(MediaInput& input, MediaFacts* facts) {
       }
     }
     av_packet_unref(packet.get());
-    cutShort = std::chrono::steady_clock::now() > deadline;
   }
+  const bool cutShort = input.isCut();
   int64_t lengthUs = 0;
   for (const Span& span : spans) {
     lengthUs = std::max(lengthUs, span.lengthUs());

@@ -56,7 +56,7 @@ struct MediaFacts {
 };
 
 // Fills *facts from an opened file. A length that the file does not state is found by reading it
-// to its end, for a few seconds at most, and then by what part of it was read.
+// to its end, within the input's limits, and then by what part of it was read.
 void readMediaFacts(MediaInput& input, const std::string& path, MediaFacts* facts);
 
 #endif

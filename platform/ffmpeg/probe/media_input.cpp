@@ -1,7 +1,9 @@
 #include "platform/ffmpeg/probe/media_input.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -13,6 +15,8 @@ const char kInputFormats[] =
 const char kInputProtocols[] = "file";
 
 namespace {
+
+constexpr int kBufferBytes = 32768;
 
 // libavformat's codes are coarse ("Invalid data"); what it logged last says why.
 std::mutex gLastWordsMutex;
@@ -36,8 +40,13 @@ std::string explain(int code) {
   return gLastWords.empty() ? words : gLastWords + " (" + words + ")";
 }
 
-int isOverdueCallback(void* input) {
-  return static_cast<MediaInput*>(input)->isOverdue() ? 1 : 0;
+int isCutCallback(void* input) {
+  return static_cast<MediaInput*>(input)->isCut() ? 1 : 0;
+}
+
+// A movie may name others as parts of it; a file that a stranger made must not choose what is read.
+int openNoOther(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
+  return AVERROR(EACCES);
 }
 
 // One dictionary per stream, as avformat_find_stream_info wants them for its decoders.
@@ -69,38 +78,57 @@ MediaInput::MediaInput() {
 
 MediaInput::~MediaInput() {
   avformat_close_input(&avContext);
+  if (reader) av_freep(&reader->buffer);
+  avio_context_free(&reader);
 }
 
-bool MediaInput::checkFile(const std::string& path, std::string* error) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
-    *error = path + ": " + strerror(errno);
+int MediaInput::readCallback(void* input, uint8_t* into, int size) {
+  auto* self = static_cast<MediaInput*>(input);
+  if (self->isCut()) return AVERROR_EOF;
+  const auto most = static_cast<size_t>(std::min<int64_t>(size, self->bytesLeft));
+  const ssize_t count = read(self->fileFd, into, most);
+  if (count < 0) return AVERROR(errno);
+  self->bytesLeft -= count;
+  return count == 0 ? AVERROR_EOF : static_cast<int>(count);
+}
+
+int64_t MediaInput::seekCallback(void* input, int64_t offset, int whence) {
+  auto* self = static_cast<MediaInput*>(input);
+  if (whence == AVSEEK_SIZE) return self->fileBytes;
+  const off_t place = lseek(self->fileFd, offset, whence & ~AVSEEK_FORCE);
+  return place < 0 ? AVERROR(errno) : place;
+}
+
+bool MediaInput::makeContext(std::string* error) {
+  auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferBytes));
+  if (buffer) {
+    reader = avio_alloc_context(buffer, kBufferBytes, 0, this, readCallback, nullptr, seekCallback);
+  }
+  avContext = avformat_alloc_context();
+  if (!reader || !avContext) {
+    if (!reader) av_free(buffer);
+    *error = strerror(ENOMEM);
     return false;
   }
-  if (!S_ISREG(status.st_mode)) {
-    *error = path + ": not a regular file";
-    return false;
-  }
-  if (status.st_size == 0 || status.st_size > kMaxInputBytes) {
-    *error =
-        path + (status.st_size == 0 ? ": the file is empty" : ": the file is larger than 4 GiB");
-    return false;
-  }
-  fileBytes = status.st_size;
+  avContext->pb = reader;
+  avContext->io_open = openNoOther;
+  avContext->interrupt_callback = {isCutCallback, this};
   return true;
 }
 
-bool MediaInput::open(const std::string& path, std::chrono::milliseconds timeLimit,
+bool MediaInput::open(int fd, const std::string& path, const ReadLimits& limits,
                       std::string* error) {
-  if (!checkFile(path, error)) return false;
-  deadline = std::chrono::steady_clock::now() + timeLimit;
-  avContext = avformat_alloc_context();
-  avContext->interrupt_callback = {isOverdueCallback, this};
+  struct stat status {};
+  if (fstat(fd, &status) != 0 || !makeContext(error)) return false;
+  fileFd = fd;
+  fileBytes = status.st_size;
+  bytesLeft = limits.bytes;
+  deadline = std::chrono::steady_clock::now() + limits.time;
 
   AVDictionary* settings = nullptr;
   av_dict_set(&settings, "protocol_whitelist", kInputProtocols, 0);
   av_dict_set(&settings, "format_whitelist", kInputFormats, 0);
-  const int opened = avformat_open_input(&avContext, ("file:" + path).c_str(), nullptr, &settings);
+  const int opened = avformat_open_input(&avContext, path.c_str(), nullptr, &settings);
   av_dict_free(&settings);
   if (opened < 0) {
     *error = path + ": " + explain(opened);
@@ -108,8 +136,8 @@ bool MediaInput::open(const std::string& path, std::chrono::milliseconds timeLim
   }
   // More streams may turn up while it reads, and those get no limits; a decoder refuses pictures
   // beyond its own limits anyway.
-  DecoderLimits limits(avContext->nb_streams);
-  const int found = avformat_find_stream_info(avContext, limits.data());
+  DecoderLimits limitsOfDecoders(avContext->nb_streams);
+  const int found = avformat_find_stream_info(avContext, limitsOfDecoders.data());
   if (found < 0) *error = path + ": " + explain(found);
   return found >= 0;
 }

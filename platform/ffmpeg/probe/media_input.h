@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 extern "C" {
@@ -18,7 +17,14 @@ extern const char kInputProtocols[];
 constexpr int64_t kMaxInputBytes = int64_t{4} << 30;
 constexpr int64_t kMaxPixels = 36'000'000;  // 8K pictures and a little more
 
-// Owns the opened file. Not thread-safe. Not movable: libavformat keeps a pointer to it.
+// How much a file may cost its reader.
+struct ReadLimits {
+  std::chrono::milliseconds time;
+  int64_t bytes;
+};
+
+// Owns what libavformat keeps of the opened file, not the descriptor. Not thread-safe. Not movable:
+// libavformat keeps a pointer to it.
 class MediaInput {
  public:
   MediaInput();
@@ -26,19 +32,27 @@ class MediaInput {
   MediaInput(const MediaInput&) = delete;
   MediaInput& operator=(const MediaInput&) = delete;
 
-  // Opens the regular file `path` and finds its streams. After `timeLimit` every read, here and
-  // later, fails. On failure stores one clear line in *error and returns false.
-  bool open(const std::string& path, std::chrono::milliseconds timeLimit, std::string* error);
+  // Finds the streams of the regular file open at `fd`. `path` gives the format a hint, and error
+  // lines their beginning; nothing is opened by it, nor by a name in the file. When the limits are
+  // reached every read fails, here and later: what was found by then counts. On failure stores one
+  // clear line in *error and returns false.
+  bool open(int fd, const std::string& path, const ReadLimits& limits, std::string* error);
 
   AVFormatContext* context() { return avContext; }
   int64_t sizeBytes() const { return fileBytes; }
-  bool isOverdue() const { return std::chrono::steady_clock::now() > deadline; }
+  // Whether reading ended, or must end now, before the file did.
+  bool isCut() const { return bytesLeft <= 0 || std::chrono::steady_clock::now() > deadline; }
 
  private:
-  bool checkFile(const std::string& path, std::string* error);
+  static int readCallback(void* input, uint8_t* into, int size);
+  static int64_t seekCallback(void* input, int64_t offset, int whence);
+  bool makeContext(std::string* error);
 
   AVFormatContext* avContext = nullptr;
+  AVIOContext* reader = nullptr;
+  int fileFd = -1;
   int64_t fileBytes = 0;
+  int64_t bytesLeft = 0;
   std::chrono::steady_clock::time_point deadline;
 };
 
