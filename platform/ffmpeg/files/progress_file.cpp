@@ -35,9 +35,18 @@ std::string ProgressFile::folder() {
   return access(path.c_str(), W_OK | X_OK) == 0 ? path : "";
 }
 
-ProgressFile::ProgressFile(const std::string& outputPath) {
+std::vector<std::string> ProgressFile::pathsFor(const std::string& outputPath) {
   const std::string place = folder();
-  if (!place.empty()) filePath = place + "/" + sha256Hex(absolute(outputPath)) + ".progress";
+  if (place.empty()) return {};
+  const std::string path = place + "/" + sha256Hex(absolute(outputPath)) + ".progress";
+  return {path, path + "." + std::to_string(getpid())};
+}
+
+ProgressFile::ProgressFile(const std::string& outputPath) {
+  const std::vector<std::string> paths = pathsFor(outputPath);
+  if (paths.empty()) return;
+  filePath = paths[0];
+  freshPath = paths[1];
 }
 
 ProgressFile::~ProgressFile() {
@@ -50,8 +59,7 @@ void ProgressFile::write(const Progress& progress) {
   snprintf(text, sizeof(text), "{\"pass\":%d,\"passes\":%d,\"position\":%lld,\"duration\":%lld}\n",
            progress.pass, progress.passes, static_cast<long long>(progress.positionMs),
            static_cast<long long>(progress.durationMs));
-  const std::string fresh = filePath + "." + std::to_string(getpid());
-  if (!writeText(fresh, text) || rename(fresh.c_str(), filePath.c_str()) != 0) {
-    unlink(fresh.c_str());
+  if (!writeText(freshPath, text) || rename(freshPath.c_str(), filePath.c_str()) != 0) {
+    unlink(freshPath.c_str());
   }
 }

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 struct Progress {
   int pass = 1;  // from 1, in the order of time
@@ -30,11 +31,15 @@ class ProgressFile {
 
   const std::string& path() const { return filePath; }
 
+  // Every file that this process may have made for that output; none where there is no folder.
+  static std::vector<std::string> pathsFor(const std::string& outputPath);
+
   // The folder of these files, made if need be; empty when there is none.
   static std::string folder();
 
  private:
-  std::string filePath;  // empty when there is no folder
+  std::string filePath;   // empty when there is no folder
+  std::string freshPath;  // where its next content is written
 };
 
 #endif

@@ -2,11 +2,12 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 
@@ -29,6 +30,14 @@ int lockFolder(const std::string& path) {
   if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0) return fd;
   if (fd >= 0) close(fd);
   return -1;
+}
+
+std::string randomName() {
+  uint64_t number = 0;
+  if (getrandom(&number, sizeof(number), GRND_NONBLOCK) != sizeof(number)) {
+    number = static_cast<uint64_t>(getpid());
+  }
+  return sha256Hex(std::to_string(number)).substr(0, 12);
 }
 
 void removeTree(const std::string& path) {
@@ -55,28 +64,37 @@ bool isStillThere(const std::string& path, int fd) {
   return stat(path.c_str(), &byName) == 0 && fstat(fd, &byFd) == 0 && byName.st_ino == byFd.st_ino;
 }
 
+std::vector<std::string> withFolder(const std::string& folder, std::vector<std::string> paths) {
+  paths.push_back(folder);
+  return paths;
+}
+
 }  // namespace
 
-std::unique_ptr<WorkDirectory> WorkDirectory::create(const std::string& target,
-                                                     std::string* error) {
+// The janitor stands ready before there is anything to remove.
+WorkDirectory::WorkDirectory(std::string path, const std::vector<std::string>& companions)
+    : folder(std::move(path)), janitor(withFolder(folder, companions)) {}
+
+std::unique_ptr<WorkDirectory> WorkDirectory::create(const std::string& target, std::string* error,
+                                                     const std::vector<std::string>& companions) {
   const std::string beside = folderOf(target);
   const std::string prefix = prefixFor(target);
-  const std::string pattern = beside + "/" + prefix + "XXXXXX";
   removeStale(beside, prefix);
+  std::unique_ptr<WorkDirectory> work(
+      new WorkDirectory(beside + "/" + prefix + randomName(), companions));
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    std::string path = pattern;
-    if (!mkdtemp(path.data())) break;
-    const int lock = lockFolder(path);
-    if (lock >= 0 && isStillThere(path, lock)) {
-      return std::unique_ptr<WorkDirectory>(new WorkDirectory(path, lock));
-    }
-    if (lock >= 0) close(lock);
+    if (mkdir(work->path().c_str(), 0700) != 0) break;
+    work->lockFd = lockFolder(work->path());
+    if (work->lockFd >= 0 && isStillThere(work->path(), work->lockFd)) return work;
+    if (work->lockFd >= 0) close(work->lockFd);
+    work->lockFd = -1;
   }
   *error = "cannot write in " + beside + ": " + strerror(errno);
   return nullptr;
 }
 
 WorkDirectory::~WorkDirectory() {
+  if (lockFd < 0) return;
   removeTree(folder);
   close(lockFd);
 }

@@ -4,14 +4,19 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
-// Owns the folder: it and all it holds are removed at its end. A run that was killed leaves its
-// folder behind; the next one for the same target removes it.
+#include "platform/ffmpeg/files/janitor.h"
+
+// Owns the folder: it and all it holds are removed at its end, and also when this process is
+// killed. What a power cut leaves behind is removed by the next run for the same target.
 class WorkDirectory {
  public:
-  // The folder is made beside `target`, which need not exist. On failure stores one clear line in
+  // The folder is made beside `target`, which need not exist. `companions` are files that are
+  // removed with it when this process is killed, and only then. On failure stores one clear line in
   // *error and returns null.
-  static std::unique_ptr<WorkDirectory> create(const std::string& target, std::string* error);
+  static std::unique_ptr<WorkDirectory> create(const std::string& target, std::string* error,
+                                               const std::vector<std::string>& companions = {});
   ~WorkDirectory();
   WorkDirectory(const WorkDirectory&) = delete;
   WorkDirectory& operator=(const WorkDirectory&) = delete;
@@ -20,10 +25,11 @@ class WorkDirectory {
   std::string file(const std::string& name) const { return folder + "/" + name; }
 
  private:
-  WorkDirectory(std::string path, int lock) : folder(std::move(path)), lockFd(lock) {}
+  WorkDirectory(std::string path, const std::vector<std::string>& companions);
 
   std::string folder;
-  int lockFd;  // held while we live: a folder without a holder is stale
+  int lockFd = -1;  // held while we live: a folder without a holder is stale
+  Janitor janitor;
 };
 
 #endif

@@ -69,7 +69,10 @@ Sandbox sandboxFor(const Options& options, const std::string& program) {
 }
 
 Transcode::Transcode(const Options& asked, std::string program)
-    : options(asked), programPath(std::move(program)), target(resolved(asked.target())) {}
+    : options(asked),
+      programPath(std::move(program)),
+      target(resolved(asked.target())),
+      caller(getppid()) {}
 
 bool Transcode::checkPaths(std::string* error) const {
   struct stat status {};
@@ -213,19 +216,30 @@ bool Transcode::publishPassLog(const WorkDirectory& work, std::string* error) co
   return true;
 }
 
+void Transcode::removeOrphanedPassLog() const {
+  if (options.pass == 0 || getppid() == caller) return;
+  for (const char* name : {kPassLog, kPassTree}) {
+    unlink(loggedName(options.passLogPrefix, name).c_str());
+  }
+}
+
 bool Transcode::run(std::string* error, int* signal) {
   *signal = 0;
-  if (!checkPaths(error) || !readInput(error) || !checkRequest(error)) return false;
+  if (!checkPaths(error)) return false;
+  if (!readInput(error) || !checkRequest(error)) return false;
   StopSignals signals;
-  const std::unique_ptr<WorkDirectory> work = WorkDirectory::create(target, error);
+  const std::unique_ptr<WorkDirectory> work =
+      WorkDirectory::create(target, error, ProgressFile::pathsFor(options.target()));
   if (!work || !preparePassLog(*work, error)) return false;
   EncodeResult result;
   if (!encode(options, *work, signals, &result)) {
     *error = result.words + failure(result);
     *signal = result.end == EncodeResult::End::Stopped ? result.signal : 0;
+    removeOrphanedPassLog();
     return false;
   }
   if (options.pass == 1 && !publishPassLog(*work, error)) return false;
+  removeOrphanedPassLog();
   if (options.discardsOutput()) return true;
   if (checkResult(*work, result, error)) return publish(*work, error);
   *error = result.words + *error;

@@ -3,6 +3,8 @@
 #ifndef PLATFORM_FFMPEG_JOB_TRANSCODE_H
 #define PLATFORM_FFMPEG_JOB_TRANSCODE_H
 
+#include <sys/types.h>
+
 #include <string>
 
 #include "platform/ffmpeg/encode/encoder.h"
@@ -36,12 +38,15 @@ class Transcode {
   bool checkResult(const WorkDirectory& work, const EncodeResult& result, std::string* error) const;
   bool publish(const WorkDirectory& work, std::string* error) const;
   bool publishPassLog(const WorkDirectory& work, std::string* error) const;
+  // Whoever started us removes it after the last pass, but not when it was killed.
+  void removeOrphanedPassLog() const;
   std::string failure(const EncodeResult& result) const;
   int64_t clipMs() const;
 
   Options options;
   std::string programPath;
   std::string target;  // where the output (or the pass log) ends up, links resolved
+  pid_t caller;
   MediaFacts facts;
 };
 

@@ -11,14 +11,14 @@
 #include "platform/ffmpeg/probe/media_facts.h"
 #include "platform/ffmpeg/process/caged_call.h"
 
-using std::chrono_literals::operator""ms;
+using std::chrono::milliseconds;
 
-const ReadLimits kQuickProbe = {1500ms, int64_t{32} << 20};
-const ReadLimits kThoroughProbe = {6000ms, kMaxInputBytes};
+const ReadLimits kQuickProbe = {milliseconds(1500), int64_t{32} << 20};
+const ReadLimits kThoroughProbe = {milliseconds(6000), kMaxInputBytes};
 
 namespace {
 
-constexpr auto kTimeToAnswer = 500ms;
+constexpr auto kTimeToAnswer = milliseconds(500);
 constexpr int64_t kMemoryBytes = int64_t{384} << 20;  // a few of the largest pictures
 // The answer's first byte.
 constexpr char kFacts = '+';

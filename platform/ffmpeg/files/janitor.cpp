@@ -1,0 +1,70 @@
+#include "platform/ffmpeg/files/janitor.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <filesystem>
+#include <initializer_list>
+
+namespace {
+
+// Locks among them would outlive who took them. Without the call they do, by a moment.
+void closeOthers() {
+#ifdef SYS_close_range
+  syscall(SYS_close_range, 3U, UINT_MAX, 0U);
+#endif
+}
+
+// Whoever ends us may mean all of our group, and whoever reads our standard error waits for its
+// end: nothing of either may reach this process.
+[[noreturn]] void waitAndRemove(int lifeline, const std::vector<std::string>& paths) {
+  setsid();
+  prctl(PR_SET_NAME, "ffmpeg-janitor");
+  prctl(PR_SET_PDEATHSIG, 0);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE}) {
+    signal(number, SIG_IGN);
+  }
+  dup2(lifeline, STDIN_FILENO);
+  close(STDOUT_FILENO);
+  close(STDERR_FILENO);
+  closeOthers();
+  char ignored;
+  ssize_t count = 0;
+  do {
+    count = read(STDIN_FILENO, &ignored, 1);
+  } while (count > 0 || (count < 0 && errno == EINTR));
+  for (const std::string& path : paths) {
+    std::error_code failure;
+    std::filesystem::remove_all(path, failure);
+  }
+  _exit(0);
+}
+
+}  // namespace
+
+Janitor::Janitor(const std::vector<std::string>& paths) {
+  int ends[2];
+  if (pipe(ends) != 0) return;
+  lifeline = ends[1];
+  process = fork();
+  if (process == 0) {
+    close(ends[1]);
+    waitAndRemove(ends[0], paths);
+  }
+  close(ends[0]);
+}
+
+Janitor::~Janitor() {
+  if (process > 0) {
+    kill(process, SIGKILL);
+    while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+  if (lifeline >= 0) close(lifeline);
+}

@@ -1,0 +1,130 @@
+// Any one process killed at any moment: the old file is whole, nothing stray is left.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <random>
+
+#include "tests/faults/strays.h"
+#include "tests/ffmpeg/program_run.h"
+#include "tests/support/movie_media.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+const int kRounds = 12;
+
+class KilledTest : public testing::Test {
+ protected:
+  KilledTest() {
+    std::filesystem::create_directory(folder.file("o"));
+    std::filesystem::create_directory(folder.file("run"));
+    writeText(out, "the old file");
+  }
+
+  std::vector<std::string> arguments() const {
+    return {"-i", clip, "-y", "-vcodec", "mpeg4", "-b", "300k", "-acodec", "libfaac", out};
+  }
+
+  void expectNothingStray() {
+    EXPECT_TRUE(comesTrueWithin(2000,
+                                [&] {
+                                  return processesAbout(folder.path()).empty() &&
+                                         namesIn(folder.file("o")).size() == 1 &&
+                                         namesIn(folder.file("run/tarn-transcode")).size() <= 1;
+                                }))
+        << testing::PrintToString(namesIn(folder.file("o")))
+        << testing::PrintToString(namesIn(folder.file("run/tarn-transcode")))
+        << testing::PrintToString(processesAbout(folder.path()));
+    EXPECT_THAT(namesIn(folder.file("o")), ElementsAre("out.mp4"));
+  }
+
+  const TestFolder folder;
+  const std::string clip = movieClip({.seconds = 8, .size = "320x240"});
+  const std::string out = folder.file("o/out.mp4");
+  const std::string runtime = "XDG_RUNTIME_DIR=" + folder.file("run");
+  std::mt19937 random{7};
+};
+
+TEST_F(KilledTest, TheProgramAtAnyMoment) {
+  for (int round = 0; round < kRounds; ++round) {
+    writeText(out, "the old file");
+    StartedProgram program(arguments(), {runtime});
+    poll(nullptr, 0, static_cast<int>(random() % 400));
+    kill(program.pid(), SIGKILL);
+    const RunResult result = program.wait();
+    expectNothingStray();
+    if (result.signal == SIGKILL && readText(out) != "the old file") {
+      EXPECT_EQ(decodingErrors(out), "");
+    }
+  }
+}
+
+TEST_F(KilledTest, TheEncoder) {
+  StartedProgram program(arguments(), {runtime});
+  std::vector<pid_t> encoders;
+  ASSERT_TRUE(comesTrueWithin(10000, [&] {
+    encoders = processesAbout(folder.file("o/.tarn-ffmpeg"));
+    return !encoders.empty();
+  }));
+  kill(encoders.front(), SIGKILL);
+  const RunResult result = program.wait();
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.err, testing::HasSubstr("the encoder died of signal 9 (Killed)\n"));
+  expectNothingStray();
+  EXPECT_EQ(readText(out), "the old file");
+}
+
+TEST_F(KilledTest, TheJanitor) {
+  StartedProgram program(arguments(), {runtime});
+  std::vector<pid_t> janitors;
+  ASSERT_TRUE(comesTrueWithin(10000, [&] {
+    janitors = processesNamed("ffmpeg-janitor", folder.path());
+    return !janitors.empty();
+  }));
+  kill(janitors.front(), SIGKILL);
+  EXPECT_EQ(program.wait().exitCode, 0);
+  expectNothingStray();
+  EXPECT_EQ(decodingErrors(out), "");
+}
+
+// Whoever waits for the end of our standard error must not wait for the janitor.
+TEST_F(KilledTest, ItsCallerIsToldAtOnce) {
+  StartedProgram program(arguments(), {runtime});
+  ASSERT_TRUE(comesTrueWithin(
+      10000, [&] { return !processesNamed("ffmpeg-janitor", folder.path()).empty(); }));
+  kill(program.pid(), SIGKILL);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(program.wait().signal, SIGKILL);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+}
+
+// The caller of both passes is a shell in the daemon's place.
+TEST_F(KilledTest, TheCallerOfTheSecondPass) {
+  ASSERT_EQ(runFfmpeg({"-i", clip, "-y", "-vcodec", "mpeg4", "-b", "300k", "-pass", "1",
+                       "-passlogfile", out, "-an", "-f", "mp4", "/dev/null"},
+                      {runtime})
+                .exitCode,
+            0);
+  ASSERT_TRUE(std::filesystem::exists(out + "-0.log"));
+  const pid_t caller = fork();
+  if (caller == 0) {
+    StartedProgram program({"-i", clip, "-y", "-vcodec", "mpeg4", "-b", "300k", "-pass", "2",
+                            "-passlogfile", out, "-acodec", "libfaac", out},
+                           {runtime});
+    program.wait();
+    _exit(0);
+  }
+  EXPECT_TRUE(comesTrueWithin(
+      10000, [&] { return !processesAbout(folder.file("o/.tarn-ffmpeg")).empty(); }));
+  kill(caller, SIGKILL);
+  waitpid(caller, nullptr, 0);
+  expectNothingStray();
+  EXPECT_EQ(readText(out), "the old file");
+}
+
+}  // namespace
