@@ -9,19 +9,20 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "platform/ffmpeg/encode/command_line.h"
 #include "platform/ffmpeg/encode/output_check.h"
 #include "platform/ffmpeg/files/paths.h"
 #include "platform/ffmpeg/files/progress_file.h"
 #include "platform/ffmpeg/probe/movie_probe.h"
+#include "platform/ffmpeg/process/encode_slots.h"
 #include "platform/ffmpeg/process/stop_signals.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int64_t kEncoderBytes = int64_t{400} << 20;  // 4K pictures take 230 MB
 // Names inside the work directory. Today's encoders write "pass-0.log"; some add a second file.
 constexpr char kOutputName[] = "output";
 constexpr char kPassName[] = "pass";
@@ -36,6 +37,15 @@ std::string loggedName(const std::string& prefix, const std::string& name) {
 bool isSameFile(const std::string& one, const std::string& other) {
   std::error_code ignored;
   return fs::equivalent(one, other, ignored);
+}
+
+// What an encoder was seen to take: pictures that are kept for reference and in each thread, the
+// threads' own, and the program itself.
+int64_t memoryFor(const MediaFacts& facts) {
+  constexpr int64_t kMega = 1 << 20;
+  const int64_t threads = std::max(1U, std::thread::hardware_concurrency());
+  const int64_t pixels = facts.video ? int64_t{facts.video->width} * facts.video->height : 0;
+  return 40 * kMega + threads * 10 * kMega + pixels * 3 / 2 * (16 + 3 * threads);
 }
 
 // So that a power cut leaves the old file or the new one, and not an empty one.
@@ -143,7 +153,7 @@ bool Transcode::encode(const Options& wanted, const WorkDirectory& work, StopSig
   job.sandbox.mayRun(programPath);
   job.sandbox.mayRead(wanted.input);
   job.sandbox.mayChange(work.path());
-  job.sandbox.limitMemory(kEncoderBytes);
+  job.sandbox.limitMemory(memoryBytes);
   job.sandbox.limitFiles(kMaxInputBytes);
   job.words.rename("file:" + work.file(kOutputName), wanted.output);
   job.words.rename(work.file(kOutputName), wanted.output);
@@ -226,7 +236,10 @@ void Transcode::removeOrphanedPassLog() const {
 bool Transcode::run(std::string* error, int* signal) {
   *signal = 0;
   if (!checkPaths(error)) return false;
+  EncodeSlots slots(ProgressFile::folder());
+  slots.awaitTurn();
   if (!readInput(error) || !checkRequest(error)) return false;
+  memoryBytes = slots.begin(memoryFor(facts));
   StopSignals signals;
   const std::unique_ptr<WorkDirectory> work =
       WorkDirectory::create(target, error, ProgressFile::pathsFor(options.target()));

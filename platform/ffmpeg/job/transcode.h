@@ -48,6 +48,7 @@ class Transcode {
   std::string target;  // where the output (or the pass log) ends up, links resolved
   pid_t caller;
   MediaFacts facts;
+  int64_t memoryBytes = 0;  // that the encoder may use
 };
 
 // What this program itself may do while it serves these options.
