@@ -3,23 +3,14 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <filesystem>
 #include <initializer_list>
 
 namespace {
-
-// Locks among them would outlive who took them. Without the call they do, by a moment.
-void closeOthers() {
-#ifdef SYS_close_range
-  syscall(SYS_close_range, 3U, UINT_MAX, 0U);
-#endif
-}
 
 // Whoever ends us may mean all of our group, and whoever reads our standard error waits for its
 // end: nothing of either may reach this process.
@@ -33,7 +24,7 @@ void closeOthers() {
   dup2(lifeline, STDIN_FILENO);
   close(STDOUT_FILENO);
   close(STDERR_FILENO);
-  closeOthers();
+  closefrom(3);  // locks among them would outlive who took them
   char ignored;
   ssize_t count = 0;
   do {
