@@ -1,6 +1,6 @@
 #include "platform/vela/handle.h"
 
-#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,7 +17,9 @@ using vela::fail;
 
 namespace {
 
-constexpr guint kLingerMs = 100;
+// Callers that know the unique name do not see that the well-known one has gone: the handle closes
+// when none of them has been heard of for so long.
+constexpr std::chrono::milliseconds kSilence{100};
 
 GSourceFuncs gInboxSource = {
     .prepare = nullptr,
@@ -36,9 +38,10 @@ VSHandle::VSHandle(const std::string& serviceName, std::shared_ptr<vela::BusLink
       context(g_main_context_ref_thread_default()),
       openRequests(std::make_shared<vela::OpenRequests>(context.get())),
       inbox(std::make_shared<vela::Inbox>()),
+      handover(std::make_shared<vela::Handover>(serviceName, inbox)),
       calls(std::make_shared<vela::PendingCalls>()),
       table(serviceName) {
-  receiverId = vela::Receiver::install(link, inbox, calls, openRequests);
+  receiverId = vela::Receiver::install(link, inbox, handover, calls, openRequests);
   const auto closed = +[](GDBusConnection*, gboolean, GError*, VSHandle* handle) noexcept {
     handle->onConnectionClosed();
   };
@@ -121,17 +124,15 @@ bool VSHandle::dispatchOne() {
 }
 
 void VSHandle::runRequest(VSMessage* request) {
-  running.push_back(request);
+  running.push(request);
   holdAtDepth();
   serve(*request);
-  running.pop_back();
-  // A handler that unregistered has returned: nothing is below any more.
-  depthBase = std::min(depthBase, running.size());
+  running.pop();
   holdAtDepth();
 }
 
 void VSHandle::holdAtDepth() {
-  inbox->hold(running.size() - depthBase >= vela::kMaxHandlersDeep);
+  inbox->hold(running.depth() >= vela::kMaxHandlersDeep);
 }
 
 void VSHandle::serve(VSMessage& request) {
@@ -162,7 +163,7 @@ bool VSHandle::call(const vela::Uri& uri, const char* payload, const vela::Callb
     if (!link->send(message, nullptr, error)) {
       return false;
     }
-  } else if (!calls->send(*link, message, callback, error)) {
+  } else if (!calls->send(*link, message, vela::Callback(callback), error)) {
     return false;
   }
   ++lastToken;
@@ -180,80 +181,114 @@ void VSHandle::failPendingCalls() {
 
 void VSHandle::onConnectionClosed() {
   failPendingCalls();
+  handover->drop();
   inbox->setLost();
 }
 
 bool VSHandle::unregister(VSError* error) {
-  if (unregistering) {
+  if (unregistering.exchange(true)) {
     return fail(error, vela::kFailed, "the handle is being unregistered already");
   }
   const std::shared_ptr<VSHandle> keep = std::move(self);
-  unregistering = true;
-  depthBase = running.size();
-  for (VSMessage* below : running) {
+  for (const vela::MessageRef& below : running.cutOff()) {
     below->stopCounting();  // its handler goes on only when this call has returned
   }
+  const bool ended = end({}, error);
+  failPendingCalls();
+  while (inbox->hasOutcome()) {
+    dispatchOne();
+  }
+  stopDispatch();
+  return ended;
+}
+
+// Everything received is answered when this returns.
+bool VSHandle::end(std::vector<vela::MessageRef> interrupted, VSError* error) {
   holdAtDepth();
   if (source == nullptr) {
     startDispatch();
   }
-  bool released = true;
-  if (!name.empty()) {
-    vela::notifyStopping();
-    released = link->releaseName(name, error);
-    answerAllReceived();
-    linger();
+  const bool released = name.empty() || handOver(error);
+  for (vela::MessageRef& request : interrupted) {
+    handover->addInterrupted(std::move(request));
   }
-  answerAllReceived();
+  finishReceived();
   const bool lost = link->isClosed();
   disconnect();
   return released && (!lost || fail(error, vela::kDisconnected, "the bus connection was lost"));
 }
 
-void VSHandle::finishAtExit() {
-  if (!g_main_context_is_owner(context.get()) || running.size() == depthBase) {
-    link->flush(nullptr);
-    vela::dontFinishAtExit(this);
-    return;
+// Gives the name back. From then on requests are the next process's.
+bool VSHandle::handOver(VSError* error) {
+  vela::notifyStopping();
+  if (!link->releaseName(name, error)) {
+    return false;
   }
-  while (running.size() > depthBase) {
-    VSMessage* cut = running[depthBase++];
-    if (depthBase == running.size()) {
-      cut->answerError(vela::kNoReply, "The service ended while it handled the request");
-    } else {
-      cut->answerError(vela::kDisconnected, "The service ended while it handled another request");
+  for (vela::Inbox::Request& waiting : inbox->close()) {
+    handover->add(std::move(waiting.message), waiting.sizeBytes);
+  }
+  return true;
+}
+
+bool VSHandle::isFinished() {
+  const auto silence = vela::OpenRequests::Clock::now() - openRequests->lastBeginning();
+  return link->isClosed() || (openRequests->none() && (name.empty() || silence >= kSilence));
+}
+
+void VSHandle::finishReceived() {
+  openRequests->startSilence();
+  while (!isFinished()) {
+    // The end of a request wakes the loop by itself, the end of the silence does not.
+    const vela::GlibRef<GSource> alarm(g_timeout_source_new(kSilence.count()));
+    const GSourceFunc stop = [](gpointer) -> gboolean { return G_SOURCE_REMOVE; };
+    g_source_set_callback(alarm.get(), stop, nullptr, nullptr);
+    if (openRequests->none()) {
+      g_source_attach(alarm.get(), context.get());
     }
-    cut->stopCounting();
-  }
-  if (!unregistering) {
-    unregister(nullptr);
-    return;
-  }
-  holdAtDepth();
-  answerAllReceived();
-  disconnect();
-}
-
-void VSHandle::answerAllReceived() {
-  while (!openRequests->none() && !link->isClosed()) {
     g_main_context_iteration(context.get(), TRUE);
+    g_source_destroy(alarm.get());
   }
 }
 
-// Callers that know the unique name do not see that the well-known one has gone.
-void VSHandle::linger() {
-  bool over = false;
-  const vela::GlibRef<GSource> timeout(g_timeout_source_new(kLingerMs));
-  const GSourceFunc end = [](gpointer data) -> gboolean {
-    *static_cast<bool*>(data) = true;
-    return G_SOURCE_REMOVE;
-  };
-  g_source_set_callback(timeout.get(), end, &over, nullptr);
-  g_source_attach(timeout.get(), context.get());
-  while (!over && !link->isClosed()) {
-    g_main_context_iteration(context.get(), TRUE);
+void VSHandle::finishAtExit() {
+  if (name.empty()) {
+    link->flush(nullptr);
+  } else if (g_main_context_acquire(context.get())) {
+    finishOnLoop();
+    g_main_context_release(context.get());
+  } else {
+    finishElsewhere();
   }
-  g_source_destroy(timeout.get());
+  vela::dontFinishAtExit(this);
+}
+
+void VSHandle::finishOnLoop() {
+  std::vector<vela::MessageRef> cut = running.cutOff();
+  if (!cut.empty()) {
+    cut.back()->answerError(vela::kNoReply, "The service ended while it handled the request");
+    cut.back()->stopCounting();
+    cut.pop_back();
+  }
+  // Already unregistering: a handler that ran meanwhile has called exit(), and the call that was
+  // unregistering will never go on.
+  unregistering = true;
+  end(std::move(cut), nullptr);
+}
+
+void VSHandle::finishElsewhere() {
+  handover->refuseUndelivered();
+  if (!unregistering.exchange(true)) {
+    handOver(nullptr);
+    for (const vela::MessageRef& cut : running.cutOff()) {
+      cut->answerError(vela::kDisconnected, "The service ended while it handled requests");
+      cut->stopCounting();
+    }
+  }
+  openRequests->startSilence();
+  while (!isFinished()) {
+    openRequests->waitForEnd(kSilence);
+  }
+  link->close();
 }
 
 // The receiver goes last: without it GDBus would answer requests itself, with an error.
@@ -265,10 +300,6 @@ void VSHandle::disconnect() {
   g_signal_handler_disconnect(link->connection(), closedSignalId);
   link->close();
   vela::Receiver::uninstall(*link, std::exchange(receiverId, 0));
-  failPendingCalls();
+  handover->drop();
   inbox->setLost();
-  while (inbox->hasOutcome()) {
-    dispatchOne();
-  }
-  stopDispatch();
 }

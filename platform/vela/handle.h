@@ -1,6 +1,7 @@
 // A registered service or a client: the connection, its method table, and its place in the loop.
 //
-// Thread: the loop's. Everything other threads touch is in the parts, which lock for themselves.
+// Thread: the loop's, but for finishAtExit(). Everything other threads touch is in the parts, which
+// lock for themselves.
 // Owns itself from open() to unregister(); a dispatch below unregister() on the stack keeps the
 // object (closed by then) until it returns.
 #ifndef PLATFORM_VELA_HANDLE_H
@@ -8,16 +9,19 @@
 
 #include <gio/gio.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/vela/bus_link.h"
 #include "platform/vela/glib_ref.h"
+#include "platform/vela/handler_stack.h"
+#include "platform/vela/handover.h"
 #include "platform/vela/inbox.h"
 #include "platform/vela/method_table.h"
 #include "platform/vela/open_requests.h"
-#include "platform/vela/pending_calls.h"
+#include "platform/vela/pending_replies.h"
 #include "platform/vela/uri.h"
 #include "vela/vela.h"
 
@@ -34,11 +38,11 @@ struct VSHandle : std::enable_shared_from_this<VSHandle> {
             VSMessageToken* token, VSError* error);
   bool unregister(VSError* error);
 
-  // exit() was called. Flushes, so that what was sent before is not lost. When it was below a
-  // handler of this handle: answers the requests whose
-  // handlers will never return with an error, then unregisters as ever. The request that ended the
-  // process gets NoReply; the ones it interrupted get Disconnected, so that their callers know they
-  // may ask again.
+  // exit() was called, on any thread. A service ends as unregister() has it. The request whose
+  // handler called exit() gets NoReply; those that it interrupted are handed over last, when the
+  // threads that worked for them have had the most time to end. When another thread than the loop's
+  // called exit(), nobody knows for which request: those with a handler on the stack, which may
+  // never return, get Disconnected, so that their callers know they may ask again.
   void finishAtExit();
 
   vela::MethodTable& methods() { return table; }
@@ -55,8 +59,12 @@ struct VSHandle : std::enable_shared_from_this<VSHandle> {
   void failPendingCalls();
   void onConnectionClosed();
 
-  void answerAllReceived();
-  void linger();
+  bool end(std::vector<vela::MessageRef> interrupted, VSError* error);
+  void finishOnLoop();
+  void finishElsewhere();
+  bool handOver(VSError* error);
+  bool isFinished();
+  void finishReceived();
   void disconnect();
 
   const std::string name;
@@ -64,14 +72,14 @@ struct VSHandle : std::enable_shared_from_this<VSHandle> {
   const vela::GlibRef<GMainContext> context;  // the thread's default when the handle was made
   const std::shared_ptr<vela::OpenRequests> openRequests;
   const std::shared_ptr<vela::Inbox> inbox;
+  const std::shared_ptr<vela::Handover> handover;
   const std::shared_ptr<vela::PendingCalls> calls;
   vela::MethodTable table;
   guint receiverId = 0;
   gulong closedSignalId = 0;
-  vela::GlibRef<GSource> source;    // null while not dispatching
-  std::vector<VSMessage*> running;  // requests whose handlers are on the stack, outermost first
-  size_t depthBase = 0;             // of these, those below unregister()
-  bool unregistering = false;
+  vela::GlibRef<GSource> source;  // null while not dispatching
+  vela::HandlerStack running;
+  std::atomic<bool> unregistering{false};
   VSMessageToken lastToken = 0;
   std::shared_ptr<VSHandle> self;  // until unregister()
 };

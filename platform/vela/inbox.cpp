@@ -11,8 +11,29 @@ bool Inbox::hasRoomFor(size_t sizeBytes) {
   return requests.size() < kMaxWaitingRequests && waitingBytes + sizeBytes <= kMaxWaitingBytes;
 }
 
-void Inbox::addRequest(MessageRef request, size_t sizeBytes) {
+bool Inbox::addRequest(MessageRef& request, size_t sizeBytes) {
   const MutexLock lock(mutex);
+  if (closed) return false;
+  add(std::move(request), sizeBytes);
+  return true;
+}
+
+std::deque<Inbox::Request> Inbox::close() {
+  const MutexLock lock(mutex);
+  closed = true;
+  waitingBytes = 0;
+  std::deque<Request> waiting;
+  waiting.swap(requests);
+  updateSource();
+  return waiting;
+}
+
+void Inbox::putBack(MessageRef request, size_t sizeBytes) {
+  const MutexLock lock(mutex);
+  if (!lost) add(std::move(request), sizeBytes);
+}
+
+void Inbox::add(MessageRef request, size_t sizeBytes) {
   requests.push_back({std::move(request), sizeBytes});
   waitingBytes += sizeBytes;
   updateSource();

@@ -15,7 +15,7 @@
 #include "platform/vela/glib_ref.h"
 #include "platform/vela/message.h"
 #include "platform/vela/mutex.h"
-#include "platform/vela/pending_calls.h"
+#include "platform/vela/pending_replies.h"
 
 namespace vela {
 
@@ -28,9 +28,19 @@ class Inbox {
     Callback callback{};  // of an outcome
   };
 
+  struct Request {
+    MessageRef message;
+    size_t sizeBytes;
+  };
+
   // Whether one more request of this size may wait.
   bool hasRoomFor(size_t sizeBytes);
-  void addRequest(MessageRef request, size_t sizeBytes);
+  // False, with the request left to the caller, once the inbox is closed.
+  bool addRequest(MessageRef& request, size_t sizeBytes);
+  // Takes no new requests from now on, and gives those that wait.
+  std::deque<Request> close();
+  // Adds a request to a closed inbox.
+  void putBack(MessageRef request, size_t sizeBytes);
   void addOutcome(MessageRef outcome, const Callback& callback);
   // The connection is lost: no request waits any more, and when the outcomes are through take()
   // gives Loss, once.
@@ -46,11 +56,7 @@ class Inbox {
   void setSource(GSource* source);
 
  private:
-  struct Request {
-    MessageRef message;
-    size_t sizeBytes;
-  };
-
+  void add(MessageRef request, size_t sizeBytes) VELA_REQUIRES(mutex);
   bool requestReady() const VELA_REQUIRES(mutex) { return !held && !requests.empty(); }
   Item takeRequest() VELA_REQUIRES(mutex);
   void updateSource() VELA_REQUIRES(mutex);
@@ -60,6 +66,7 @@ class Inbox {
   std::deque<Item> outcomes VELA_GUARDED_BY(mutex);
   size_t waitingBytes VELA_GUARDED_BY(mutex) = 0;
   bool held VELA_GUARDED_BY(mutex) = false;
+  bool closed VELA_GUARDED_BY(mutex) = false;
   bool lost VELA_GUARDED_BY(mutex) = false;
   GlibRef<GSource> source VELA_GUARDED_BY(mutex);
 };

@@ -123,6 +123,35 @@ bool VSMessage::sendReply(GVariant* body, VSError* error) {
   return link->sendAndFlush(reply, error);
 }
 
+void VSMessage::relay(GDBusMessage* outcome) {
+  if (claim(nullptr) && wantsReply(bus.get())) {
+    const bool failed = g_dbus_message_get_message_type(outcome) == G_DBUS_MESSAGE_TYPE_ERROR;
+    const vela::GlibRef<GDBusMessage> reply(
+        failed ? g_dbus_message_new_method_error_literal(bus.get(),
+                                                         g_dbus_message_get_error_name(outcome), "")
+               : g_dbus_message_new_method_reply(bus.get()));
+    g_dbus_message_set_body(reply.get(), g_dbus_message_get_body(outcome));
+    link->send(reply.get(), nullptr, nullptr);
+  }
+  stopCounting();
+}
+
+void VSMessage::refuse(const char* name, const std::string& description) {
+  if (claim(nullptr) && wantsReply(bus.get())) {
+    const vela::GlibRef<GDBusMessage> reply(
+        g_dbus_message_new_method_error_literal(bus.get(), name, description.c_str()));
+    link->send(reply.get(), nullptr, nullptr);
+  }
+  stopCounting();
+}
+
+vela::GlibRef<GDBusMessage> VSMessage::callOf(const std::string& service) const {
+  vela::GlibRef<GDBusMessage> call(
+      g_dbus_message_new_method_call(service.c_str(), path(), interface(), member()));
+  g_dbus_message_set_body(call.get(), g_dbus_message_get_body(bus.get()));
+  return call;
+}
+
 bool VSMessage::answerError(const char* name, const std::string& description, VSError* error) {
   return claim(error) && sendErrorReply(name, description, error);
 }

@@ -51,6 +51,19 @@ struct VSMessage {
   bool answerEmpty(VSError* error);
   bool answerError(const char* name, const std::string& description, VSError* error = nullptr);
 
+  bool isAnswered() const { return answered; }
+
+  // The following answer without waiting until the answer has left the process, and the request is
+  // no longer waited for. For GDBus's worker thread.
+  //
+  // Answers with what another process answered.
+  void relay(GDBusMessage* reply);
+  void refuse(const char* name, const std::string& description);
+
+  // The same call, of that service and with a reply wanted.
+  vela::GlibRef<GDBusMessage> callOf(const std::string& service) const;
+  vela::BusLink& busLink() const { return *link; }  // of a request
+
   // The request is no longer waited for.
   void stopCounting();
 

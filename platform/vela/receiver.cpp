@@ -33,10 +33,12 @@ GDBusMessage* withoutDescriptors(GDBusMessage* request) {
 }  // namespace
 
 guint Receiver::install(const std::shared_ptr<BusLink>& link, std::shared_ptr<Inbox> inbox,
-                        std::shared_ptr<PendingCalls> calls, std::shared_ptr<OpenRequests> open) {
+                        std::shared_ptr<Handover> handover, std::shared_ptr<PendingCalls> calls,
+                        std::shared_ptr<OpenRequests> open) {
   auto* receiver = new Receiver;
   receiver->weakLink = link;
   receiver->inbox = std::move(inbox);
+  receiver->handover = std::move(handover);
   receiver->calls = std::move(calls);
   receiver->open = std::move(open);
   return g_dbus_connection_add_filter(link->connection(), onMessage, receiver,
@@ -77,16 +79,18 @@ bool Receiver::receiveRequest(GDBusMessage* request) {
   const size_t path = strlen(g_dbus_message_get_path(request));
   if (body > kMaxRequestBytes || path > kMaxRequestBytes) {
     refuse(*link, request, "The request is too large");
-  } else if (!inbox->hasRoomFor(body + path)) {
+  } else if (!inbox->hasRoomFor(body + path) || !handover->hasRoomFor(body + path)) {
     refuse(*link, request, "Too many requests are waiting");
   } else {
     g_autoptr(GDBusMessage) bare = withoutDescriptors(request);
-    inbox->addRequest(MessageRef(new VSMessage(bare, link, open)), body + path);
+    MessageRef message(new VSMessage(bare, link, open));
+    if (!inbox->addRequest(message, body + path)) handover->add(std::move(message), body + path);
   }
   return true;
 }
 
 bool Receiver::receiveOutcome(GDBusMessage* reply) {
+  if (handover->relay(reply)) return true;
   const std::optional<Callback> callback = calls->take(g_dbus_message_get_reply_serial(reply));
   if (!callback) {
     return false;

@@ -1,9 +1,9 @@
 // Takes what the bus delivers, on GDBus's worker thread, before GDBus looks at it.
 //
-// Every method call goes into the inbox (or is refused at once when it is beyond the bounds), the
-// replies to our outgoing calls too; all else is left to GDBus. Nothing is decided here about
-// paths and methods: the method table may not be known yet.
-// Thread: the worker thread; it never waits.
+// Every method call goes into the inbox, or on to the next process once the inbox is closed (or is
+// refused at once when it is beyond the bounds); so do the replies to our outgoing calls; all else
+// is left to GDBus. Nothing is decided here about paths and methods: the method table may not be
+// known yet. Thread: the worker thread; it never waits.
 #ifndef PLATFORM_VELA_RECEIVER_H
 #define PLATFORM_VELA_RECEIVER_H
 
@@ -12,9 +12,10 @@
 #include <memory>
 
 #include "platform/vela/bus_link.h"
+#include "platform/vela/handover.h"
 #include "platform/vela/inbox.h"
 #include "platform/vela/open_requests.h"
-#include "platform/vela/pending_calls.h"
+#include "platform/vela/pending_replies.h"
 
 namespace vela {
 
@@ -22,7 +23,8 @@ class Receiver {
  public:
   // Installs a receiver on the connection; uninstall() with the result.
   static guint install(const std::shared_ptr<BusLink>& link, std::shared_ptr<Inbox> inbox,
-                       std::shared_ptr<PendingCalls> calls, std::shared_ptr<OpenRequests> open);
+                       std::shared_ptr<Handover> handover, std::shared_ptr<PendingCalls> calls,
+                       std::shared_ptr<OpenRequests> open);
   static void uninstall(BusLink& link, guint id);
 
  private:
@@ -38,6 +40,7 @@ class Receiver {
   // The connection owns this object, so only a weak reference back.
   std::weak_ptr<BusLink> weakLink;
   std::shared_ptr<Inbox> inbox;
+  std::shared_ptr<Handover> handover;
   std::shared_ptr<PendingCalls> calls;
   std::shared_ptr<OpenRequests> open;
 };

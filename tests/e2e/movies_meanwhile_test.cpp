@@ -81,6 +81,22 @@ TEST_F(HeldMovieTest, KeepsTheDeviceAwakeAndEndsWhenTheMovieHas) {
   EXPECT_TRUE(waitUntil([&] { return system.daemonPid() == 0; }));
 }
 
+// The movie goes on where it is; all else is the next process's at once.
+TEST_F(HeldMovieTest, AFileThatEndsTheDaemonLeavesTheMovieAndTheServiceGoingOn) {
+  PowerService power(system.bus().address());
+  const auto movie = startMovie("out.mp4");
+  const std::string noPicture = system.files().write("in.jpg", "no picture");
+  EXPECT_EQ("org.freedesktop.DBus.Error.NoReply",
+            system.call("resizeImage", resizeRequest(noPicture, system.files() / "out.jpg", 1000))
+                .errorName);
+  EXPECT_EQ("{\"returnValue\": 204800}", system.call("getMinimalBitrate", "{}").reply);
+  EXPECT_FALSE(system.client().isDone(movie));
+  const size_t before = power.payloads.size();
+  EXPECT_TRUE(waitUntil([&] { return power.payloads.size() >= before + 10; }));
+  letGo();
+  EXPECT_EQ(kDone, system.client().wait(movie).reply);
+}
+
 TEST(RealMovieTest, TwoAtOnceComeOutWhole) {
   InstalledSystem system;
   const std::string clip = movieClip({.seconds = 3, .size = "320x240"});

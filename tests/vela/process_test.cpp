@@ -16,15 +16,6 @@ using testing::ElementsAre;
 
 namespace {
 
-std::vector<std::string> linesOf(const std::string& path) {
-  std::vector<std::string> lines;
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) {
-    lines.push_back(line);
-  }
-  return lines;
-}
-
 class VelaProcessTest : public testing::Test {
  protected:
   VelaProcessTest() : bus(options()), client(bus.address()) {}
@@ -146,7 +137,8 @@ TEST_F(VelaProcessTest, LostBusEndsTheProcessFromTheLoop) {
                           std::string("reply: ") + kPrefix + "Disconnected"));
 }
 
-// Two of the requests end the process while others wait behind them and one is under way.
+// Two of the requests end the process while others wait behind them and one is under way, which the
+// next process answers.
 TEST_F(VelaProcessTest, ExitInAHandlerTakesNoOtherRequestWithIt) {
   const std::string service = "com.example.staying";
   const auto start = [&](const char* method, const std::string& payload) {
@@ -162,15 +154,40 @@ TEST_F(VelaProcessTest, ExitInAHandlerTakesNoOtherRequestWithIt) {
       others.push_back(start("work", "w" + std::to_string(i) + std::to_string(j)));
     }
   }
-  EXPECT_EQ(client.wait(nested).errorName, std::string(kPrefix) + "Disconnected");
   for (const auto& pending : fatal) {
     EXPECT_EQ(client.wait(pending).errorName, std::string(kPrefix) + "NoReply");
   }
   for (const auto& pending : others) {
     EXPECT_TRUE(client.wait(pending).ok);
   }
+  EXPECT_EQ(client.wait(nested).reply, "not again");
   auto served = linesOf(logPath());
+  std::erase(served, "nest");
   std::sort(served.begin(), served.end());
   EXPECT_EQ(served.size(), others.size());
   EXPECT_EQ(std::unique(served.begin(), served.end()), served.end());
+}
+
+TEST_F(VelaProcessTest, ExitOnAnotherThreadLeavesNobodyWithoutAnAnswer) {
+  const std::string service = "com.example.staying";
+  const auto start = [&](const char* method, const std::string& payload) {
+    return client.start(service, "/", service, method, g_variant_new("(s)", payload.c_str()));
+  };
+  const std::string go = logPath() + ".go";
+  const auto working = start("answerWhenToldTo", go);
+  const auto fatal = start("dieElsewhere", "{}");
+  std::vector<std::shared_ptr<BusClient::Pending>> waiting;
+  for (int i = 0; i < 5; ++i) {
+    waiting.push_back(start("work", "w" + std::to_string(i)));
+  }
+  EXPECT_EQ(client.wait(fatal).errorName, std::string(kPrefix) + "Disconnected");
+  for (const auto& pending : waiting) {
+    EXPECT_TRUE(client.wait(pending).ok);
+  }
+  EXPECT_FALSE(client.isDone(working)) << "what a thread of its own works at is waited for";
+  std::ofstream(go) << "go";
+  EXPECT_EQ(client.wait(working).reply, "told");
+  std::remove(go.c_str());
+  const std::vector<std::string> served = linesOf(logPath());
+  EXPECT_EQ(std::count(served.begin(), served.end(), "w0"), 1);
 }

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -55,11 +56,38 @@ bool replyAndDie(VSHandle* handle, VSMessage* message, void*) {
   _exit(0);
 }
 
-// Stays in a nested loop for ever.
-bool nest(VSHandle*, VSMessage*, void*) {
+[[noreturn]] void loopForEver() {
   for (;;) {
     g_main_context_iteration(nullptr, TRUE);
   }
+}
+
+// Stays in a nested loop for ever, the first time that a process is asked to.
+bool nest(VSHandle* handle, VSMessage* message, void*) {
+  std::ifstream log(gLogPath);
+  for (std::string line; std::getline(log, line);) {
+    if (line == "nest") return VSMessageReply(handle, message, "not again", nullptr);
+  }
+  ::log("nest");
+  loopForEver();
+}
+
+// Has a thread end the process and stays in a nested loop for ever.
+bool dieElsewhere(VSHandle*, VSMessage*, void*) {
+  std::thread([] { exit(1); }).detach();
+  loopForEver();
+}
+
+// Replies from a thread, once the file is there that the payload names.
+bool answerWhenToldTo(VSHandle* handle, VSMessage* message, void*) {
+  VSMessageRef(message);
+  std::thread([handle, message] {
+    while (access(VSMessageGetPayload(message), F_OK) != 0)
+      usleep(2000);
+    VSMessageReply(handle, message, "told", nullptr);
+    VSMessageUnref(message);
+  }).detach();
+  return true;
 }
 
 // Ends the process without a word.
@@ -110,10 +138,17 @@ bool callSelf(VSHandle* handle, VSMessage* message, void* uri) {
   return VSMessageReply(handle, message, "{}", nullptr);
 }
 
-const VSMethod kMethods[] = {
-    {"work", work, 0}, {"replyAndDie", replyAndDie, 0}, {"nest", nest, 0},
-    {"die", die, 0},   {"callAndExit", callAndExit, 0}, {"forkAndExit", forkAndExit, 0},
-    {"keep", keep, 0}, {"callSelf", callSelf, 0},       {}};
+const VSMethod kMethods[] = {{"work", work, 0},
+                             {"replyAndDie", replyAndDie, 0},
+                             {"nest", nest, 0},
+                             {"die", die, 0},
+                             {"callAndExit", callAndExit, 0},
+                             {"forkAndExit", forkAndExit, 0},
+                             {"keep", keep, 0},
+                             {"callSelf", callSelf, 0},
+                             {"dieElsewhere", dieElsewhere, 0},
+                             {"answerWhenToldTo", answerWhenToldTo, 0},
+                             {}};
 
 gboolean tick(gpointer data) {
   if (gNested > 0) {

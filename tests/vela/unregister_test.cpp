@@ -159,6 +159,24 @@ TEST_F(VelaTest, UniqueNameIsServedWhileLingering) {
   EXPECT_EQ(result.reply, "late");
 }
 
+TEST_F(VelaTest, LingersUntilTheUniqueNameIsLeftAlone) {
+  serve(kEcho);
+  BusClient client(bus.address());
+  const std::string unique = client.ownerOf(kService);
+  int answered = 0;
+  int calls = 0;
+  std::thread caller([&] {
+    EXPECT_TRUE(client.waitForName(kService, false));
+    const gint64 end = g_get_monotonic_time() + 400 * 1000;
+    for (; g_get_monotonic_time() < end; ++calls) {
+      answered += client.call(unique, "/", kService, "echo", "late").reply == "late" ? 1 : 0;
+    }
+  });
+  EXPECT_TRUE(unregister());
+  caller.join();
+  EXPECT_EQ(answered, calls);
+}
+
 TEST_F(VelaTest, DoesNotWaitForHandlersBelowOnTheStack) {
   static std::vector<std::string> answers;
   const VSMethodFunction outer = [](VSHandle* given, VSMessage* message, void*) {

@@ -1,6 +1,9 @@
 #include "tests/vela/vela_fixture.h"
 
-VelaTest::VelaTest() : loop(g_main_loop_new(nullptr, FALSE)) {
+#include <fstream>
+
+VelaTest::VelaTest(const tarn::test::PrivateBus::Options& options)
+    : bus(options), loop(g_main_loop_new(nullptr, FALSE)) {
   setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
   unsetenv("NOTIFY_SOCKET");
   unsetenv("VELA_NOREPLY");
@@ -63,6 +66,15 @@ void VelaTest::runUntil(const std::function<bool()>& condition) {
   }
   g_source_remove(id);
   EXPECT_TRUE(condition());
+}
+
+std::vector<std::string> linesOf(const std::string& path) {
+  std::vector<std::string> lines;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    lines.push_back(line);
+  }
+  return lines;
 }
 
 bool echo(VSHandle* handle, VSMessage* message, void*) {

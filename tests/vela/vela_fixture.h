@@ -8,6 +8,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/support/private_bus.h"
 #include "vela/vela.h"
@@ -36,7 +37,8 @@ class VelaTest : public testing::Test {
  protected:
   using Result = tarn::test::BusClient::Result;
 
-  VelaTest();
+  VelaTest() : VelaTest(tarn::test::PrivateBus::Options{}) {}
+  explicit VelaTest(const tarn::test::PrivateBus::Options& options);
   ~VelaTest() override;
 
   // Takes the name; the handle is unregistered at the end unless the test did.
@@ -62,6 +64,8 @@ class VelaTest : public testing::Test {
   GMainLoop* loop;
   VSHandle* handle = nullptr;
 };
+
+std::vector<std::string> linesOf(const std::string& path);
 
 // Replies with the payload.
 bool echo(VSHandle* handle, VSMessage* message, void* data);

@@ -81,9 +81,16 @@ VELA_EXPORT bool VSCategorySetData(VSHandle* handle, const char* category, void*
 // ends with EXIT_FAILURE, from the loop.
 VELA_EXPORT bool VSGmainAttach(VSHandle* handle, GMainLoop* loop, VSError* error);
 
-// Gives the name back, answers everything already received, to its end, and closes. No request is
-// lost: what arrives after the name is gone is the next owner's. Messages still referenced by a
+// Gives the name back, sees everything received to its end, and closes. What has begun is waited
+// for; what has not is handed over to the service's next process, which the bus starts if it can:
+// its replies are relayed. Where the bus delivers to nobody, the handlers run here. Returns when all
+// is answered and nobody has called the unique name for 100 ms. Messages still referenced by a
 // handler below this call on the stack are not waited for. The handle is released either way.
+//
+// A process that ends by exit() without this, on any thread, does the same first. The request whose
+// handler called exit() gets NoReply; those that it interrupted are handed over too. When exit() was
+// called on another thread than the loop's, every request with a handler on the stack gets
+// Disconnected.
 VELA_EXPORT bool VSUnregister(VSHandle* handle, VSError* error);
 
 // Calls a method of another service. Never waits: the reply, or the failure of the call, goes to
@@ -101,7 +108,8 @@ VELA_EXPORT void VSMessageUnref(VSMessage* message);
 VELA_EXPORT const char* VSMessageGetPayload(VSMessage* message);
 // The D-Bus error name when the message is a failed call, else NULL. Valid as long as the message.
 VELA_EXPORT const char* VSMessageGetErrorName(VSMessage* message);
-// The unique bus name of who sent the message, "org.freedesktop.DBus" for the bus itself; "" for a
+// The unique bus name of who sent the message, which is the service's last process for a request
+// that was handed over, "org.freedesktop.DBus" for the bus itself; "" for a
 // call that failed before it reached the bus. Valid as long as the message.
 VELA_EXPORT const char* VSMessageGetSender(VSMessage* message);
 // Answers a request, once: a second reply to the same message fails. What is not UTF-8 in the
