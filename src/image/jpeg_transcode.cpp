@@ -7,6 +7,7 @@
 
 #include "src/framework/int32.h"
 #include "src/framework/make_dest_dir.h"
+#include "src/image/regular_file.h"
 
 namespace {
 
@@ -85,7 +86,7 @@ bool JpegTranscode::init() {
 }
 
 bool JpegTranscode::openFiles() {
-  inputStream.reset(fopen(inFile.c_str(), "rb"));
+  inputStream.reset(openRegularFile(inFile.c_str()));
   if (inputStream == nullptr) return fail("Unable to open file");
   inputFileSize = sizeInBytes(inputStream.get());
   rewind(inputStream.get());
@@ -94,7 +95,7 @@ bool JpegTranscode::openFiles() {
   if (!hasName || makeDestDir(outFile.c_str()) != 0) {
     return fail("failed to create output directory");
   }
-  outputStream.reset(fopen(outFile.c_str(), "wb"));
+  outputStream.reset(emptyRegularFile(outFile.c_str(), inputStream.get()));
   return outputStream != nullptr || fail("failed to open output file");
 }
 

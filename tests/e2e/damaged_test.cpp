@@ -75,15 +75,41 @@ TEST_F(DamagedTest, OthersAreServedWhenAFileEndsTheService) {
   }
 }
 
+// Four are being encoded, one inside the other, when a fifth file ends the process.
+TEST_F(DamagedTest, BystandersAreServedByTheNextProcess) {
+  JpegRecipe recipe;
+  recipe.width = 2000;
+  recipe.height = 1500;
+  ASSERT_TRUE(writeBytes(system.files() / "big.jpg", makeJpeg(recipe)));
+  ASSERT_TRUE(writeBytes(in, bytesOf("no picture")));
+  ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+  const pid_t before = system.daemonPid();
+  std::vector<std::shared_ptr<tarn::test::BusClient::Pending>> bystanders;
+  for (int i = 0; i < 4; ++i) {
+    bystanders.push_back(system.start(
+        "resizeImage", resizeRequest(system.files() / "big.jpg",
+                                     system.files() / (std::to_string(i) + ".jpg"), 10000000)));
+  }
+  EXPECT_EQ(kNoReply, system.call("resizeImage", resizeRequest(in, out, 1000)).errorName);
+  const std::string one = system.client().wait(bystanders[0]).reply;
+  EXPECT_THAT(one, testing::StartsWith(R"({"returnValue":true,"xSize":2000,"ySize":1504,)"));
+  const std::string picture = readFile(system.files() / "0.jpg");
+  for (int i = 1; i < 4; ++i) {
+    EXPECT_EQ(one, system.client().wait(bystanders[static_cast<size_t>(i)]).reply);
+    EXPECT_EQ(picture, readFile(system.files() / (std::to_string(i) + ".jpg")));
+  }
+  EXPECT_NE(before, system.daemonPid());
+}
+
 TEST_F(DamagedTest, APictureCutInItsDataIsJudgedByItsSize) {
   const Bytes whole = picture();
   const auto result = resize(Bytes(whole.begin(), whole.end() - 500));
   EXPECT_THAT(result.reply, testing::StartsWith(R"({"returnValue":true,"xSize":320,"ySize":240,)"));
 }
 
-TEST_F(DamagedTest, AFullDiskIsJudgedByWhatIsThere) {
+TEST_F(DamagedTest, ADeviceIsNoOutput) {
   ASSERT_TRUE(writeBytes(in, picture()));
-  EXPECT_EQ(R"({"returnValue":true,"xSize":320,"ySize":240,"ImageSize":0})",
+  EXPECT_EQ(R"({"returnValue":false,"errorText":"failed to open output file"})",
             system.call("resizeImage", resizeRequest(in, "/dev/full", 100000)).reply);
 }
 

@@ -2,6 +2,7 @@
 #include "src/image/jpeg_transcode.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <optional>
 
@@ -189,6 +190,54 @@ TEST_F(JpegTranscodeTest, ReportsWhatKeepsItFromWriting) {
   fs::create_directories(dir / "out/small.jpg");
   plan(JpegResize, R"("size":1000)");
   EXPECT_EQ(failure("failed to open output file"), reply);
+}
+
+TEST_F(JpegTranscodeTest, WhatIsNoRegularFileIsNeitherReadNorWritten) {
+  const std::string input = picture(64, 48);
+  fs::create_directory(dir / "out");
+  ASSERT_EQ(0, mkfifo((dir / "out/small.jpg").c_str(), 0600));
+  plan(JpegResize, R"("size":1000)");
+  EXPECT_EQ(failure("failed to open output file"), reply);
+  EXPECT_TRUE(fs::is_fifo(dir / "out/small.jpg"));
+
+  // A device is opened when somebody follows a link to it.
+  fs::remove(dir / "out/small.jpg");
+  fs::create_symlink("/dev/null", dir / "out/small.jpg");
+  plan(JpegResize, R"("size":1000)");
+  EXPECT_EQ(failure("failed to open output file"), reply);
+
+  fs::remove_all(dir / "out");
+  fs::remove(input);
+  ASSERT_EQ(0, mkfifo(input.c_str(), 0600));
+  plan(JpegResize, R"("size":1000)");
+  EXPECT_EQ(failure("Unable to open file"), reply);
+  fs::remove(input);
+  fs::create_directory(input);
+  plan(JpegResize, R"("size":1000)");
+  EXPECT_EQ(failure("Unable to open file"), reply);
+  EXPECT_FALSE(fs::exists(dir / "out")) << "made before the input was looked at";
+}
+
+TEST_F(JpegTranscodeTest, TheInputIsNeverTheOutput) {
+  const std::string input = picture(64, 48);
+  const auto size = fs::file_size(input);
+  fs::create_directory(dir / "out");
+  const std::string output = dir / "out/small.jpg";
+  fs::create_symlink(input, output);
+  plan(JpegResize, R"("size":1000)");
+  EXPECT_EQ(failure("failed to open output file"), reply);
+
+  fs::remove(output);
+  fs::create_hard_link(input, output);
+  plan(JpegResize, R"("size":1000)");
+  EXPECT_EQ(failure("failed to open output file"), reply);
+  EXPECT_EQ(size, fs::file_size(input));
+
+  // A link that leads to nothing yet is a new name.
+  fs::remove(output);
+  fs::create_symlink(dir / "new.jpg", output);
+  EXPECT_TRUE(plan(JpegResize, R"("size":100000)"));
+  EXPECT_TRUE(fs::exists(dir / "new.jpg"));
 }
 
 TEST_F(JpegTranscodeTest, ReportsAnOutputDirectoryItCannotMake) {
