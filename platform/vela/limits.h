@@ -7,7 +7,8 @@
 
 namespace vela {
 
-constexpr size_t kMaxRequestBytes = size_t{1} << 20;
+// Two paths of 4,096 bytes, every character escaped, are 48 KiB.
+constexpr size_t kMaxRequestBytes = size_t{64} << 10;
 constexpr size_t kMaxReplyBytes = size_t{16} << 20;
 constexpr size_t kMaxWaitingRequests = 4096;
 constexpr size_t kMaxWaitingBytes = size_t{32} << 20;

@@ -128,8 +128,8 @@ TEST_F(VelaTest, BeyondFourThousandAndNinetySixWaitingIsRefusedAtOnce) {
 TEST_F(VelaTest, BeyondThirtyTwoMegabytesWaitingIsRefusedAtOnce) {
   registerService();
   BusClient client(bus.address());
-  const std::string large((1 << 20) - 16, 'x');
-  const auto calls = startMany(client, "echo", 32, large);
+  const std::string large((64 << 10) - 16, 'x');
+  const auto calls = startMany(client, "echo", 512, large);
   EXPECT_FALSE(client.isDone(calls.front()));
   EXPECT_EQ(callService(client, "echo", large).errorName, std::string(kPrefix) + "LimitsExceeded");
   publish(kEcho);
@@ -140,10 +140,10 @@ TEST_F(VelaTest, BeyondThirtyTwoMegabytesWaitingIsRefusedAtOnce) {
   }
 }
 
-TEST_F(VelaTest, RequestOfOneMegabyteIsTheLargest) {
+TEST_F(VelaTest, RequestOfSixtyFourKibibytesIsTheLargest) {
   serve(kEcho);
   during([](BusClient& client) {
-    const std::string largest(1 << 20, 'x');
+    const std::string largest(64 << 10, 'x');
     EXPECT_EQ(callService(client, "echo", largest).reply, largest);
     EXPECT_EQ(callService(client, "echo", largest + "x").errorName,
               std::string(kPrefix) + "LimitsExceeded");
