@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include "client/files/staged_output.h"
 
 #include <gtest/gtest.h>

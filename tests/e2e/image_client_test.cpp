@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 
 #include "tests/e2e/installed_system.h"
 #include "tests/support/jpeg_media.h"

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 
 using tarn::test::BusClient;
 using tarn::test::PrivateBus;

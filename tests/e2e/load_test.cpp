@@ -3,6 +3,7 @@
 
 #include <map>
 #include <mutex>
+#include <sstream>
 #include <thread>
 
 #include "tests/e2e/installed_system.h"

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+
 #include "tests/e2e/movie_facts.h"
 #include "tests/e2e/scripted_ffmpeg.h"
 #include "tests/support/movie_media.h"

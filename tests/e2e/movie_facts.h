@@ -2,8 +2,8 @@
 #ifndef TESTS_E2E_MOVIE_FACTS_H
 #define TESTS_E2E_MOVIE_FACTS_H
 
-#include <algorithm>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 
 #include "tests/e2e/installed_system.h"
@@ -40,15 +40,6 @@ inline std::string movieRequest(const std::string& in, const std::string& out,
                                 const std::string& members = "") {
   return R"({"inFile":")" + in + R"(","outFile":")" + out + "\"" +
          (members.empty() ? "" : "," + members) + "}";
-}
-
-// The names in a folder, hidden ones too, sorted.
-inline std::vector<std::string> namesIn(const std::string& folder) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder))
-    names.push_back(entry.path().filename());
-  std::sort(names.begin(), names.end());
-  return names;
 }
 
 #endif

@@ -2,10 +2,12 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <filesystem>
 
 #include "tests/e2e/movie_facts.h"
 #include "tests/e2e/scripted_ffmpeg.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 

@@ -1,6 +1,8 @@
 // getMovieInfo on real files of every kind that phones and cameras make.
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include "dsjson/dsjson.h"
 #include "tests/e2e/movie_facts.h"
 #include "tests/support/movie_media.h"

@@ -2,12 +2,15 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <filesystem>
 
 #include "tests/e2e/movie_facts.h"
 #include "tests/e2e/power_service.h"
 #include "tests/e2e/scripted_ffmpeg.h"
 #include "tests/support/jpeg_media.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/processes.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -111,17 +114,6 @@ TEST(RealMovieTest, TwoAtOnceComeOutWhole) {
   EXPECT_EQ("", decodingErrors(system.files() / "two.3gp"));
 }
 
-// The command lines of all processes that name something in the folder.
-std::vector<std::string> processesAbout(const std::string& folder) {
-  std::vector<std::string> found;
-  std::error_code ignored;
-  for (const auto& entry : fs::directory_iterator("/proc", ignored)) {
-    const std::string commandLine = readFile(entry.path().string() + "/cmdline");
-    if (commandLine.find(folder + "/") != std::string::npos) found.push_back(commandLine);
-  }
-  return found;
-}
-
 // The bytes that the encoder has written so far, in a folder of its own beside the target.
 uintmax_t bytesUnderWay(const std::string& folder) {
   std::error_code ignored;
@@ -144,11 +136,11 @@ TEST(RealMovieTest, AKilledDaemonTakesItsEncoderAlongAndLeavesTheOldFile) {
       "resizeMovie",
       movieRequest(clip, out, R"("picSize":"1920x1080","videoBitrate":8000000,"audioBitrate":1)"));
   ASSERT_TRUE(waitUntil([&] { return bytesUnderWay(folder) > 0; }));
-  EXPECT_FALSE(processesAbout(folder).empty());
+  EXPECT_FALSE(processesAbout(folder + "/").empty());
   system.endDaemon();
   EXPECT_FALSE(system.client().wait(movie).ok);
-  EXPECT_TRUE(waitUntil([&] { return processesAbout(folder).empty(); }))
-      << testing::PrintToString(processesAbout(folder));
+  EXPECT_TRUE(waitUntil([&] { return processesAbout(folder + "/").empty(); }))
+      << testing::PrintToString(processesAbout(folder + "/"));
   EXPECT_EQ("old", readFile(out));
   EXPECT_THAT(namesIn(folder), testing::ElementsAre("out.mp4"));
 }

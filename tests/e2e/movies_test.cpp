@@ -1,6 +1,8 @@
 // resizeMovie on real files: what comes out is what was asked for, and decodes to its end.
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include "tests/e2e/movie_facts.h"
 #include "tests/support/movie_media.h"
 

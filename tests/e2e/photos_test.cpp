@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <filesystem>
 #include <set>
+#include <sstream>
 
 #include "tests/e2e/installed_system.h"
 #include "tests/support/jpeg_media.h"

@@ -2,6 +2,9 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+#include <sstream>
+
 #include "tests/e2e/installed_system.h"
 #include "tests/support/jpeg_media.h"
 

@@ -2,12 +2,11 @@
 #ifndef TESTS_E2E_SCRIPTED_FFMPEG_H
 #define TESTS_E2E_SCRIPTED_FFMPEG_H
 
-#include <functional>
 #include <string>
 
-#include "tests/support/temp_dir.h"
+#include "tests/support/fake_ffmpeg.h"
 
-class ScriptedFfmpeg {
+class ScriptedFfmpeg : public FakeFfmpeg {
  public:
   // Every encode runs this shell text, with $input, $output and $here, a folder for its files.
   // Every probe finds pictures, and the length that the other text prints.
@@ -16,13 +15,6 @@ class ScriptedFfmpeg {
 
   // The command of a daemon that runs it, with ticks that far apart.
   std::string daemon(int tickMs = 600000) const;
-  const TempDir& here() const { return dir; }
-
- private:
-  TempDir dir;
 };
-
-// Waits until the condition holds, running the default context meanwhile; whether it came to hold.
-bool waitUntil(const std::function<bool()>& condition);
 
 #endif

@@ -10,6 +10,7 @@
 #include "tests/faults/attacks.h"
 #include "tests/ffmpeg/program_run.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -48,20 +49,20 @@ TEST(CageTest, AReaderThatWasTakenOverGetsNowhere) {
 
 TEST(CageTest, AnEncoderThatWasTakenOverGetsNowhere) {
   const LivingVictim prey;
-  const TestFolder folder;
+  const TempDir folder;
   const std::string clip = movieClip(ClipRecipe{});
-  std::filesystem::create_directory(folder.file("programs"));
-  std::filesystem::copy_file(ATTACKER, folder.file("programs/ffmpeg"));
-  const RunResult result = runFfmpeg({"-i", clip, "-y", "-vcodec", "mpeg4", folder.file("out.mp4")},
-                                     {"PATH=" + folder.file("programs"), "ATTACK_INPUT=" + clip,
+  std::filesystem::create_directory(folder / "programs");
+  std::filesystem::copy_file(ATTACKER, folder / "programs/ffmpeg");
+  const RunResult result = runFfmpeg({"-i", clip, "-y", "-vcodec", "mpeg4", folder / "out.mp4"},
+                                     {"PATH=" + folder / "programs", "ATTACK_INPUT=" + clip,
                                       "ATTACK_FOLDER=" + prey.victim().folder,
                                       "ATTACK_PROCESS=" + std::to_string(prey.victim().process)});
   EXPECT_THAT(result.err, HasSubstr("reads the input\nwrites the output\nstarts a thread\n"));
   EXPECT_THAT(result.err, HasSubstr("tried "));
   EXPECT_THAT(result.err, Not(HasSubstr("ALLOWED")));
   EXPECT_TRUE(prey.isUnharmed());
-  std::filesystem::remove_all(folder.file("programs"));
-  EXPECT_THAT(folder.names(), testing::IsEmpty());
+  std::filesystem::remove_all(folder / "programs");
+  EXPECT_THAT(namesIn(folder.path()), testing::IsEmpty());
 }
 
 TEST(CageTest, AReaderThatDoesNotEndIsEnded) {

@@ -8,9 +8,11 @@
 #include <filesystem>
 #include <random>
 
-#include "tests/faults/strays.h"
 #include "tests/ffmpeg/program_run.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/processes.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -21,9 +23,9 @@ const int kRounds = 12;
 class KilledTest : public testing::Test {
  protected:
   KilledTest() {
-    std::filesystem::create_directory(folder.file("o"));
-    std::filesystem::create_directory(folder.file("run"));
-    writeText(out, "the old file");
+    std::filesystem::create_directory(folder / "o");
+    std::filesystem::create_directory(folder / "run");
+    writeFile(out, "the old file");
   }
 
   std::vector<std::string> arguments() const {
@@ -31,34 +33,31 @@ class KilledTest : public testing::Test {
   }
 
   void expectNothingStray() {
-    EXPECT_TRUE(comesTrueWithin(2000,
-                                [&] {
-                                  return processesAbout(folder.path()).empty() &&
-                                         namesIn(folder.file("o")).size() == 1 &&
-                                         namesIn(folder.file("run/tarn-transcode")).size() <= 1;
-                                }))
-        << testing::PrintToString(namesIn(folder.file("o")))
-        << testing::PrintToString(namesIn(folder.file("run/tarn-transcode")))
+    EXPECT_TRUE(waitUntil([&] {
+      return processesAbout(folder.path()).empty() && namesIn(folder / "o").size() == 1 &&
+             namesIn(folder / "run/tarn-transcode").size() <= 1;
+    })) << testing::PrintToString(namesIn(folder / "o"))
+        << testing::PrintToString(namesIn(folder / "run/tarn-transcode"))
         << testing::PrintToString(processesAbout(folder.path()));
-    EXPECT_THAT(namesIn(folder.file("o")), ElementsAre("out.mp4"));
+    EXPECT_THAT(namesIn(folder / "o"), ElementsAre("out.mp4"));
   }
 
-  const TestFolder folder;
+  const TempDir folder;
   const std::string clip = movieClip({.seconds = 8, .size = "320x240"});
-  const std::string out = folder.file("o/out.mp4");
-  const std::string runtime = "XDG_RUNTIME_DIR=" + folder.file("run");
+  const std::string out = folder / "o/out.mp4";
+  const std::string runtime = "XDG_RUNTIME_DIR=" + folder / "run";
   std::mt19937 random{7};
 };
 
 TEST_F(KilledTest, TheProgramAtAnyMoment) {
   for (int round = 0; round < kRounds; ++round) {
-    writeText(out, "the old file");
+    writeFile(out, "the old file");
     StartedProgram program(arguments(), {runtime});
     poll(nullptr, 0, static_cast<int>(random() % 400));
     kill(program.pid(), SIGKILL);
     const RunResult result = program.wait();
     expectNothingStray();
-    if (result.signal == SIGKILL && readText(out) != "the old file") {
+    if (result.signal == SIGKILL && readFile(out) != "the old file") {
       EXPECT_EQ(decodingErrors(out), "");
     }
   }
@@ -67,8 +66,8 @@ TEST_F(KilledTest, TheProgramAtAnyMoment) {
 TEST_F(KilledTest, TheEncoder) {
   StartedProgram program(arguments(), {runtime});
   std::vector<pid_t> encoders;
-  ASSERT_TRUE(comesTrueWithin(10000, [&] {
-    encoders = processesAbout(folder.file("o/.tarn-ffmpeg"));
+  ASSERT_TRUE(waitUntil([&] {
+    encoders = processesAbout(folder / "o/.tarn-ffmpeg");
     return !encoders.empty();
   }));
   kill(encoders.front(), SIGKILL);
@@ -76,13 +75,13 @@ TEST_F(KilledTest, TheEncoder) {
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_THAT(result.err, testing::HasSubstr("the encoder died of signal 9 (Killed)\n"));
   expectNothingStray();
-  EXPECT_EQ(readText(out), "the old file");
+  EXPECT_EQ(readFile(out), "the old file");
 }
 
 TEST_F(KilledTest, TheJanitor) {
   StartedProgram program(arguments(), {runtime});
   std::vector<pid_t> janitors;
-  ASSERT_TRUE(comesTrueWithin(10000, [&] {
+  ASSERT_TRUE(waitUntil([&] {
     janitors = processesNamed("ffmpeg-janitor", folder.path());
     return !janitors.empty();
   }));
@@ -95,8 +94,7 @@ TEST_F(KilledTest, TheJanitor) {
 // Whoever waits for the end of our standard error must not wait for the janitor.
 TEST_F(KilledTest, ItsCallerIsToldAtOnce) {
   StartedProgram program(arguments(), {runtime});
-  ASSERT_TRUE(comesTrueWithin(
-      10000, [&] { return !processesNamed("ffmpeg-janitor", folder.path()).empty(); }));
+  ASSERT_TRUE(waitUntil([&] { return !processesNamed("ffmpeg-janitor", folder.path()).empty(); }));
   kill(program.pid(), SIGKILL);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(program.wait().signal, SIGKILL);
@@ -119,12 +117,11 @@ TEST_F(KilledTest, TheCallerOfTheSecondPass) {
     program.wait();
     _exit(0);
   }
-  EXPECT_TRUE(comesTrueWithin(
-      10000, [&] { return !processesAbout(folder.file("o/.tarn-ffmpeg")).empty(); }));
+  EXPECT_TRUE(waitUntil([&] { return !processesAbout(folder / "o/.tarn-ffmpeg").empty(); }));
   kill(caller, SIGKILL);
   waitpid(caller, nullptr, 0);
   expectNothingStray();
-  EXPECT_EQ(readText(out), "the old file");
+  EXPECT_EQ(readFile(out), "the old file");
 }
 
 }  // namespace

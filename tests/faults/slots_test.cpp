@@ -12,18 +12,19 @@
 #include <thread>
 
 #include "platform/ffmpeg/process/encode_slots.h"
-#include "tests/faults/strays.h"
 #include "tests/ffmpeg/program_run.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
 const unsigned kSlots = std::max(1U, std::thread::hardware_concurrency());
 
 // The number of the last ticket that anybody took.
-int64_t lastTicket(const TestFolder& folder) {
+int64_t lastTicket(const TempDir& folder) {
   int64_t number = 0;
-  std::ifstream file(folder.file("slots"), std::ios::binary);
+  std::ifstream file(folder / "slots", std::ios::binary);
   file.read(reinterpret_cast<char*>(&number), sizeof(number));
   return file ? number : 0;
 }
@@ -32,7 +33,7 @@ int64_t lastTicket(const TestFolder& folder) {
 class Holder {
  public:
   // Returns when it stands in the queue.
-  explicit Holder(const TestFolder& folder, int64_t bytes = 1) {
+  explicit Holder(const TempDir& folder, int64_t bytes = 1) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) abort();
     const int64_t before = lastTicket(folder);
@@ -48,7 +49,7 @@ class Holder {
     close(ends[1]);
     begun = ends[0];
     fcntl(begun, F_SETFL, O_NONBLOCK);
-    EXPECT_TRUE(comesTrueWithin(10000, [&] { return lastTicket(folder) != before; }));
+    EXPECT_TRUE(waitUntil([&] { return lastTicket(folder) != before; }));
   }
   ~Holder() {
     end();
@@ -68,7 +69,7 @@ class Holder {
     return read(begun, &memoryBytes, sizeof(memoryBytes)) == sizeof(memoryBytes);
   }
   bool begins() {
-    return comesTrueWithin(2000, [&] { return hasBegun(); });
+    return waitUntil([&] { return hasBegun(); });
   }
   int64_t memory() const { return memoryBytes; }
 
@@ -89,7 +90,7 @@ class SlotsTest : public testing::Test {
       waiting.push_back(std::make_unique<Holder>(folder));
     }
   }
-  const TestFolder folder;
+  const TempDir folder;
   std::vector<std::unique_ptr<Holder>> running;
   std::vector<std::unique_ptr<Holder>> waiting;
 };
@@ -115,7 +116,7 @@ TEST_F(SlotsTest, ADeadOneInTheQueueHoldsNobodyUp) {
 }
 
 TEST(SlotsMemoryTest, TogetherNobodyGetsMoreThanThereIs) {
-  const TestFolder folder;
+  const TempDir folder;
   Holder small(folder);
   ASSERT_TRUE(small.begins());
   Holder large(folder, 2 * EncodeSlots::kAllBytes);
@@ -143,26 +144,28 @@ TEST(SlotsMemoryTest, WithoutAFolderNobodyWaits) {
 }
 
 TEST(SlotsMemoryTest, ManyMoviesAtOnceRunAFewAtATime) {
-  const TestFolder folder;
-  std::filesystem::create_directory(folder.file("run"));
-  std::filesystem::create_directory(folder.file("o"));
+  const TempDir folder;
+  std::filesystem::create_directory(folder / "run");
+  std::filesystem::create_directory(folder / "o");
   const std::string clip = movieClip(ClipRecipe{});
   std::vector<std::unique_ptr<StartedProgram>> programs;
   const unsigned count = 3 * kSlots;
   for (unsigned i = 0; i < count; ++i) {
-    const std::string out = folder.file("o/" + std::to_string(i) + ".mp4");
+    const std::string out = folder / ("o/" + std::to_string(i) + ".mp4");
     const std::vector<std::string> words = {"-i", clip, "-y", "-vcodec", "mpeg4", out};
     programs.push_back(std::make_unique<StartedProgram>(
-        words, std::vector<std::string>{"XDG_RUNTIME_DIR=" + folder.file("run")}));
+        words, std::vector<std::string>{"XDG_RUNTIME_DIR=" + folder / "run"}));
   }
   size_t most = 0;
-  EXPECT_TRUE(comesTrueWithin(60000, [&] {
-    const std::vector<std::string> names = namesIn(folder.file("o"));
-    const auto hidden = static_cast<size_t>(std::count_if(
-        names.begin(), names.end(), [](const std::string& name) { return name[0] == '.'; }));
-    most = std::max(most, hidden);
-    return hidden == 0 && names.size() == count;
-  }));
+  EXPECT_TRUE(waitUntil(
+      [&] {
+        const std::vector<std::string> names = namesIn(folder / "o");
+        const auto hidden = static_cast<size_t>(std::count_if(
+            names.begin(), names.end(), [](const std::string& name) { return name[0] == '.'; }));
+        most = std::max(most, hidden);
+        return hidden == 0 && names.size() == count;
+      },
+      std::chrono::seconds(60)));
   EXPECT_LE(most, kSlots);
   EXPECT_GE(most, 1U);
   for (const auto& program : programs) {

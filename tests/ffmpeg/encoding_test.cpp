@@ -9,6 +9,7 @@
 #include "platform/ffmpeg/probe/movie_probe.h"
 #include "tests/ffmpeg/program_run.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -27,18 +28,18 @@ class EncodingTest : public testing::Test {
   MediaFacts encode(const std::string& input, std::vector<std::string> words,
                     const std::string& name = "out.mp4") {
     words.insert(words.begin(), {"-i", input, "-y"});
-    words.push_back(folder.file(name));
+    words.push_back(folder / name);
     const RunResult run = runFfmpeg(words);
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.err, "");
     if (run.exitCode != 0) return {};
-    EXPECT_EQ(decodingErrors(folder.file(name)), "");
-    EXPECT_THAT(folder.names(), ElementsAre(name));
-    return factsOf(folder.file(name));
+    EXPECT_EQ(decodingErrors(folder / name), "");
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre(name));
+    return factsOf(folder / name);
   }
 
-  TestFolder folder;
+  TempDir folder;
 };
 
 const std::vector<std::string> kPlain = {"-vcodec", "mpeg4",   "-b",  "300k",
@@ -106,7 +107,7 @@ TEST_F(EncodingTest, H263WithEitherSoundIn3gp) {
   EXPECT_NEAR(out.video->averageRate.value(), 15, 0.01);
   EXPECT_EQ(out.audio[0].codec, "amr_nb");
   EXPECT_EQ(out.audio[0].sampleRateHz, 8000);
-  std::filesystem::remove(folder.file("a.3gp"));
+  std::filesystem::remove(folder / "a.3gp");
 
   out = encode(clip,
                {"-vcodec", "h263", "-b", "400k", "-acodec", "libfaac", "-ab", "32000", "-ar",
@@ -137,7 +138,7 @@ std::string whiteClip(const std::string& name, const std::string& size) {
 
 TEST_F(EncodingTest, H263KeepsTheShapeWithBlackBars) {
   encode(whiteClip("wide.mp4", "320x180"), {"-vcodec", "h263", "-b", "400k", "-an"}, "a.3gp");
-  const std::string out = folder.file("a.3gp");
+  const std::string out = folder / "a.3gp";
   // 352×198 in the middle of 352×288.
   EXPECT_LT(brightness(out, 176, 20), 40);
   EXPECT_GT(brightness(out, 176, 60), 200);
@@ -149,8 +150,8 @@ TEST_F(EncodingTest, H263KeepsTheShapeOfOblongPixels) {
   const std::string clip = movieClip("oblong.mp4", {"-i", whiteClip("oblong-base.mp4", "180x180"),
                                                     "-vf", "setsar=16/9", "-c:v", "libx264"});
   encode(clip, {"-vcodec", "h263", "-b", "400k", "-an"}, "a.3gp");
-  EXPECT_LT(brightness(folder.file("a.3gp"), 176, 20), 40);
-  EXPECT_GT(brightness(folder.file("a.3gp"), 4, 144), 200);
+  EXPECT_LT(brightness(folder / "a.3gp", 176, 20), 40);
+  EXPECT_GT(brightness(folder / "a.3gp", 4, 144), 200);
 }
 
 TEST_F(EncodingTest, RotatedClipsComeOutUpright) {
@@ -193,10 +194,10 @@ TEST_F(EncodingTest, TheClipBeginsWithTheAskedFrame) {
                    "lavfi", "-i", "color=white:size=64x64:rate=25:duration=1", "-filter_complex",
                    "[0][1]concat=n=2", "-c:v", "libx264", "-g", "100", "-pix_fmt", "yuv420p"});
   encode(clip, {"-vcodec", "mpeg4", "-ss", "1.160000"}, "before.mp4");
-  EXPECT_LT(brightness(folder.file("before.mp4"), 30, 30), 60);
-  std::filesystem::remove(folder.file("before.mp4"));
+  EXPECT_LT(brightness(folder / "before.mp4", 30, 30), 60);
+  std::filesystem::remove(folder / "before.mp4");
   encode(clip, {"-vcodec", "mpeg4", "-ss", "1.200000"}, "after.mp4");
-  EXPECT_GT(brightness(folder.file("after.mp4"), 30, 30), 200);
+  EXPECT_GT(brightness(folder / "after.mp4", 30, 30), 200);
 }
 
 TEST_F(EncodingTest, CopiedStreams) {
@@ -237,10 +238,10 @@ TEST_F(EncodingTest, NamesThatMeanSomethingElsewhere) {
   for (const char* name :
        {"a:b.mp4", "50%d.mp4", "$x 'q' \"q\".mp4", "-dash.mp4", "\xc3\xa9.mp4"}) {
     EXPECT_TRUE(encode(clip, {"-vcodec", "mpeg4", "-an"}, name).video) << name;
-    const TestFolder other;
-    std::filesystem::rename(folder.file(name), other.file(name));
-    EXPECT_TRUE(encode(other.file(name), {"-vcodec", "mpeg4", "-an"}, name).video) << name;
-    std::filesystem::remove(folder.file(name));
+    const TempDir other;
+    std::filesystem::rename(folder / name, other / name);
+    EXPECT_TRUE(encode(other / name, {"-vcodec", "mpeg4", "-an"}, name).video) << name;
+    std::filesystem::remove(folder / name);
   }
 }
 
@@ -248,7 +249,7 @@ class TwoPassTest : public EncodingTest, public testing::WithParamInterface<cons
 
 TEST_P(TwoPassTest, LogsWhereTheCallerRemovesThem) {
   const std::string clip = movieClip({.size = "320x240"});
-  const std::string out = folder.file("out.mp4");
+  const std::string out = folder / "out.mp4";
   const RunResult first = runFfmpeg({"-i", clip, "-y", "-vcodec", GetParam(), "-b", "500k", "-pass",
                                      "1", "-passlogfile", out, "-an", "-f", "mp4", "/dev/null"});
   ASSERT_EQ(first.exitCode, 0) << first.err;
@@ -260,7 +261,7 @@ TEST_P(TwoPassTest, LogsWhereTheCallerRemovesThem) {
   for (int i = 0; i < 10; ++i) {
     std::filesystem::remove(out + "-" + std::to_string(i) + ".log");
   }
-  EXPECT_THAT(folder.names(), ElementsAre("out.mp4"));
+  EXPECT_THAT(namesIn(folder.path()), ElementsAre("out.mp4"));
   EXPECT_EQ(decodingErrors(out), "");
   const MediaFacts facts = factsOf(out);
   ASSERT_TRUE(facts.video && facts.audio.size() == 1);
@@ -270,7 +271,7 @@ TEST_P(TwoPassTest, LogsWhereTheCallerRemovesThem) {
 INSTANTIATE_TEST_SUITE_P(Codecs, TwoPassTest, testing::Values("mpeg4", "libx264"));
 
 TEST_F(EncodingTest, TwoPassesOfACopyNeedNoLog) {
-  const std::string out = folder.file("out.mp4");
+  const std::string out = folder / "out.mp4";
   const std::string clip = movieClip(ClipRecipe{});
   EXPECT_EQ(runFfmpeg({"-i", clip, "-y", "-vcodec", "copy", "-pass", "1", "-passlogfile", out,
                        "-an", "-f", "mp4", "/dev/null"})

@@ -1,13 +1,13 @@
 // Encodes that cannot succeed: exit 1, a clear line, the old file as it was, nothing left behind.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 #include "tests/ffmpeg/program_run.h"
+#include "tests/support/fake_ffmpeg.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ using testing::HasSubstr;
 
 class FailureTest : public testing::Test {
  protected:
-  FailureTest() { writeText(out, "the old file"); }
+  FailureTest() { writeFile(out, "the old file"); }
 
   RunResult run(const std::string& input, std::vector<std::string> words,
                 const std::vector<std::string>& environment = {}) {
@@ -30,19 +30,18 @@ class FailureTest : public testing::Test {
     EXPECT_EQ(result.out, "");
     EXPECT_THAT(result.err, HasSubstr(words));
     EXPECT_THAT(result.err, testing::Not(HasSubstr(".tarn-ffmpeg")));
-    EXPECT_EQ(readText(out), "the old file");
-    std::filesystem::remove_all(folder.file("programs"));
-    EXPECT_THAT(folder.names(), ElementsAre("out.mp4"));
+    EXPECT_EQ(readFile(out), "the old file");
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("out.mp4"));
   }
 
   RunResult runFake(const std::string& script, std::vector<std::string> words,
-                    std::vector<std::string> environment = {}) {
-    environment.push_back(pathWithFakeFfmpeg(folder, script));
+                    const std::vector<std::string>& environment = {}) {
+    const FakeFfmpeg fake(script);
     return run(movieClip(ClipRecipe{}), std::move(words), environment);
   }
 
-  TestFolder folder;
-  const std::string out = folder.file("out.mp4");
+  TempDir folder;
+  const std::string out = folder / "out.mp4";
 };
 
 const std::vector<std::string> kPlain = {"-vcodec", "mpeg4", "-acodec", "libfaac"};
@@ -70,7 +69,7 @@ TEST_F(FailureTest, StartBeyondTheEnd) {
 }
 
 TEST_F(FailureTest, InputCutShort) {
-  const std::string whole = readText(movieClip({.name = "t.mkv", .seconds = 8}));
+  const std::string whole = readFile(movieClip({.name = "t.mkv", .seconds = 8}));
   const std::string half = textFile("half.mkv", whole.substr(0, whole.size() / 2));
   expectFailure(run(half, kPlain), "could be read: the input is damaged or cut short\n");
 }
@@ -83,18 +82,18 @@ TEST_F(FailureTest, NoSuchFolder) {
 }
 
 TEST_F(FailureTest, OutputThatIsNoFile) {
-  std::filesystem::create_directory(folder.file("d.mp4"));
+  std::filesystem::create_directory(folder / "d.mp4");
   const RunResult result =
-      runFfmpeg({"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", folder.file("d.mp4")});
+      runFfmpeg({"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", folder / "d.mp4"});
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_THAT(result.err, HasSubstr("d.mp4: not a regular file\n"));
 }
 
 TEST_F(FailureTest, OutputThatIsTheInput) {
-  std::filesystem::copy_file(movieClip(ClipRecipe{}), folder.file("clip.mp4"));
-  std::filesystem::create_symlink(folder.file("clip.mp4"), folder.file("link.mp4"));
+  std::filesystem::copy_file(movieClip(ClipRecipe{}), folder / "clip.mp4");
+  std::filesystem::create_symlink(folder / "clip.mp4", folder / "link.mp4");
   const RunResult result =
-      runFfmpeg({"-i", folder.file("clip.mp4"), "-y", "-vcodec", "mpeg4", folder.file("link.mp4")});
+      runFfmpeg({"-i", folder / "clip.mp4", "-y", "-vcodec", "mpeg4", folder / "link.mp4"});
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_THAT(result.err, HasSubstr("the output is the input\n"));
 }
@@ -122,7 +121,7 @@ TEST_F(FailureTest, EncoderThatDiesOfASignal) {
 }
 
 TEST_F(FailureTest, AbortInTheSecondPassMeansTooLowABitrate) {
-  writeText(out + "-0.log", "");
+  writeFile(out + "-0.log", "");
   const RunResult result =
       runFake("kill -ABRT $$\n", {"-vcodec", "mpeg4", "-pass", "2", "-passlogfile", out});
   std::filesystem::remove(out + "-0.log");
@@ -164,23 +163,22 @@ TEST_F(FailureTest, NoEncoderAtAll) {
 // A file system of 200 kB that goes with the last process in it; null where that is not allowed.
 TEST_F(FailureTest, FullDisk) {
   const std::string clip = movieClip({.seconds = 4, .size = "320x240"});
-  const std::string script = folder.file("full.sh");
-  writeText(script, "mount -t tmpfs -o size=200k tmpfs '" + folder.file("small") +
+  const std::string script = folder / "full.sh";
+  writeFile(script, "mount -t tmpfs -o size=200k tmpfs '" + folder / "small" +
                         "' || exit 99\n"
                         "echo old > '" +
-                        folder.file("small/out.mp4") + "'\n'" FFMPEG_UNDER_TEST "' -i '" + clip +
-                        "' -y -vcodec mpeg4 -b 4000k -acodec libfaac '" +
-                        folder.file("small/out.mp4") + "' 2> '" + folder.file("err") +
-                        "'\necho $? > '" + folder.file("code") + "'\nls -A '" +
-                        folder.file("small") + "' > '" + folder.file("names") + "'\ncat '" +
-                        folder.file("small/out.mp4") + "' >> '" + folder.file("names") + "'\n");
-  std::filesystem::create_directory(folder.file("small"));
+                        folder / "small/out.mp4" + "'\n'" FFMPEG_UNDER_TEST "' -i '" + clip +
+                        "' -y -vcodec mpeg4 -b 4000k -acodec libfaac '" + folder / "small/out.mp4" +
+                        "' 2> '" + folder / "err" + "'\necho $? > '" + folder / "code" +
+                        "'\nls -A '" + folder / "small" + "' > '" + folder / "names" + "'\ncat '" +
+                        folder / "small/out.mp4" + "' >> '" + folder / "names" + "'\n");
+  std::filesystem::create_directory(folder / "small");
   const std::string command = "unshare --user --map-root-user --mount sh '" + script + "'";
   const int status = system(command.c_str());
   if (status != 0) GTEST_SKIP() << "this machine allows no mount of our own";
-  EXPECT_EQ(readText(folder.file("code")), "1\n");
-  EXPECT_THAT(readText(folder.file("err")), HasSubstr("No space left on device"));
-  EXPECT_EQ(readText(folder.file("names")), "out.mp4\nold\n");
+  EXPECT_EQ(readFile(folder / "code"), "1\n");
+  EXPECT_THAT(readFile(folder / "err"), HasSubstr("No space left on device"));
+  EXPECT_EQ(readFile(folder / "names"), "out.mp4\nold\n");
 }
 
 }  // namespace

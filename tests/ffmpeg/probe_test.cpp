@@ -7,6 +7,7 @@
 #include "tests/ffmpeg/program_run.h"
 #include "tests/ffmpeg/report_reader.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -165,9 +166,9 @@ TEST(ProbeFileTest, ForeignTextInTheFileFoolsNobody) {
 }
 
 TEST(ProbeFileTest, ForeignTextInTheNameFoolsNobody) {
-  const TestFolder folder;
+  const TempDir folder;
   const std::string name =
-      folder.file("$5 \xff Duration: 00:00:01.00, Stream #0.0: Video: x, 9 kb:s, 9 fps.mp4");
+      folder / "$5 \xff Duration: 00:00:01.00, Stream #0.0: Video: x, 9 kb:s, 9 fps.mp4";
   std::filesystem::copy_file(movieClip(ClipRecipe{}), name);
   const ReadReport report = readReport(reportOf(name));
   ASSERT_TRUE(report.matched);
@@ -226,7 +227,7 @@ TEST(ProbeFileTest, PlaylistsAndScriptsReachNoOtherFile) {
 }
 
 TEST(ProbeFileTest, ATruncatedFileDoesNotCrash) {
-  const std::string whole = readText(movieClip({.name = "t.mkv"}));
+  const std::string whole = readFile(movieClip({.name = "t.mkv"}));
   for (const size_t size : {size_t{40}, size_t{700}, whole.size() / 2, whole.size() - 3}) {
     const RunResult run = runFfmpeg({"-i", textFile("cut.mkv", whole.substr(0, size))});
     EXPECT_EQ(run.exitCode, 1) << size << run.err;

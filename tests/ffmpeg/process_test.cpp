@@ -17,7 +17,10 @@
 #include "platform/ffmpeg/process/process_setup.h"
 #include "platform/ffmpeg/process/sandbox.h"
 #include "tests/ffmpeg/program_run.h"
+#include "tests/support/fake_ffmpeg.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -28,8 +31,8 @@ using testing::IsEmpty;
 class LongEncode {
  public:
   LongEncode()
-      : program({"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", folder.file("o/out.mp4")},
-                {pathWithFakeFfmpeg(folder, script()), "XDG_RUNTIME_DIR=" + makeFolders()}) {}
+      : program({"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", folder / "o/out.mp4"},
+                {"XDG_RUNTIME_DIR=" + makeFolders()}) {}
 
   // The fake can write in the hidden folder only, whose name it gets with its last argument.
   static std::string script() {
@@ -39,34 +42,29 @@ class LongEncode {
            "exec sleep 1000\n";
   }
   std::string makeFolders() const {
-    std::filesystem::create_directory(folder.file("o"));
-    std::filesystem::create_directory(folder.file("run"));
-    return folder.file("run");
+    std::filesystem::create_directory(folder / "o");
+    std::filesystem::create_directory(folder / "run");
+    return folder / "run";
   }
   // Waits for the fake's process id; 0 when it does not come.
   pid_t encoder() {
     pid_t pid = 0;
     waitUntil([&] {
-      for (const auto& entry : std::filesystem::directory_iterator(folder.file("o"))) {
+      for (const auto& entry : std::filesystem::directory_iterator(folder / "o")) {
         pid =
-            static_cast<pid_t>(strtol(readText(entry.path() / "output.pid").c_str(), nullptr, 10));
+            static_cast<pid_t>(strtol(readFile(entry.path() / "output.pid").c_str(), nullptr, 10));
       }
       return pid != 0;
     });
     return pid;
   }
-  std::vector<std::string> left() const {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.file("o"))) {
-      names.push_back(entry.path().filename());
-    }
-    return names;
-  }
+  std::vector<std::string> left() const { return namesIn(folder / "o"); }
   std::string progressFile() const {
-    return folder.file("run/tarn-transcode/" + sha256Hex(folder.file("o/out.mp4")) + ".progress");
+    return folder / ("run/tarn-transcode/" + sha256Hex(folder / "o/out.mp4") + ".progress");
   }
 
-  TestFolder folder;
+  const FakeFfmpeg fake{script()};
+  TempDir folder;
   StartedProgram program;
 };
 
@@ -78,9 +76,9 @@ TEST(ProcessTest, ProgressIsVisibleWhileItRuns) {
   LongEncode encode;
   ASSERT_NE(encode.encoder(), 0);
   EXPECT_TRUE(waitUntil([&] {
-    return readText(encode.progressFile()) ==
+    return readFile(encode.progressFile()) ==
            "{\"pass\":1,\"passes\":1,\"position\":1500,\"duration\":2000}\n";
-  })) << readText(encode.progressFile());
+  })) << readFile(encode.progressFile());
   kill(encode.program.pid(), SIGTERM);
   encode.program.wait();
   EXPECT_FALSE(std::filesystem::exists(encode.progressFile()));
@@ -115,16 +113,15 @@ TEST(ProcessTest, KilledItTakesTheEncoderAlongAndLeavesNothing) {
 TEST(ProcessTest, WhenItsParentDiesNothingIsLeft) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  TestFolder folder;
-  std::filesystem::create_directory(folder.file("o"));
-  const std::string path = pathWithFakeFfmpeg(folder, LongEncode::script());
+  TempDir folder;
+  std::filesystem::create_directory(folder / "o");
+  const FakeFfmpeg fake(LongEncode::script());
   const std::string clip = movieClip(ClipRecipe{});
   // Orphans come to us, so that their end can be told from their absence.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t parent = fork();
   if (parent == 0) {
-    StartedProgram program({"-i", clip, "-y", "-vcodec", "mpeg4", folder.file("o/out.mp4")},
-                           {path});
+    StartedProgram program({"-i", clip, "-y", "-vcodec", "mpeg4", folder / "o/out.mp4"});
     const pid_t pid = program.pid();
     if (write(ends[1], &pid, sizeof(pid)) != sizeof(pid)) _exit(1);
     program.wait();
@@ -133,8 +130,8 @@ TEST(ProcessTest, WhenItsParentDiesNothingIsLeft) {
   pid_t pid = 0;
   ASSERT_EQ(read(ends[0], &pid, sizeof(pid)), static_cast<ssize_t>(sizeof(pid)));
   const auto hasStarted = [&] {
-    for (const auto& entry : std::filesystem::directory_iterator(folder.file("o"))) {
-      if (!readText(entry.path() / "output.pid").empty()) return true;
+    for (const auto& entry : std::filesystem::directory_iterator(folder / "o")) {
+      if (!readFile(entry.path() / "output.pid").empty()) return true;
     }
     return false;
   };
@@ -144,7 +141,7 @@ TEST(ProcessTest, WhenItsParentDiesNothingIsLeft) {
   int status = 0;
   EXPECT_EQ(waitpid(pid, &status, 0), pid);
   EXPECT_TRUE(WIFSIGNALED(status));
-  EXPECT_TRUE(std::filesystem::is_empty(folder.file("o")));
+  EXPECT_TRUE(std::filesystem::is_empty(folder / "o"));
   prctl(PR_SET_CHILD_SUBREAPER, 0);
   close(ends[0]);
   close(ends[1]);
@@ -152,13 +149,9 @@ TEST(ProcessTest, WhenItsParentDiesNothingIsLeft) {
 
 // What the encoder finds, told by a fake one; it may write in the hidden folder only, and its
 // standard error comes to us.
-std::string toldByEncoder(const std::string& script, const TestFolder& folder,
-                          const std::vector<std::string>& more = {}) {
-  std::vector<std::string> environment = more;
-  environment.push_back(pathWithFakeFfmpeg(folder, script + "\nexit 1\n"));
-  return runFfmpeg(
-             {"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", folder.file("out.mp4")},
-             environment)
+std::string toldByEncoder(const std::string& script, const TempDir& folder) {
+  const FakeFfmpeg fake(script + "\nexit 1\n");
+  return runFfmpeg({"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", folder / "out.mp4"})
       .err;
 }
 
@@ -174,7 +167,7 @@ TEST(ProcessTest, DescriptorsOfOthersAreClosed) {
 }
 
 TEST(ProcessTest, TheEncoderHasNoInputAndTheDefaultSignals) {
-  const TestFolder folder;
+  const TempDir folder;
   const std::string told = toldByEncoder(
       "read -r line || echo no input >&2\n"
       "kill -PIPE $$\n"
@@ -185,14 +178,14 @@ TEST(ProcessTest, TheEncoderHasNoInputAndTheDefaultSignals) {
 }
 
 TEST(ProcessTest, TheEncoderReadsAndWritesOnlyWhatItMust) {
-  const TestFolder folder;
-  const std::string secret = folder.file("secret");
-  writeText(secret, "secret words");
+  const TempDir folder;
+  const std::string secret = folder / "secret";
+  writeFile(secret, "secret words");
   const std::string told =
       toldByEncoder("cat '" + secret +
                         "' >&2\n"
                         "echo x > '" +
-                        folder.file("elsewhere") +
+                        folder / "elsewhere" +
                         "'\n"
                         "for last; do :; done\n"
                         "echo x > \"${last#file:}\" && echo wrote the output >&2\n"
@@ -202,7 +195,7 @@ TEST(ProcessTest, TheEncoderReadsAndWritesOnlyWhatItMust) {
   EXPECT_THAT(told, HasSubstr("wrote the output\n"));
   EXPECT_THAT(told, HasSubstr("read the input\n"));
   EXPECT_THAT(told, testing::Not(HasSubstr("secret words")));
-  EXPECT_FALSE(std::filesystem::exists(folder.file("elsewhere")));
+  EXPECT_FALSE(std::filesystem::exists(folder / "elsewhere"));
 }
 
 // The outcome of `act` in a process that has entered `sandbox`.
@@ -222,17 +215,17 @@ TEST(SandboxTest, NoSockets) {
 }
 
 TEST(SandboxTest, FilesOnlyAsAllowed) {
-  const TestFolder folder;
-  std::filesystem::create_directory(folder.file("in"));
-  std::filesystem::create_directory(folder.file("work"));
-  writeText(folder.file("in/one"), "1");
-  writeText(folder.file("in/two"), "2");
+  const TempDir folder;
+  std::filesystem::create_directory(folder / "in");
+  std::filesystem::create_directory(folder / "work");
+  writeFile(folder / "in/one", "1");
+  writeFile(folder / "in/two", "2");
   Sandbox sandbox;
-  sandbox.mayRead(folder.file("in/one"));
-  sandbox.mayChange(folder.file("work"));
+  sandbox.mayRead(folder / "in/one");
+  sandbox.mayChange(folder / "work");
   const auto opens = [&](const std::string& name, int flags) {
     return outcomeIn(sandbox, [&] {
-      return open(folder.file(name).c_str(), flags | O_CLOEXEC, 0600) < 0 ? errno : 0;
+      return open((folder / name).c_str(), flags | O_CLOEXEC, 0600) < 0 ? errno : 0;
     });
   };
   EXPECT_EQ(opens("in/one", O_RDONLY), 0);

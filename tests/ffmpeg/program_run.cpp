@@ -1,39 +1,15 @@
 #include "tests/ffmpeg/program_run.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <filesystem>
 #include <stdexcept>
 
 namespace fs = std::filesystem;
-
-TestFolder::TestFolder() {
-  std::string path = fs::temp_directory_path() / "ffmpeg-test-XXXXXX";
-  if (!mkdtemp(path.data())) throw std::runtime_error("mkdtemp failed");
-  folder = path;
-}
-
-TestFolder::~TestFolder() {
-  fs::remove_all(folder);
-}
-
-std::vector<std::string> TestFolder::names() const {
-  std::vector<std::string> all;
-  for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-    all.push_back(entry.path().filename());
-  }
-  std::sort(all.begin(), all.end());
-  return all;
-}
 
 StartedProgram::StartedProgram(const std::vector<std::string>& arguments,
                                const std::vector<std::string>& environment) {
@@ -92,33 +68,4 @@ RunResult StartedProgram::wait() {
 RunResult runFfmpeg(const std::vector<std::string>& arguments,
                     const std::vector<std::string>& environment) {
   return StartedProgram(arguments, environment).wait();
-}
-
-bool waitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    poll(nullptr, 0, 5);
-  }
-  return true;
-}
-
-std::string readText(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
-void writeText(const std::string& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string pathWithFakeFfmpeg(const TestFolder& folder, const std::string& script) {
-  const fs::path programs = folder.path() / "programs";
-  fs::create_directory(programs);
-  const fs::path program = programs / "ffmpeg";
-  writeText(program, "#!/bin/sh\n" + script);
-  chmod(program.c_str(), 0755);
-  return "PATH=" + programs.string() + ":/usr/bin:/bin";
 }

@@ -9,6 +9,7 @@
 
 #include "platform/jpeg/jpeg_segments.h"
 #include "tests/support/jpeg_media.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -17,14 +18,6 @@ using testing::ElementsAre;
 
 class ImagePipelineTest : public testing::Test {
  protected:
-  ImagePipelineTest() {
-    std::string name = testing::TempDir() + "image_pipeline_XXXXXX";
-    directory = mkdtemp(name.data());
-    inFile = directory + "/in.jpg";
-    outFile = directory + "/out.jpg";
-  }
-  ~ImagePipelineTest() override { std::filesystem::remove_all(directory); }
-
   Outcome encode(const Bytes& source, int width, int height,
                  const ImagePipeline::Options& options = {}) {
     EXPECT_TRUE(writeBytes(inFile, source));
@@ -33,9 +26,9 @@ class ImagePipelineTest : public testing::Test {
   }
   Bytes output() const { return readBytes(outFile); }
 
-  std::string directory;
-  std::string inFile;
-  std::string outFile;
+  const TempDir dir;
+  const std::string inFile = dir / "in.jpg";
+  const std::string outFile = dir / "out.jpg";
   std::unique_ptr<ImagePipeline> pipeline;
 };
 

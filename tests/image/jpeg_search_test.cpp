@@ -1,6 +1,8 @@
 // The pipeline and its search for a size that fits, with real elements but for the encoder.
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include "src/framework/vs_ctx.h"
 #include "src/image/jpeg_transcode_gstreamer.h"
 #include "src/service/transcode_server.h"

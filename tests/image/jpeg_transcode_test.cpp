@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <optional>
 
 #include "src/service/transcode_server.h"

@@ -1,10 +1,11 @@
+#include <filesystem>
 #include <sstream>
 
 #include "src/framework/program.h"
 #include "src/movie/mpeg_transcode_native_ffmpeg.h"
 #include "tests/movie/failing_calls.h"
-#include "tests/movie/fake_ffmpeg.h"
 #include "tests/movie/movie_test.h"
+#include "tests/support/fake_ffmpeg.h"
 
 namespace {
 
@@ -208,11 +209,9 @@ TEST_F(CommandLineTest, PassesThatThereAreNotAreRefused) {
 }
 
 TEST_F(CommandLineTest, MissingFfmpegReturnsAfterPrintingTheLine) {
-  const std::string path = getenv("PATH");
-  setenv("PATH", dir.path().c_str(), 1);
+  const ScopedVariable path("PATH", dir.path());
   testing::internal::CaptureStdout();
   EXPECT_EQ(transcoder.exec(1), -1);
-  setenv("PATH", path.c_str(), 1);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "ffmpeg ffmpeg -i in.mov -y -vcodec mpeg4 -b 691k -acodec libfaac -ab 76799 out.mp4\n");
 }

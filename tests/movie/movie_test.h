@@ -5,30 +5,18 @@
 
 #include <gmock/gmock.h>
 
-#include <chrono>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <thread>
 
 #include "src/framework/vs_ctx.h"
 #include "src/service/transcode_server.h"
 #include "tests/support/fake_vela.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait_until.h"
 
 inline int taskCount() {
   return g_atomic_int_get(&TranscodeServer::taskCount);
-}
-
-// Looks again and again until the condition holds. Returns false when it takes too long.
-template <typename Condition>
-bool waitUntil(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
 }
 
 inline dsjson::JValue parsed(const std::string& text) {

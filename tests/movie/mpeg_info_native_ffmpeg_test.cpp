@@ -1,10 +1,11 @@
 #include "src/movie/mpeg_info_native_ffmpeg.h"
 
 #include <clocale>
+#include <filesystem>
 
 #include "tests/movie/failing_calls.h"
-#include "tests/movie/fake_ffmpeg.h"
 #include "tests/movie/movie_test.h"
+#include "tests/support/fake_ffmpeg.h"
 
 namespace {
 
@@ -212,9 +213,8 @@ TEST_F(ProbeTest, BytesThatAreNoTextDoNotMatter) {
 
 TEST_F(ProbeTest, CommaOfTheUsersLocaleIsNotUsed) {
   const std::string make = "localedef -f UTF-8 -i de_DE " + (dir / "de_DE.UTF-8");
-  setenv("LOCPATH", dir.path().c_str(), 1);
+  const ScopedVariable locales("LOCPATH", dir.path());
   const bool isMade = std::system(make.c_str()) == 0 && setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
-  unsetenv("LOCPATH");
   if (!isMade) GTEST_SKIP() << "no locale that writes a comma (package locales)";
   EXPECT_STREQ(localeconv()->decimal_point, ",");
 
@@ -225,11 +225,8 @@ TEST_F(ProbeTest, CommaOfTheUsersLocaleIsNotUsed) {
 }
 
 TEST_F(ProbeTest, ProbeWithoutAnFfmpegIsNotParsed) {
-  const std::string path = getenv("PATH");
-  setenv("PATH", dir.path().c_str(), 1);
-  const LaunchResult result = run(1000000);
-  setenv("PATH", path.c_str(), 1);
-  expectFailure(result, kNotParsed);
+  const ScopedVariable path("PATH", dir.path());
+  expectFailure(run(1000000), kNotParsed);
 }
 
 TEST_F(ProbeTest, ProbeThatCannotStartIsNotParsed) {

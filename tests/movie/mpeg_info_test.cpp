@@ -1,7 +1,9 @@
+#include <filesystem>
+
 #include "src/movie/mpeg_info.h"
 
-#include "tests/movie/fake_ffmpeg.h"
 #include "tests/movie/movie_test.h"
+#include "tests/support/fake_ffmpeg.h"
 
 namespace {
 

@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include "src/movie/mpeg_transcode_native.h"
 #include "tests/movie/movie_test.h"
 

@@ -1,8 +1,11 @@
 #include <sys/stat.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "tests/movie/failing_calls.h"
-#include "tests/movie/fake_ffmpeg.h"
 #include "tests/movie/movie_test.h"
+#include "tests/support/fake_ffmpeg.h"
 
 namespace {
 

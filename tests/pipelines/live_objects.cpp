@@ -6,11 +6,12 @@
 // The hooks of tracers are not promised to stay as they are.
 #define GST_USE_UNSTABLE_API
 #include <gst/gsttracer.h>
+#include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
 #include <mutex>
-#include <thread>
+
+#include "tests/support/wait_until.h"
 
 struct LiveCounter {
   GstTracer parent;
@@ -56,16 +57,6 @@ bool belongsToPipelines(GType type) {
   return false;
 }
 
-template <typename Condition>
-bool waitUntil(Condition holds) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (!holds()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
-
 int entries(const char* folder) {
   int result = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -75,16 +66,22 @@ int entries(const char* folder) {
   return result;
 }
 
-}  // namespace
+// Counts from before the first test on.
+class Counting : public testing::Environment {
+ public:
+  void SetUp() override {
+    auto* tracer = static_cast<GstTracer*>(g_object_new(live_counter_get_type(), nullptr));
+    gst_tracing_register_hook(tracer, "object-created", G_CALLBACK(onObject));
+    gst_tracing_register_hook(tracer, "object-destroyed", G_CALLBACK(onGone));
+    gst_tracing_register_hook(tracer, "mini-object-created", G_CALLBACK(onMiniObject));
+    gst_tracing_register_hook(tracer, "mini-object-destroyed", G_CALLBACK(onGone));
+    gst_object_unref(tracer);
+  }
+};
 
-void countObjects() {
-  auto* tracer = static_cast<GstTracer*>(g_object_new(live_counter_get_type(), nullptr));
-  gst_tracing_register_hook(tracer, "object-created", G_CALLBACK(onObject));
-  gst_tracing_register_hook(tracer, "object-destroyed", G_CALLBACK(onGone));
-  gst_tracing_register_hook(tracer, "mini-object-created", G_CALLBACK(onMiniObject));
-  gst_tracing_register_hook(tracer, "mini-object-destroyed", G_CALLBACK(onGone));
-  gst_object_unref(tracer);
-}
+const testing::Environment* const kCounting = testing::AddGlobalTestEnvironment(new Counting);
+
+}  // namespace
 
 std::map<std::string, int> liveObjects() {
   const std::lock_guard<std::mutex> guard(gMutex);

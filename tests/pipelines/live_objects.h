@@ -5,11 +5,8 @@
 #include <map>
 #include <string>
 
-// Starts to count. Once, right after gst_init.
-void countObjects();
-
 // The number of live GStreamer objects of each kind that belongs to pipelines: elements, pads,
-// buses, tasks, messages, events, buffers. Empty when none is alive.
+// buses, tasks, messages, events, buffers.
 std::map<std::string, int> liveObjects();
 
 // Waits until exactly these are left: a thread that is done drops its task a moment later.

@@ -7,9 +7,10 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
+
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -46,13 +47,6 @@ std::string keep(const std::string& path, const Make& make) {
   fs::rename(fresh, path);
   fs::remove_all(folder);
   return path;
-}
-
-std::string readFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
 }
 
 int spawnAndWait(const std::vector<std::string>& words, const std::string& outputPath) {
@@ -126,5 +120,5 @@ std::string movieClip(const ClipRecipe& recipe) {
 
 std::string textFile(const std::string& name, const std::string& text) {
   return keep(keptPath(name, {text, name}),
-              [&](const std::string& path) { std::ofstream(path, std::ios::binary) << text; });
+              [&](const std::string& path) { writeFile(path, text); });
 }

@@ -9,7 +9,6 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 namespace tarn::test {
@@ -47,15 +46,6 @@ constexpr char kTail[] = R"(  <policy context="default">
 </busconfig>
 )";
 
-std::string makeDirectory() {
-  g_autoptr(GError) error = nullptr;
-  g_autofree char* path = g_dir_make_tmp("private-bus-XXXXXX", &error);
-  if (path == nullptr) {
-    throw std::runtime_error(error->message);
-  }
-  return path;
-}
-
 std::string readLine(int fd) {
   std::string line;
   char byte = 0;
@@ -91,35 +81,25 @@ std::vector<std::string> environmentWith(
 
 }  // namespace
 
-PrivateBus::PrivateBus(const Options& options) : dir(makeDirectory()) {
-  try {
-    writeFiles(options);
-    start(options);
-  } catch (...) {
-    cleanUp();
-    throw;
-  }
+PrivateBus::PrivateBus(const Options& options) {
+  writeFiles(options);
+  start(options);
 }
 
 PrivateBus::~PrivateBus() {
-  cleanUp();
-}
-
-void PrivateBus::cleanUp() {
   stop();
-  std::error_code ignored;
-  std::filesystem::remove_all(dir, ignored);
 }
 
 void PrivateBus::writeFiles(const Options& options) const {
-  const std::string services = dir + "/services";
+  const std::string services = dir / "services";
   std::filesystem::create_directory(services);
   for (const Service& service : options.services) {
     std::ofstream(services + "/" + service.name + ".service")
         << "[D-BUS Service]\nName=" << service.name << "\nExec=" << service.exec << "\n";
   }
-  std::ofstream config(dir + "/bus.conf");
-  config << kHead << "  <listen>unix:path=" << dir << "/bus</listen>\n"
+  std::ofstream config(dir / "bus.conf");
+  config << kHead << "  <listen>unix:path=" << dir / "bus"
+         << "</listen>\n"
          << "  <servicedir>" << services << "</servicedir>\n";
   for (const std::string& serviceDir : options.serviceDirs) {
     config << "  <servicedir>" << serviceDir << "</servicedir>\n";
@@ -132,10 +112,10 @@ void PrivateBus::start(const Options& options) {
   if (pipe2(addressPipe.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error("no pipe");
   }
-  std::vector<std::string> arguments = {"dbus-daemon", "--config-file=" + dir + "/bus.conf",
+  std::vector<std::string> arguments = {"dbus-daemon", "--config-file=" + dir / "bus.conf",
                                         "--nofork", "--nopidfile", "--print-address=3"};
   std::vector<std::string> variables = environmentWith(options.environment);
-  const int logFd = open((dir + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  const int logFd = open((dir / "log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   const int childFd = 3;
   const GSpawnChildSetupFunc dieWithTest = [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); };
   const auto flags = static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD);
@@ -149,6 +129,7 @@ void PrivateBus::start(const Options& options) {
   busAddress = started ? readLine(addressPipe[0]) : "";
   close(addressPipe[0]);
   if (busAddress.empty()) {
+    stop();
     throw std::runtime_error(started ? "dbus-daemon ended at once" : error->message);
   }
 }
@@ -158,9 +139,7 @@ std::vector<std::string> PrivateBus::environment() const {
 }
 
 std::string PrivateBus::log() const {
-  std::ostringstream content;
-  content << std::ifstream(dir + "/log").rdbuf();
-  return content.str();
+  return readFile(dir / "log");
 }
 
 void PrivateBus::stop() {

@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/temp_dir.h"
+
 namespace tarn::test {
 
 // A dbus-daemon of the session type, with limits no test meets, that passes everything on, even
@@ -41,7 +43,7 @@ class PrivateBus {
   // -1 once stopped.
   pid_t pid() const { return daemonPid; }
   // A folder that goes with the bus; for whatever the test wants to leave there.
-  const std::string& directory() const { return dir; }
+  const std::string& directory() const { return dir.path(); }
   // What the bus and the services it started have printed.
   std::string log() const;
   // What a child program needs to meet this bus: this process's environment, as NAME=value, with
@@ -54,9 +56,8 @@ class PrivateBus {
  private:
   void writeFiles(const Options& options) const;
   void start(const Options& options);
-  void cleanUp();
 
-  std::string dir;
+  TempDir dir;
   std::string busAddress;
   pid_t daemonPid = -1;
 };

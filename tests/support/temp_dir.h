@@ -1,47 +1,35 @@
-// A temporary directory of one test, removed with everything in it.
+// A temporary folder of one test, and what tests do with the files in it.
 #ifndef TESTS_SUPPORT_TEMP_DIR_H
 #define TESTS_SUPPORT_TEMP_DIR_H
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
 #include <string>
+#include <vector>
 
+// Removed at the end with everything in it. The constructor throws std::runtime_error when there is
+// no room for one.
 class TempDir {
  public:
-  TempDir() {
-    std::string name = (std::filesystem::temp_directory_path() / "tarn-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
-    root = name;
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(root, ignored);
-  }
+  TempDir();
+  ~TempDir();
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
   const std::string& path() const { return root; }
-  // The path of something in the directory.
+  // The path of something in the folder.
   std::string operator/(const std::string& name) const { return root + "/" + name; }
-
-  // Writes a file into the directory and returns its path.
-  std::string write(const std::string& name, const std::string& content) const {
-    std::ofstream(*this / name, std::ios::binary) << content;
-    return *this / name;
-  }
+  // Writes a file into the folder and returns its path.
+  std::string write(const std::string& name, const std::string& content) const;
 
  private:
   std::string root;
 };
 
+// The names in a folder, hidden ones too, sorted; none where there is no folder.
+std::vector<std::string> namesIn(const std::string& folder);
+
 // The whole content of a file; "" when there is none.
-inline std::string readFile(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path, std::ios::binary).rdbuf();
-  return content.str();
-}
+std::string readFile(const std::string& path);
+
+void writeFile(const std::string& path, const std::string& content);
 
 #endif

@@ -21,17 +21,14 @@ class VelaProcessTest : public testing::Test {
   VelaProcessTest() : bus(options()), client(bus.address()) {}
   ~VelaProcessTest() override {
     bus.stop();  // ends what is still registered
-    std::remove(logPath().c_str());
   }
 
-  static std::string logPath() {
-    return testing::TempDir() + "/vela-process-" + std::to_string(getpid()) + ".log";
-  }
-  static std::string programLine(const char* name, int tickMs) {
+  std::string logPath() const { return dir / "log"; }
+  std::string programLine(const char* name, int tickMs) const {
     return std::string(SERVICE_PROGRAM) + " " + name + " " + std::to_string(tickMs) + " " +
            logPath();
   }
-  static PrivateBus::Options options() {
+  PrivateBus::Options options() const {
     return {.services = {{"com.example.staying", programLine("com.example.staying", 0)},
                          {"com.example.receiving", programLine("com.example.receiving", 0)},
                          {"com.example.restarting", programLine("com.example.restarting", 20)}},
@@ -44,6 +41,7 @@ class VelaProcessTest : public testing::Test {
     return client.call(service, "/", service, method, payload);
   }
 
+  TempDir dir;
   PrivateBus bus;
   BusClient client;
 };

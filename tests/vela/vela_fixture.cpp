@@ -2,6 +2,8 @@
 
 #include <fstream>
 
+#include "tests/support/wait_until.h"
+
 VelaTest::VelaTest(const tarn::test::PrivateBus::Options& options)
     : bus(options), loop(g_main_loop_new(nullptr, FALSE)) {
   setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
@@ -58,14 +60,7 @@ void VelaTest::during(const std::function<void(tarn::test::BusClient&)>& work) {
 }
 
 void VelaTest::runUntil(const std::function<bool()>& condition) {
-  const GSourceFunc wake = [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; };
-  const guint id = g_timeout_add(2, wake, nullptr);  // what happens elsewhere wakes nobody here
-  const gint64 deadline = g_get_monotonic_time() + 30 * G_USEC_PER_SEC;
-  while (!condition() && g_get_monotonic_time() < deadline) {
-    g_main_context_iteration(nullptr, TRUE);
-  }
-  g_source_remove(id);
-  EXPECT_TRUE(condition());
+  EXPECT_TRUE(waitUntil(condition));
 }
 
 std::vector<std::string> linesOf(const std::string& path) {

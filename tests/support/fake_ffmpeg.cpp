@@ -1,4 +1,4 @@
-#include "tests/movie/fake_ffmpeg.h"
+#include "tests/support/fake_ffmpeg.h"
 
 #include <sys/stat.h>
 
@@ -7,24 +7,19 @@
 
 namespace {
 
-const char kEndOfCall[] = "(end of call)";
+constexpr char kEndOfCall[] = "(end of call)";
 
-std::string pathOfNow() {
+std::string pathAfter(const std::string& folder) {
   const char* path = getenv("PATH");
-  return path == nullptr ? "" : path;
+  return path == nullptr ? folder : folder + ":" + path;
 }
 
 }  // namespace
 
-FakeFfmpeg::FakeFfmpeg(const std::string& script) : earlierPath(pathOfNow()) {
-  const std::string head = "#!/bin/sh\nprintf '%s\\n' \"$@\" '" + std::string(kEndOfCall) +
-                           "' >> '" + (dir / "calls") + "'\n";
+FakeFfmpeg::FakeFfmpeg(const std::string& script) : path("PATH", pathAfter(dir.path())) {
+  const std::string head = "#!/bin/sh\nhere='" + dir.path() + "'\n{ printf '%s\\n' \"$@\" '" +
+                           kEndOfCall + "' >> \"$here/calls\"; } 2> /dev/null\n";
   chmod(dir.write("ffmpeg", head + script + "\n").c_str(), 0700);
-  setenv("PATH", (dir.path() + ":" + earlierPath).c_str(), 1);
-}
-
-FakeFfmpeg::~FakeFfmpeg() {
-  setenv("PATH", earlierPath.c_str(), 1);
 }
 
 std::vector<FakeFfmpeg::Arguments> FakeFfmpeg::calls() const {
