@@ -46,7 +46,7 @@ struct Outcome {
 };
 Outcome runAndExpectNothingLeft(const std::string& in, const std::string& out) {
   g_main_context_iteration(nullptr, FALSE);  // makes what the first use of the context opens
-  const auto objects = liveObjects();
+  EXPECT_TRUE(waitForObjects({})) << "left by an earlier test";
   const int threads = threadCount();
   const int descriptors = descriptorCount();
   const auto start = std::chrono::steady_clock::now();
@@ -60,7 +60,7 @@ Outcome runAndExpectNothingLeft(const std::string& in, const std::string& out) {
     outcome.error = reportsError(log.at(G_LOG_LEVEL_MESSAGE));
   }
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-  EXPECT_TRUE(waitForObjects(objects)) << testing::PrintToString(liveObjects());
+  EXPECT_TRUE(waitForObjects({})) << testing::PrintToString(liveObjects());
   EXPECT_TRUE(waitForThreads(threads)) << threadCount() << " threads, before " << threads;
   EXPECT_EQ(descriptorCount(), descriptors);
   return outcome;

@@ -10,6 +10,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/movie_media.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -73,8 +74,7 @@ TEST_F(MovieStop, AtRandomMoments) {
   };
   // A run that ends before its timer leaves the timer, with a pipeline, to the next one.
   const auto finishTimers = [] {
-    while (liveObjects().count("GstPipeline") != 0)
-      g_main_context_iteration(nullptr, TRUE);
+    EXPECT_TRUE(waitUntil([] { return liveObjects().count("GstPipeline") == 0; }));
   };
   for (int i = 0; i < 10; ++i)
     runOnce(stopLater);

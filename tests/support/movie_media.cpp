@@ -35,8 +35,9 @@ std::string keptPath(const std::string& name, const std::vector<std::string>& or
   return folder / name;
 }
 
-// Puts what `make` writes to the path that it is given into place in one step, so that tests
-// running side by side may ask for the same file.
+// Puts what `make` writes to the path that it is given into place in one step, unless a test
+// running beside this one was first: its file may be in use, and a sandbox knows a file by its
+// inode.
 template <typename Make>
 std::string keep(const std::string& path, const Make& make) {
   if (fs::exists(path)) return path;
@@ -44,8 +45,10 @@ std::string keep(const std::string& path, const Make& make) {
   fs::create_directories(folder);
   const fs::path fresh = folder / fs::path(path).filename();
   make(fresh.string());
-  fs::rename(fresh, path);
+  std::error_code error;
+  fs::create_hard_link(fresh, path, error);
   fs::remove_all(folder);
+  if (error && error != std::errc::file_exists) throw fs::filesystem_error("kept", path, error);
   return path;
 }
 
