@@ -5,7 +5,7 @@
 #include <iterator>
 
 #include "src/framework/int32.h"
-#include "src/movie/extended_float.h"
+#include "src/movie/extended_arithmetic.h"
 #include "src/movie/mpeg_transcode_native.h"
 
 namespace {
@@ -48,12 +48,10 @@ bool MpegTranscodeNative::planRates() {
   int32_t durationMs;
   if (!chooseSizeAndDuration(&sizeBytes, &durationMs)) return false;
 
-  const ExtendedFloat seconds = ExtendedFloat(durationMs) / 1000;
-  int32_t total = truncateToInt32(ExtendedFloat(sizeBytes) / seconds * 8);
+  int32_t total = extendedBitrate(sizeBytes, durationMs);
   if (maxBitrate != 0) total = std::min(total, maxBitrate);
-  // The container takes its share. The double nearest to 0.96 lies below it, so a product that
-  // should be whole ends up one less.
-  const int32_t targetBitrate = truncateToInt32(ExtendedFloat(total) * 0.96);
+  // The container takes its share.
+  const int32_t targetBitrate = extendedProduct(total, 0.96);
 
   splitBitrate(targetBitrate);
   if (targetBitrate < bitrateVideo + bitrateAudio) {

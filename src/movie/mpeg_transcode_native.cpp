@@ -2,8 +2,7 @@
 
 #include <glib.h>
 
-#include "src/framework/int32.h"
-#include "src/movie/extended_float.h"
+#include "src/movie/extended_arithmetic.h"
 #include "src/movie/file_size.h"
 
 using dsjson::JValue;
@@ -23,7 +22,7 @@ void readText(const JValue& params, const char* key, std::string* out) {
 
 void readSeconds(const JValue& params, const char* key, int32_t* outMs) {
   double seconds;
-  if (readNumber(params, key, &seconds)) *outMs = truncateToInt32(ExtendedFloat(seconds) * 1000);
+  if (readNumber(params, key, &seconds)) *outMs = extendedProduct(seconds, 1000);
 }
 
 // Drops a limit that does not apply to a copied stream.

@@ -5,8 +5,7 @@
 #include <charconv>
 #include <cstdio>
 
-#include "src/framework/int32.h"
-#include "src/movie/extended_float.h"
+#include "src/movie/extended_arithmetic.h"
 
 namespace {
 
@@ -42,8 +41,8 @@ int MpegTranscodeNativeFFMpeg::getPasses() {
 
 bool MpegTranscodeNativeFFMpeg::prepareParameters() {
   if (!MpegTranscodeNative::prepareParameters()) return false;
-  // The double nearest to 0.95 lies below it: of 1000000 bytes, 949999 remain.
-  maxOutputSize = truncateToInt32(ExtendedFloat(maxOutputSize) * 0.95);
+  // Of 1000000 bytes, 949999 remain.
+  maxOutputSize = extendedProduct(maxOutputSize, 0.95);
   return true;
 }
 
