@@ -5,7 +5,6 @@
 
 #include <gmock/gmock.h>
 
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "src/framework/vs_ctx.h"
@@ -19,25 +18,14 @@ inline int taskCount() {
   return g_atomic_int_get(&TranscodeServer::taskCount);
 }
 
-inline dsjson::JValue parsed(const std::string& text) {
-  dsjson::JDomParser parser(nullptr);
-  EXPECT_TRUE(parser.parse(text, emptySchema, nullptr)) << text;
-  return parser.getDom();
-}
+dsjson::JValue parsed(const std::string& text);
 
-inline nlohmann::json failure(const std::string& errorText) {
-  return {{"returnValue", false}, {"errorText", errorText}};
-}
+// The text of a failure's reply.
+std::string failure(const std::string& errorText);
+std::string failure(const std::string& errorText, const std::string& detail);
 
-inline nlohmann::json failure(const std::string& errorText, const std::string& detail) {
-  return {{"returnValue", false}, {"errorText", errorText}, {"errorDetail", detail}};
-}
-
-// The only reply to the request; null when there is none or more than one.
-inline nlohmann::json onlyReply(const fake_vela::Request& request) {
-  const auto replies = request.replies();
-  return replies.size() == 1 ? nlohmann::json::parse(replies[0]) : nlohmann::json();
-}
+// The only reply to the request; "" when there is none or more than one.
+std::string onlyReply(const fake_vela::Request& request);
 
 class MovieTest : public testing::Test {
  protected:

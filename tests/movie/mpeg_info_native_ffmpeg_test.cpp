@@ -74,10 +74,8 @@ TEST_F(ProbeTest, FillsInTheFiguresAndReplies) {
   EXPECT_EQ(info.bitrate, 958657);
   EXPECT_EQ(info.frameRate, 29.97F);
   EXPECT_EQ(info.tbr, 59.94F);
-  EXPECT_EQ(onlyReply(request), nlohmann::json({{"returnValue", true},
-                                                {"fileSize", 10000000},
-                                                {"bitrate", 958657},
-                                                {"clipLength", 83.45}}));
+  EXPECT_EQ(onlyReply(request),
+            R"({"returnValue":true,"fileSize":10000000,"bitrate":958657,"clipLength":83.45})");
   EXPECT_THAT(calls, ElementsAre(ElementsAre("-i", info.inFile)));
 }
 
@@ -124,7 +122,7 @@ TEST_F(ProbeTest, LengthOfZeroMakesTheLowestBitrate) {
   EXPECT_EQ(probe(report("00:00:00.00")), LaunchDone);
   EXPECT_EQ(info.clipLength, 0);
   EXPECT_EQ(info.bitrate, INT32_MIN);
-  EXPECT_EQ(onlyReply(request)["bitrate"], INT32_MIN);
+  EXPECT_THAT(onlyReply(request), testing::HasSubstr(R"("bitrate":-2147483648,)"));
 }
 
 TEST_F(ProbeTest, LengthIsCutFromSecondsInSinglePrecision) {

@@ -1,6 +1,6 @@
-#include <filesystem>
-
 #include "src/movie/mpeg_info.h"
+
+#include <filesystem>
 
 #include "tests/movie/movie_test.h"
 #include "tests/support/fake_ffmpeg.h"

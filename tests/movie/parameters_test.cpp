@@ -1,6 +1,7 @@
+#include "src/movie/mpeg_transcode_native.h"
+
 #include <filesystem>
 
-#include "src/movie/mpeg_transcode_native.h"
 #include "tests/movie/movie_test.h"
 
 namespace {
