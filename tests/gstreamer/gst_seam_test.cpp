@@ -54,11 +54,4 @@ TEST(GstSeam, AClearedSyncHandlerIsCalledNoMore) {
   EXPECT_EQ(calls, 1);
 }
 
-TEST(GstSeam, LongNamesReadTheSameOnBothSeries) {
-  const ObjectPtr<GstElementFactory> factory(gst_element_factory_find("metadatademux"));
-  ASSERT_NE(factory, nullptr);
-  const gchar* name = gst_element_factory_get_longname(factory.get());
-  EXPECT_STREQ(name, "Picture metadata reader");
-}
-
 }  // namespace

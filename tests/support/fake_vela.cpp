@@ -154,6 +154,7 @@ const char* VSMessageGetErrorName(VSMessage*) {
 bool VSMessageReply(VSHandle*, VSMessage* message, const char* payload, VSError* error) {
   const Lock lock(bus().mutex);
   if (message == nullptr) {
+    bus().operations.emplace_back("VSMessageReply to nobody");
     fillError(error);
     return false;
   }
