@@ -268,7 +268,8 @@ TEST_P(TwoPassTest, LogsWhereTheCallerRemovesThem) {
   EXPECT_NEAR(static_cast<double>(facts.video->bitsPerSecond), 500e3, 100e3);
 }
 
-INSTANTIATE_TEST_SUITE_P(Codecs, TwoPassTest, testing::Values("mpeg4", "libx264"));
+INSTANTIATE_TEST_SUITE_P(Codecs, TwoPassTest, testing::Values("mpeg4", "libx264"),
+                         [](const auto& test) { return std::string(test.param); });
 
 TEST_F(EncodingTest, TwoPassesOfACopyNeedNoLog) {
   const std::string out = folder / "out.mp4";

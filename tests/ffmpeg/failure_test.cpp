@@ -47,7 +47,7 @@ class FailureTest : public testing::Test {
 const std::vector<std::string> kPlain = {"-vcodec", "mpeg4", "-acodec", "libfaac"};
 
 TEST_F(FailureTest, BadInput) {
-  expectFailure(run("/nonexistent.mp4", kPlain), "/nonexistent.mp4: No such file or directory\n");
+  expectFailure(run(folder / "none.mp4", kPlain), "none.mp4: No such file or directory\n");
   expectFailure(run(textFile("text.mp4", std::string(5000, 'x')), kPlain), "text.mp4: ");
   expectFailure(run(textFile("list.mp4", "ffconcat version 1.0\nfile '/etc/passwd'\n"), kPlain),
                 "list.mp4: ");
@@ -76,9 +76,10 @@ TEST_F(FailureTest, InputCutShort) {
 
 TEST_F(FailureTest, NoSuchFolder) {
   const RunResult result =
-      runFfmpeg({"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", "/nonexistent/out.mp4"});
+      runFfmpeg({"-i", movieClip(ClipRecipe{}), "-y", "-vcodec", "mpeg4", folder / "none/out.mp4"});
   EXPECT_EQ(result.exitCode, 1);
-  EXPECT_EQ(result.err, "ffmpeg: cannot write in /nonexistent: No such file or directory\n");
+  EXPECT_EQ(result.err,
+            "ffmpeg: cannot write in " + folder / "none" + ": No such file or directory\n");
 }
 
 TEST_F(FailureTest, OutputThatIsNoFile) {

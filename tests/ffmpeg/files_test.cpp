@@ -43,7 +43,8 @@ TEST(ProgressFileTest, RelativePathsCountFromTheCurrentFolder) {
 }
 
 TEST(ProgressFileTest, WithoutARuntimeFolderNothingHappens) {
-  const ScopedVariable runtime("XDG_RUNTIME_DIR", "/nonexistent");
+  const TempDir folder;
+  const ScopedVariable runtime("XDG_RUNTIME_DIR", folder / "none");
   ProgressFile file("/d/out.mp4");
   file.write({});
   EXPECT_EQ(file.path(), "");
@@ -85,9 +86,10 @@ TEST(WorkDirectoryTest, OnlyAFolderWithoutAHolderIsStale) {
 }
 
 TEST(WorkDirectoryTest, NoSuchFolder) {
+  const TempDir folder;
   std::string error;
-  EXPECT_FALSE(WorkDirectory::create("/nonexistent/out.mp4", &error));
-  EXPECT_EQ(error, "cannot write in /nonexistent: No such file or directory");
+  EXPECT_FALSE(WorkDirectory::create(folder / "none/out.mp4", &error));
+  EXPECT_EQ(error, "cannot write in " + folder / "none" + ": No such file or directory");
 }
 
 }  // namespace

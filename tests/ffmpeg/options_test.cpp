@@ -75,6 +75,7 @@ TEST(OptionsTest, NamesWithOddBeginnings) {
 }
 
 struct Refusal {
+  const char* title;
   std::vector<const char*> words;
   const char* error;
 };
@@ -90,26 +91,40 @@ TEST_P(OptionsRefusalTest, OneClearLine) {
 INSTANTIATE_TEST_SUITE_P(
     All, OptionsRefusalTest,
     testing::Values(
-        Refusal{{}, "no input: -i FILE is missing"}, Refusal{{"-i"}, "option -i lacks its value"},
-        Refusal{{"-i", "a", "-foo", "1", "o.mp4"}, "unknown option '-foo'"},
-        Refusal{{"-i", "a", "-vf", "x", "o.mp4"}, "unknown option '-vf'"},
-        Refusal{{"-version"}, "unknown option '-version'"},
-        Refusal{{"-i", "a", "-i", "b", "o.mp4"}, "option -i cannot take 'b'"},
-        Refusal{{"-i", "a", "x.mp4", "o.mp4"}, "there must be one output, and 'o.mp4' is not it"},
-        Refusal{{"-i", "a", "-s", "auto", "o.mp4"}, "option -s cannot take 'auto'"},
-        Refusal{{"-i", "a", "-s", "0x0", "o.mp4"}, "option -s cannot take '0x0'"},
-        Refusal{{"-i", "a", "-b", "-5k", "o.mp4"}, "option -b cannot take '-5k'"},
-        Refusal{{"-i", "a", "-b", "6x", "o.mp4"}, "option -b cannot take '6x'"},
-        Refusal{{"-i", "a", "-r", "0", "o.mp4"}, "option -r cannot take '0'"},
-        Refusal{{"-i", "a", "-pass", "3", "o.mp4"}, "option -pass cannot take '3'"},
-        Refusal{{"-i", "a", "-ar", "8000.5", "o.mp4"}, "option -ar cannot take '8000.5'"},
-        Refusal{{"-i", "a", "-fs", "0", "o.mp4"}, "option -fs cannot take '0'"},
-        Refusal{{"-i", "a", "-ss", "-1", "o.mp4"}, "option -ss cannot take '-1'"},
-        Refusal{{"-i", "a", "-t", "nan", "o.mp4"}, "option -t cannot take 'nan'"},
-        Refusal{{"-i", "a", "-vcodec", "-x", "o.mp4"}, "option -vcodec cannot take '-x'"},
-        Refusal{{"-i", "a", "-sws_flags", "a:b", "o.mp4"}, "option -sws_flags cannot take 'a:b'"},
-        Refusal{{"-i", "a", "-f", "hls", "o.mp4"}, "option -f cannot take 'hls'"},
-        Refusal{{"-i", "a", "o.m3u8"}, "'o.m3u8' names no container that can be written"},
-        Refusal{{"-i", "a", "out"}, "'out' names no container that can be written"}));
+        Refusal{"Nothing", {}, "no input: -i FILE is missing"},
+        Refusal{"InputWithoutFile", {"-i"}, "option -i lacks its value"},
+        Refusal{"UnknownOption", {"-i", "a", "-foo", "1", "o.mp4"}, "unknown option '-foo'"},
+        Refusal{"Filter", {"-i", "a", "-vf", "x", "o.mp4"}, "unknown option '-vf'"},
+        Refusal{"Version", {"-version"}, "unknown option '-version'"},
+        Refusal{"TwoInputs", {"-i", "a", "-i", "b", "o.mp4"}, "option -i cannot take 'b'"},
+        Refusal{"TwoOutputs",
+                {"-i", "a", "x.mp4", "o.mp4"},
+                "there must be one output, and 'o.mp4' is not it"},
+        Refusal{"SizeByName", {"-i", "a", "-s", "auto", "o.mp4"}, "option -s cannot take 'auto'"},
+        Refusal{"SizeOfNothing", {"-i", "a", "-s", "0x0", "o.mp4"}, "option -s cannot take '0x0'"},
+        Refusal{
+            "NegativeBitRate", {"-i", "a", "-b", "-5k", "o.mp4"}, "option -b cannot take '-5k'"},
+        Refusal{"BitRateUnit", {"-i", "a", "-b", "6x", "o.mp4"}, "option -b cannot take '6x'"},
+        Refusal{"FrameRateOfNothing", {"-i", "a", "-r", "0", "o.mp4"}, "option -r cannot take '0'"},
+        Refusal{"ThirdPass", {"-i", "a", "-pass", "3", "o.mp4"}, "option -pass cannot take '3'"},
+        Refusal{"FractionalSampleRate",
+                {"-i", "a", "-ar", "8000.5", "o.mp4"},
+                "option -ar cannot take '8000.5'"},
+        Refusal{"BudgetOfNothing", {"-i", "a", "-fs", "0", "o.mp4"}, "option -fs cannot take '0'"},
+        Refusal{"NegativeStart", {"-i", "a", "-ss", "-1", "o.mp4"}, "option -ss cannot take '-1'"},
+        Refusal{"LengthThatIsNoNumber",
+                {"-i", "a", "-t", "nan", "o.mp4"},
+                "option -t cannot take 'nan'"},
+        Refusal{"CodecLikeAnOption",
+                {"-i", "a", "-vcodec", "-x", "o.mp4"},
+                "option -vcodec cannot take '-x'"},
+        Refusal{"ScalerFlags",
+                {"-i", "a", "-sws_flags", "a:b", "o.mp4"},
+                "option -sws_flags cannot take 'a:b'"},
+        Refusal{"UnknownFormat", {"-i", "a", "-f", "hls", "o.mp4"}, "option -f cannot take 'hls'"},
+        Refusal{
+            "Playlist", {"-i", "a", "o.m3u8"}, "'o.m3u8' names no container that can be written"},
+        Refusal{"NoExtension", {"-i", "a", "out"}, "'out' names no container that can be written"}),
+    [](const auto& test) { return std::string(test.param.title); });
 
 }  // namespace

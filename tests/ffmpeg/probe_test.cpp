@@ -205,7 +205,7 @@ void expectNoMovie(const std::string& path) {
 
 TEST(ProbeFileTest, WhatIsNoMovieIsOneClearLine) {
   const std::string clip = movieClip(ClipRecipe{});
-  expectNoMovie("/nonexistent.mp4");
+  expectNoMovie(TempDir() / "none.mp4");
   expectNoMovie("/tmp");
   expectNoMovie("/dev/zero");
   expectNoMovie(textFile("empty.mp4", ""));

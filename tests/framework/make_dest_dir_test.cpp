@@ -14,61 +14,61 @@ namespace {
 namespace fs = std::filesystem;
 
 TEST(MakeDestDir, NothingToDoWithoutASeparator) {
-  EXPECT_EQ(0, makeDestDir("out.jpg"));
+  EXPECT_EQ(makeDestDir("out.jpg"), 0);
   EXPECT_FALSE(fs::exists("/out.jpg"));
 }
 
 TEST(MakeDestDir, MakesEveryMissingDirectoryAbove) {
   const TempDir dir;
-  EXPECT_EQ(0, makeDestDir((dir / "a/b/x.jpg").c_str()));
+  EXPECT_EQ(makeDestDir((dir / "a/b/x.jpg").c_str()), 0);
   EXPECT_TRUE(fs::is_directory(dir / "a/b"));
   EXPECT_TRUE(fs::is_empty(dir / "a/b"));
-  EXPECT_EQ(0, makeDestDir((dir / "a/b/x.jpg").c_str()));
+  EXPECT_EQ(makeDestDir((dir / "a/b/x.jpg").c_str()), 0);
 }
 
 TEST(MakeDestDir, LeavesTheModeToTheUmask) {
   const TempDir dir;
   const mode_t old = umask(027);
-  EXPECT_EQ(0, makeDestDir((dir / "a/x.jpg").c_str()));
+  EXPECT_EQ(makeDestDir((dir / "a/x.jpg").c_str()), 0);
   umask(old);
   struct stat attributes;
-  ASSERT_EQ(0, stat((dir / "a").c_str(), &attributes));
-  EXPECT_EQ(0750u, attributes.st_mode & 07777);
+  ASSERT_EQ(stat((dir / "a").c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_mode & 07777, 0750u);
 }
 
 TEST(MakeDestDir, RelativePathsStartAtTheRoot) {
   const TempDir dir;
-  EXPECT_EQ(0, makeDestDir((dir / "a/x.jpg").c_str() + 1));
+  EXPECT_EQ(makeDestDir((dir / "a/x.jpg").c_str() + 1), 0);
   EXPECT_TRUE(fs::is_directory(dir / "a"));
 }
 
 TEST(MakeDestDir, MakesADirectoryOfTheNameRightBelowTheRoot) {
-  const std::string path = "/tarn-make-dest-dir-test.jpg";
+  const std::string path = "/tarn-test-" + std::to_string(getpid()) + ".jpg";
   const int result = makeDestDir(path.c_str());
   if (geteuid() == 0) {
-    EXPECT_EQ(0, result);
+    EXPECT_EQ(result, 0);
     EXPECT_TRUE(fs::is_directory(path));
     rmdir(path.c_str());
   } else {
-    EXPECT_EQ(EACCES, result);
+    EXPECT_EQ(result, EACCES);
   }
 }
 
 TEST(MakeDestDir, MakesADirectoryOfTheNameBehindADoubledSeparator) {
   const TempDir dir;
-  EXPECT_EQ(0, makeDestDir((dir / "a//b.jpg").c_str()));
+  EXPECT_EQ(makeDestDir((dir / "a//b.jpg").c_str()), 0);
   EXPECT_TRUE(fs::is_directory(dir / "a/b.jpg"));
 }
 
 TEST(MakeDestDir, AFileInTheWayCountsAsPresent) {
   const TempDir dir;
   dir.write("file", "x");
-  EXPECT_EQ(0, makeDestDir((dir / "file/x.jpg").c_str()));
-  EXPECT_EQ(ENOTDIR, makeDestDir((dir / "file/sub/x.jpg").c_str()));
+  EXPECT_EQ(makeDestDir((dir / "file/x.jpg").c_str()), 0);
+  EXPECT_EQ(makeDestDir((dir / "file/sub/x.jpg").c_str()), ENOTDIR);
 }
 
 TEST(MakeDestDir, ReportsWhatMkdirFailedOf) {
-  EXPECT_EQ(ENOENT, makeDestDir("/proc/none/x.jpg"));
+  EXPECT_EQ(makeDestDir("/proc/none/x.jpg"), ENOENT);
 }
 
 }  // namespace

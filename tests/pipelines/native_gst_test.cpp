@@ -9,6 +9,7 @@
 #include "tests/pipelines/fake_elements.h"
 #include "tests/pipelines/live_objects.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/temp_dir.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -155,7 +156,7 @@ TEST(NativeGst, TheResultOfPlayingIsNotLookedAt) {
   task.make = [] {
     GstElement* pipeline = gst_pipeline_new(nullptr);
     GstElement* source = gst_element_factory_make("filesrc", nullptr);
-    g_object_set(source, "location", "/nowhere/at/all", nullptr);
+    g_object_set(source, "location", (TempDir() / "none").c_str(), nullptr);
     gst_bin_add(GST_BIN(pipeline), source);
     return pipeline;
   };
@@ -193,6 +194,7 @@ TEST(NativeGst, ASecondTeardownHasNothingToDo) {
 }
 
 struct StateCase {
+  const char* title;
   GstStateChangeReturn set;
   GstStateChangeReturn waited;
   bool result;
@@ -233,12 +235,14 @@ const GstStateChangeReturn kFailure = GST_STATE_CHANGE_FAILURE;
 
 INSTANTIATE_TEST_SUITE_P(
     Results, NativeGstTeardown,
-    testing::Values(StateCase{kSuccess, kSuccess, true, {kSucceeded}, {}},
-                    StateCase{kAsync, kSuccess, true, {kWaiting}, {}},
-                    StateCase{kAsync, kFailure, true, {kWaiting}, {kFailed}},
-                    StateCase{kAsync, kAsync, true, {kWaiting}, {kFailed}},  // out of time
-                    StateCase{kFailure, kSuccess, false, {}, {kFailed}},
-                    StateCase{GST_STATE_CHANGE_NO_PREROLL, kSuccess, true, {}, {kUnexpected}}));
+    testing::Values(
+        StateCase{"AtOnce", kSuccess, kSuccess, true, {kSucceeded}, {}},
+        StateCase{"Later", kAsync, kSuccess, true, {kWaiting}, {}},
+        StateCase{"FailsLater", kAsync, kFailure, true, {kWaiting}, {kFailed}},
+        StateCase{"OutOfTime", kAsync, kAsync, true, {kWaiting}, {kFailed}},
+        StateCase{"Fails", kFailure, kSuccess, false, {}, {kFailed}},
+        StateCase{"Unexpected", GST_STATE_CHANGE_NO_PREROLL, kSuccess, true, {}, {kUnexpected}}),
+    [](const auto& test) { return std::string(test.param.title); });
 
 TEST(NativeGst, ARefusedStateChangeKeepsPipelineAndWatch) {
   GstElement* pipeline = fake::newScriptedPipeline(GST_STATE_CHANGE_FAILURE, kSuccess);

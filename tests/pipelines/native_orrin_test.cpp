@@ -262,9 +262,10 @@ TEST_P(NativeOrrinLaterPad, StaysUnlinkedButEnablesAgain) {
   EXPECT_THAT(log.at(G_LOG_LEVEL_MESSAGE), IsEmpty());
   EXPECT_TRUE(task.teardown(5));
 }
+const char* const kLaterPads[] = {"Audio", "Video", "Text", "WithoutCaps"};
 INSTANTIATE_TEST_SUITE_P(Kinds, NativeOrrinLaterPad,
                          testing::Values(kAudio, kVideo, "text/x-raw", ""),
-                         [](const auto& test) { return "Number" + std::to_string(test.index); });
+                         [](const auto& test) { return std::string(kLaterPads[test.index]); });
 
 TEST_F(NativeOrrin, TheMediaTypeIsSearchedForTheWords) {
   Task task;
