@@ -8,17 +8,17 @@ using testing::ElementsAre;
 
 TEST(Arguments, TellsWordsFromOptions) {
   const Arguments arguments({"in", "--size", "300k", "out", "--json"}, {"--size"}, {"--json"});
-  EXPECT_EQ("", arguments.errorText());
+  EXPECT_EQ(arguments.errorText(), "");
   EXPECT_THAT(arguments.positional(), ElementsAre("in", "out"));
-  EXPECT_EQ("300k", arguments.value("--size"));
+  EXPECT_EQ(arguments.value("--size"), "300k");
   EXPECT_TRUE(arguments.has("--json"));
   EXPECT_FALSE(arguments.has("--quiet"));
-  EXPECT_EQ(std::nullopt, arguments.value("--quiet"));
+  EXPECT_EQ(arguments.value("--quiet"), std::nullopt);
 }
 
 TEST(Arguments, TakesAValueBehindAnEqualsSign) {
-  EXPECT_EQ("a=b", Arguments({"--size=a=b"}, {"--size"}, {}).value("--size"));
-  EXPECT_EQ("", Arguments({"--size="}, {"--size"}, {}).value("--size"));
+  EXPECT_EQ(Arguments({"--size=a=b"}, {"--size"}, {}).value("--size"), "a=b");
+  EXPECT_EQ(Arguments({"--size="}, {"--size"}, {}).value("--size"), "");
 }
 
 TEST(Arguments, EverythingBehindTwoDashesIsAWord) {
@@ -31,9 +31,9 @@ TEST(Arguments, ASingleDashIsAWord) {
 }
 
 TEST(Arguments, NamesWhatIsWrong) {
-  EXPECT_EQ("unknown option --sise", Arguments({"--sise", "1"}, {"--size"}, {}).errorText());
-  EXPECT_EQ("--size needs a value", Arguments({"--size"}, {"--size"}, {}).errorText());
-  EXPECT_EQ("unknown option --json=1", Arguments({"--json=1"}, {}, {"--json"}).errorText());
+  EXPECT_EQ(Arguments({"--sise", "1"}, {"--size"}, {}).errorText(), "unknown option --sise");
+  EXPECT_EQ(Arguments({"--size"}, {"--size"}, {}).errorText(), "--size needs a value");
+  EXPECT_EQ(Arguments({"--json=1"}, {}, {"--json"}).errorText(), "unknown option --json=1");
 }
 
 }  // namespace

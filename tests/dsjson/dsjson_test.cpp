@@ -58,8 +58,8 @@ TEST(DsjsonParser, NestsSixtyFourDeepAndNoDeeper) {
 }
 
 TEST(DsjsonParser, LastOfTwoMembersWinsInThePlaceOfTheFirst) {
-  EXPECT_EQ("{\"a\":{\"c\":2},\"b\":2}",
-            generated(parsed("{\"a\":1,\"b\":2,\"a\":{\"c\":1,\"c\":2}}")));
+  EXPECT_EQ(generated(parsed("{\"a\":1,\"b\":2,\"a\":{\"c\":1,\"c\":2}}")),
+            "{\"a\":{\"c\":2},\"b\":2}");
 }
 
 // CPU milliseconds that it takes to parse an object of that many members.
@@ -70,8 +70,8 @@ double parsingMs(int members) {
   text += "\"last\":7}";
   const clock_t start = clock();
   int32_t last = 0;
-  EXPECT_EQ(CONV_OK, parsed(text)["last"].asNumber(last));
-  EXPECT_EQ(7, last);
+  EXPECT_EQ(parsed(text)["last"].asNumber(last), CONV_OK);
+  EXPECT_EQ(last, 7);
   return static_cast<double>(clock() - start) * 1000 / CLOCKS_PER_SEC;
 }
 
@@ -89,17 +89,17 @@ TEST(DsjsonParser, NumbersThatNoDoubleHoldsParse) {
   double number = 77;
   int32_t whole = 77;
   for (const char* key : {"b", "c"}) {
-    EXPECT_EQ(CONV_NO_FIT, value[key].asNumber(number)) << key;
-    EXPECT_EQ(CONV_NO_FIT, value[key].asNumber(whole)) << key;
+    EXPECT_EQ(value[key].asNumber(number), CONV_NO_FIT) << key;
+    EXPECT_EQ(value[key].asNumber(whole), CONV_NO_FIT) << key;
   }
-  EXPECT_EQ(77, number);
-  EXPECT_EQ(77, whole);
-  EXPECT_EQ(CONV_OK, value["d"].asNumber(whole));
-  EXPECT_EQ(4, whole);
-  EXPECT_EQ(CONV_OK, value["e"].asNumber(whole));
-  EXPECT_EQ(0, whole);
-  EXPECT_EQ(CONV_NO_FIT, parsed("1e400").asNumber(whole));
-  EXPECT_EQ(CONV_NO_FIT, parsed(" -1E0400 ").asNumber(whole));
+  EXPECT_EQ(number, 77);
+  EXPECT_EQ(whole, 77);
+  EXPECT_EQ(value["d"].asNumber(whole), CONV_OK);
+  EXPECT_EQ(whole, 4);
+  EXPECT_EQ(value["e"].asNumber(whole), CONV_OK);
+  EXPECT_EQ(whole, 0);
+  EXPECT_EQ(parsed("1e400").asNumber(whole), CONV_NO_FIT);
+  EXPECT_EQ(parsed(" -1E0400 ").asNumber(whole), CONV_NO_FIT);
 }
 
 TEST(DsjsonParser, NumbersMustBeSpelledRightWhateverTheirSize) {
@@ -115,9 +115,9 @@ TEST(DsjsonParser, NumbersMustBeSpelledRightWhateverTheirSize) {
 TEST(DsjsonValue, MemberOfNoObjectIsMissing) {
   std::string text = "kept";
   for (const char* json : {"[1]", "3", "null", "\"a\"", "{}"}) {
-    EXPECT_EQ(CONV_MISSING, parsed(json)["a"].asString(text)) << json;
+    EXPECT_EQ(parsed(json)["a"].asString(text), CONV_MISSING) << json;
   }
-  EXPECT_EQ("kept", text);
+  EXPECT_EQ(text, "kept");
 }
 
 TEST(DsjsonValue, WholeNumbersConvertHoweverSpelled) {
@@ -132,8 +132,8 @@ TEST(DsjsonValue, WholeNumbersConvertHoweverSpelled) {
                                                    {"-2147483648", INT32_MIN}};
   for (const auto& [text, expected] : cases) {
     int32_t number = 77;
-    EXPECT_EQ(CONV_OK, parsed(text).asNumber(number)) << text;
-    EXPECT_EQ(expected, number) << text;
+    EXPECT_EQ(parsed(text).asNumber(number), CONV_OK) << text;
+    EXPECT_EQ(number, expected) << text;
   }
 }
 
@@ -149,58 +149,58 @@ TEST(DsjsonValue, OtherValuesAreNoInt) {
                                                             {"null", CONV_MISSING}};
   for (const auto& [text, expected] : cases) {
     int32_t number = 77;
-    EXPECT_EQ(expected, parsed(text).asNumber(number)) << text;
-    EXPECT_EQ(77, number) << text;
+    EXPECT_EQ(parsed(text).asNumber(number), expected) << text;
+    EXPECT_EQ(number, 77) << text;
   }
 }
 
 TEST(DsjsonValue, DoublesConvert) {
   double number = 0;
-  EXPECT_EQ(CONV_OK, parsed("1.5").asNumber(number));
-  EXPECT_EQ(1.5, number);
-  EXPECT_EQ(CONV_OK, parsed("7").asNumber(number));
-  EXPECT_EQ(7, number);
-  EXPECT_EQ(CONV_BAD_TYPE, parsed("\"7\"").asNumber(number));
+  EXPECT_EQ(parsed("1.5").asNumber(number), CONV_OK);
+  EXPECT_EQ(number, 1.5);
+  EXPECT_EQ(parsed("7").asNumber(number), CONV_OK);
+  EXPECT_EQ(number, 7);
+  EXPECT_EQ(parsed("\"7\"").asNumber(number), CONV_BAD_TYPE);
 }
 
 TEST(DsjsonValue, StringsConvertUnlessANulWouldCutThem) {
   std::string text;
-  EXPECT_EQ(CONV_OK, parsed("\"a\\u00e9\\n\"").asString(text));
-  EXPECT_EQ("a\xc3\xa9\n", text);
-  EXPECT_EQ(CONV_NO_FIT, parsed("\"a\\u0000b\"").asString(text));
-  EXPECT_EQ(CONV_BAD_TYPE, parsed("3").asString(text));
-  EXPECT_EQ("a\xc3\xa9\n", text);
+  EXPECT_EQ(parsed("\"a\\u00e9\\n\"").asString(text), CONV_OK);
+  EXPECT_EQ(text, "a\xc3\xa9\n");
+  EXPECT_EQ(parsed("\"a\\u0000b\"").asString(text), CONV_NO_FIT);
+  EXPECT_EQ(parsed("3").asString(text), CONV_BAD_TYPE);
+  EXPECT_EQ(text, "a\xc3\xa9\n");
 }
 
 TEST(DsjsonValue, TextsOfMoreThanEightKibibytesDoNotConvert) {
   std::string text;
-  EXPECT_EQ(CONV_OK, parsed("\"" + std::string(8192, 'x') + "\"").asString(text));
-  EXPECT_EQ(8192u, text.size());
-  EXPECT_EQ(CONV_NO_FIT, parsed("\"" + std::string(8193, 'y') + "\"").asString(text));
-  EXPECT_EQ(std::string(8192, 'x'), text);
+  EXPECT_EQ(parsed("\"" + std::string(8192, 'x') + "\"").asString(text), CONV_OK);
+  EXPECT_EQ(text.size(), 8192u);
+  EXPECT_EQ(parsed("\"" + std::string(8193, 'y') + "\"").asString(text), CONV_NO_FIT);
+  EXPECT_EQ(text, std::string(8192, 'x'));
 }
 
 TEST(DsjsonValue, BooleansConvert) {
   bool truth = false;
-  EXPECT_EQ(CONV_OK, parsed("true").asBool(truth));
+  EXPECT_EQ(parsed("true").asBool(truth), CONV_OK);
   EXPECT_TRUE(truth);
-  EXPECT_EQ(CONV_BAD_TYPE, parsed("0").asBool(truth));
-  EXPECT_EQ(CONV_MISSING, parsed("{}")["a"].asBool(truth));
+  EXPECT_EQ(parsed("0").asBool(truth), CONV_BAD_TYPE);
+  EXPECT_EQ(parsed("{}")["a"].asBool(truth), CONV_MISSING);
   EXPECT_TRUE(truth);
 }
 
 TEST(DsjsonGenerator, KeepsMemberOrderAndKinds) {
   JValue object = Object();
   object.put("returnValue", true).put("z", 1).put("clipLength", 80.0).put("a", "x\n");
-  EXPECT_EQ("{\"returnValue\":true,\"z\":1,\"clipLength\":80.0,\"a\":\"x\\n\"}", generated(object));
+  EXPECT_EQ(generated(object), "{\"returnValue\":true,\"z\":1,\"clipLength\":80.0,\"a\":\"x\\n\"}");
   object.put("z", 2);
-  EXPECT_EQ("{\"returnValue\":true,\"z\":2,\"clipLength\":80.0,\"a\":\"x\\n\"}", generated(object));
-  EXPECT_EQ("{\"z\":0.75}", generated(Object().put("z", 0.75)));
-  EXPECT_EQ("null", generated(JValue()));
+  EXPECT_EQ(generated(object), "{\"returnValue\":true,\"z\":2,\"clipLength\":80.0,\"a\":\"x\\n\"}");
+  EXPECT_EQ(generated(Object().put("z", 0.75)), "{\"z\":0.75}");
+  EXPECT_EQ(generated(JValue()), "null");
 }
 
 TEST(DsjsonGenerator, ReplacesWhatIsNotUtf8) {
-  EXPECT_EQ("{\"a\":\"x\xef\xbf\xbdy\"}", generated(Object().put("a", "x\xffy")));
+  EXPECT_EQ(generated(Object().put("a", "x\xffy")), "{\"a\":\"x\xef\xbf\xbdy\"}");
 }
 
 TEST(DsjsonGenerator, RefusesNumbersThatJsonCannotWrite) {
@@ -209,7 +209,7 @@ TEST(DsjsonGenerator, RefusesNumbersThatJsonCannotWrite) {
     const JValue value = Object().put("in", Object().put("deep", number));
     EXPECT_FALSE(JGenerator(nullptr).toString(value, kAny, text));
   }
-  EXPECT_EQ("kept", text);
+  EXPECT_EQ(text, "kept");
 }
 
 }  // namespace

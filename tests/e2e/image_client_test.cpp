@@ -39,10 +39,10 @@ class ImageClientTest : public testing::Test {
 
 TEST_F(ImageClientTest, ShrinksAPictureByRelativePaths) {
   const auto result = client("resize-image in.jpg made/small.jpg --size 30k");
-  EXPECT_EQ(0, result.exitCode) << errors();
+  EXPECT_EQ(result.exitCode, 0) << errors();
   EXPECT_THAT(result.out, StartsWith((dir / "made/small.jpg") + ": "));
   EXPECT_LE(fs::file_size(dir / "made/small.jpg"), 30000u);
-  EXPECT_EQ(0, runCommand("identify " + (dir / "made/small.jpg") + " >/dev/null").exitCode);
+  EXPECT_EQ(runCommand("identify " + (dir / "made/small.jpg") + " >/dev/null").exitCode, 0);
   EXPECT_THAT(errors(), IsEmpty());
 }
 
@@ -57,33 +57,33 @@ TEST_F(ImageClientTest, RefusesToOverwriteItsInput) {
   fs::create_symlink("in.jpg", dir / "link.jpg");
   fs::create_hard_link(dir / "in.jpg", dir / "hard.jpg");
   for (const char* out : {"in.jpg", "./in.jpg", "link.jpg", "hard.jpg"}) {
-    EXPECT_EQ(1, client(std::string("resize-image in.jpg ") + out + " --size 30k").exitCode);
+    EXPECT_EQ(client(std::string("resize-image in.jpg ") + out + " --size 30k").exitCode, 1);
     EXPECT_THAT(errors(), HasSubstr("same file"));
   }
-  EXPECT_EQ(before, readFile(dir / "in.jpg"));
+  EXPECT_EQ(readFile(dir / "in.jpg"), before);
 }
 
 TEST_F(ImageClientTest, RefusesWhatIsNoJpegBeforeTheServiceMeetsIt) {
   dir.write("text.jpg", "no picture");
   dir.write("empty.jpg", "");
-  ASSERT_EQ(0, runCommand("mkfifo " + (dir / "fifo.jpg")).exitCode);
+  ASSERT_EQ(runCommand("mkfifo " + (dir / "fifo.jpg")).exitCode, 0);
   ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
   const pid_t daemon = system.daemonPid();
   dir.write("\xe9.jpg", readFile(dir / "in.jpg"));
   for (const char* in : {"text.jpg", "empty.jpg", "none.jpg", "fifo.jpg", ".", "\xe9.jpg"}) {
-    EXPECT_EQ(1, client(std::string("resize-image ") + in + " out.jpg --size 30k").exitCode) << in;
+    EXPECT_EQ(client(std::string("resize-image ") + in + " out.jpg --size 30k").exitCode, 1) << in;
     EXPECT_THAT(errors(), HasSubstr("cannot read"));
   }
   EXPECT_FALSE(fs::exists(dir / "out.jpg"));
-  EXPECT_EQ(daemon, system.daemonPid());
+  EXPECT_EQ(system.daemonPid(), daemon);
 }
 
 TEST_F(ImageClientTest, KeepsTheOldFileWhenNothingFits) {
   dir.write("out.jpg", "old");
-  EXPECT_EQ(1, client("resize-image in.jpg out.jpg --size 400").exitCode);
+  EXPECT_EQ(client("resize-image in.jpg out.jpg --size 400").exitCode, 1);
   EXPECT_THAT(errors(), HasSubstr("tarn-transcode: "));
-  EXPECT_EQ("old", readFile(dir / "out.jpg"));
-  EXPECT_EQ(0, runCommand("ls -A " + dir.path() + " | grep -c '^\\.out' | grep -qx 0").exitCode);
+  EXPECT_EQ(readFile(dir / "out.jpg"), "old");
+  EXPECT_EQ(runCommand("ls -A " + dir.path() + " | grep -c '^\\.out' | grep -qx 0").exitCode, 0);
 }
 
 // The service takes an encode that broke off for a success.
@@ -91,46 +91,46 @@ TEST_F(ImageClientTest, KeepsTheOldFileWhenNoWholePictureComesOut) {
   Bytes jpeg = readBytes(dir / "in.jpg");
   const Bytes sof = {0xff, 0xc0};
   auto frame = std::search(jpeg.begin(), jpeg.end(), sof.begin(), sof.end());
-  ASSERT_NE(jpeg.end(), frame);
+  ASSERT_NE(frame, jpeg.end());
   frame[1] = 0xcb;  // a lossless frame: the header reads, the data does not
   ASSERT_TRUE(writeBytes(dir / "in.jpg", jpeg));
   dir.write("out.jpg", "old");
-  EXPECT_EQ(1, client("resize-image in.jpg out.jpg --size 30k").exitCode);
-  EXPECT_NE("", errors());
-  EXPECT_EQ("old", readFile(dir / "out.jpg"));
+  EXPECT_EQ(client("resize-image in.jpg out.jpg --size 30k").exitCode, 1);
+  EXPECT_NE(errors(), "");
+  EXPECT_EQ(readFile(dir / "out.jpg"), "old");
 }
 
 TEST_F(ImageClientTest, ExplainsItsUse) {
-  EXPECT_EQ(2, client("").exitCode);
-  EXPECT_EQ(2, client("no-command").exitCode);
-  EXPECT_EQ(2, client("resize-image in.jpg out.jpg").exitCode);
+  EXPECT_EQ(client("").exitCode, 2);
+  EXPECT_EQ(client("no-command").exitCode, 2);
+  EXPECT_EQ(client("resize-image in.jpg out.jpg").exitCode, 2);
   EXPECT_THAT(errors(), HasSubstr("--size"));
-  EXPECT_EQ(2, client("resize-image in.jpg --size 30k").exitCode);
-  EXPECT_EQ(2, client("resize-image in.jpg out.jpg --size big").exitCode);
-  EXPECT_EQ(2, client("call resizeImage").exitCode);
-  EXPECT_EQ(0, client("--help").exitCode);
+  EXPECT_EQ(client("resize-image in.jpg --size 30k").exitCode, 2);
+  EXPECT_EQ(client("resize-image in.jpg out.jpg --size big").exitCode, 2);
+  EXPECT_EQ(client("call resizeImage").exitCode, 2);
+  EXPECT_EQ(client("--help").exitCode, 0);
 }
 
 TEST_F(ImageClientTest, CallsAnyMethod) {
   const auto bitrate = client("call getMinimalBitrate '{}'");
-  EXPECT_EQ(0, bitrate.exitCode);
-  EXPECT_EQ("{\"returnValue\": 204800}\n", bitrate.out);
+  EXPECT_EQ(bitrate.exitCode, 0);
+  EXPECT_EQ(bitrate.out, "{\"returnValue\": 204800}\n");
   const auto refused = client("call resizeImage '{}'");
-  EXPECT_EQ(1, refused.exitCode);
-  EXPECT_EQ("{\"returnValue\":false,\"errorText\":\"Could not parse param inFile\"}\n",
-            refused.out);
-  EXPECT_EQ(1, client("call noSuchMethod '{}'").exitCode);
-  EXPECT_EQ("204800 bit/s\n", client("min-bitrate").out);
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_EQ(refused.out,
+            "{\"returnValue\":false,\"errorText\":\"Could not parse param inFile\"}\n");
+  EXPECT_EQ(client("call noSuchMethod '{}'").exitCode, 1);
+  EXPECT_EQ(client("min-bitrate").out, "204800 bit/s\n");
 }
 
 TEST_F(ImageClientTest, SaysWhenThereIsNoService) {
   const std::string program =
       installed("bin/tarn-transcode") + " min-bitrate 2>" + (dir / "errors");
-  EXPECT_EQ(3, runCommand("DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere " + program).exitCode);
+  EXPECT_EQ(runCommand("DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere " + program).exitCode, 3);
   EXPECT_THAT(errors(), HasSubstr("no message bus"));
   const tarn::test::PrivateBus empty;
-  EXPECT_EQ(3,
-            runCommand("DBUS_SESSION_BUS_ADDRESS='" + empty.address() + "' " + program).exitCode);
+  EXPECT_EQ(runCommand("DBUS_SESSION_BUS_ADDRESS='" + empty.address() + "' " + program).exitCode,
+            3);
   EXPECT_THAT(errors(), HasSubstr("cannot be started"));
 }
 
@@ -145,14 +145,14 @@ TEST_F(ImageClientTest, AsksOnceMoreWhenTheServiceDies) {
        installed("bin/tarn-transcode") + " resize-image --quiet in.jpg out.jpg --size 10M 2>errors")
           .c_str(),
       "r");
-  ASSERT_NE(nullptr, command);
+  ASSERT_NE(command, nullptr);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (system.bus().log().find("trying res") == std::string::npos) {
     ASSERT_LT(std::chrono::steady_clock::now(), deadline);
     system.client().sync();
   }
   system.endDaemon();
-  EXPECT_EQ(0, pclose(command)) << errors();
+  EXPECT_EQ(pclose(command), 0) << errors();
   EXPECT_GT(fs::file_size(dir / "out.jpg"), 0u);
 }
 

@@ -37,7 +37,7 @@ TEST_F(LifetimeTest, EndsAtTheFirstIdleTickWithStatusZero) {
   const auto lived = steady_clock::now() - start;
   ASSERT_TRUE(status);
   EXPECT_TRUE(WIFEXITED(*status));
-  EXPECT_EQ(0, WEXITSTATUS(*status));
+  EXPECT_EQ(WEXITSTATUS(*status), 0);
   EXPECT_GE(lived, std::chrono::milliseconds(4900));
 #ifndef TARN_SANITIZED
   EXPECT_LE(lived, std::chrono::milliseconds(5500));
@@ -62,10 +62,10 @@ TEST(ShortTickLifetimeTest, KeepsTheDeviceAwakeAtEveryTickWithALiveTask) {
 TEST_F(LifetimeTest, GoesOnWithoutAPowerService) {
   SpawnedProgram daemon(SHORT_TICK_DAEMON, environment({"TEST_TICK_MS=200"}), logPath());
   ASSERT_TRUE(system.client().waitForName(kTranscode, true));
-  EXPECT_EQ("{\"returnValue\": 204800}", system.call("getMinimalBitrate", "{}").reply);
+  EXPECT_EQ(system.call("getMinimalBitrate", "{}").reply, "{\"returnValue\": 204800}");
   const auto status = daemon.waitForEnd(20000);
   ASSERT_TRUE(status);
-  EXPECT_EQ(0, *status);
+  EXPECT_EQ(*status, 0);
 }
 
 TEST_F(LifetimeTest, FailsWithStatusZeroWhenTheNameIsTaken) {
@@ -73,7 +73,7 @@ TEST_F(LifetimeTest, FailsWithStatusZeroWhenTheNameIsTaken) {
   SpawnedProgram second(installed("libexec/tarn-transcode/start"), environment(), logPath());
   const auto status = second.waitForEnd(20000);
   ASSERT_TRUE(status);
-  EXPECT_EQ(0, *status);
+  EXPECT_EQ(*status, 0);
   EXPECT_THAT(readFile(logPath()), testing::HasSubstr("com.tarn.transcode"));
   EXPECT_TRUE(system.call("getMinimalBitrate", "{}").ok);
 }
@@ -85,7 +85,7 @@ TEST_F(LifetimeTest, FailsWithStatusZeroWithoutABus) {
                         logPath());
   const auto status = daemon.waitForEnd(20000);
   ASSERT_TRUE(status);
-  EXPECT_EQ(0, *status);
+  EXPECT_EQ(*status, 0);
   EXPECT_FALSE(readFile(logPath()).empty());
 }
 
@@ -113,7 +113,7 @@ TEST_F(LifetimeTest, HundredPicturesLeaveNothingBehind) {
       << " after the first picture";
   const auto status = daemon.waitForEnd(60000);
   ASSERT_TRUE(status);
-  EXPECT_EQ(0, *status) << readFile(logPath()).substr(0, 5000);
+  EXPECT_EQ(*status, 0) << readFile(logPath()).substr(0, 5000);
 }
 
 }  // namespace

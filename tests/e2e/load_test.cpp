@@ -51,15 +51,15 @@ TEST(LoadTest, EndsBetweenRequestsLoseNoneAndRunNoneTwice) {
                          SHORT_TICK_DAEMON);
   constexpr int kClients = 4;
   constexpr int kCallsEach = 5000;
-  EXPECT_EQ(0, callFromClients(system, kClients, kCallsEach));
+  EXPECT_EQ(callFromClients(system, kClients, kCallsEach), 0);
 
   std::map<std::string, int> replies;
   std::istringstream lines(readFile(log));
   for (std::string line; std::getline(lines, line);)
     ++replies[line];
-  EXPECT_EQ(static_cast<size_t>(kClients * kCallsEach), replies.size());
+  EXPECT_EQ(replies.size(), static_cast<size_t>(kClients * kCallsEach));
   for (const auto& [id, count] : replies)
-    EXPECT_EQ(1, count) << id;
+    EXPECT_EQ(count, 1) << id;
 }
 
 TEST(LoadTest, BitrateIsAnsweredWithinAnEncode) {
@@ -68,7 +68,7 @@ TEST(LoadTest, BitrateIsAnsweredWithinAnEncode) {
   ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
   const auto encode =
       system.start("resizeImage", resizeRequest(in, system.files() / "out.jpg", 10000000));
-  EXPECT_EQ(kBitrate, system.call("getMinimalBitrate", "{}").reply);
+  EXPECT_EQ(system.call("getMinimalBitrate", "{}").reply, kBitrate);
   EXPECT_FALSE(system.client().isDone(encode));
   EXPECT_THAT(system.client().wait(encode).reply,
               testing::StartsWith(R"({"returnValue":true,"xSize":4000,"ySize":3008,)"));
@@ -87,8 +87,8 @@ TEST(LoadTest, NestedRequestsAreAllAnsweredRight) {
   EXPECT_THAT(one, testing::StartsWith(R"({"returnValue":true,"xSize":4000,"ySize":3008,)"));
   const std::string first = readFile(system.files() / "0.jpg");
   for (int i = 1; i < 20; ++i) {
-    EXPECT_EQ(one, system.client().wait(pending[i]).reply);
-    EXPECT_EQ(first, readFile(system.files() / (std::to_string(i) + ".jpg")));
+    EXPECT_EQ(system.client().wait(pending[i]).reply, one);
+    EXPECT_EQ(readFile(system.files() / (std::to_string(i) + ".jpg")), first);
   }
 }
 
@@ -101,11 +101,11 @@ std::string lastingDaemon() {
 
 TEST(LoadTest, MemoryIsBackAfterTenThousandCalls) {
   InstalledSystem system(lastingDaemon());
-  ASSERT_EQ(0, callFromClients(system, 8, 125));
+  ASSERT_EQ(callFromClients(system, 8, 125), 0);
   const pid_t daemon = system.daemonPid();
   const long before = residentKb(daemon);
   ASSERT_GT(before, 0);
-  EXPECT_EQ(0, callFromClients(system, 8, 1250));
+  EXPECT_EQ(callFromClients(system, 8, 1250), 0);
   EXPECT_LE(residentKb(daemon), before + 2048);
 }
 
@@ -126,7 +126,7 @@ TEST(LoadTest, TwoHundredBigPicturesStayInBounds) {
     int kb = 0;
     const std::string status = readFile("/proc/" + std::to_string(daemon) + "/status");
     const size_t peak = status.find("VmHWM:");
-    ASSERT_NE(std::string::npos, peak);
+    ASSERT_NE(peak, std::string::npos);
     sscanf(status.c_str() + peak, "VmHWM: %d kB", &kb);
     peakKb = std::max<long>(peakKb, kb);
   }
@@ -152,7 +152,7 @@ TEST(LoadTest, FiveThousandSmallPicturesWithoutAPause) {
   for (int i = 0; i < 48; ++i)
     hundred();
   const double last = hundred();
-  EXPECT_EQ(daemon, system.daemonPid());
+  EXPECT_EQ(system.daemonPid(), daemon);
   EXPECT_LE(last, 1.5 * first) << "first " << first << " s, last " << last << " s";
 }
 

@@ -49,7 +49,7 @@ class MovieClientTest : public testing::Test, protected MovieClient {
 
 TEST_F(MovieClientTest, TellsOfAMovie) {
   const auto words = run("info in.mp4");
-  EXPECT_EQ(0, words.exitCode) << errors();
+  EXPECT_EQ(words.exitCode, 0) << errors();
   EXPECT_THAT(words.out, MatchesRegex(".*/w/in.mp4: 0:03, [0-9]+ kB, [0-9.]+ [kM]bit/s\n"));
   EXPECT_THAT(run("info --json in.mp4").out,
               StartsWith(R"({"returnValue":true,"fileSize":)" +
@@ -62,16 +62,16 @@ TEST_F(MovieClientTest, MakesAMovieOfEveryOptionByRelativePaths) {
       run("resize-movie in.mp4 made/out.3gp --max-size 200k --max-bitrate 0.5M "
           "--video-codec h263 --audio-codec aac --audio-bitrate 16k --audio-rate 16000 "
           "--pic-size qcif --frame-rate 12.5 --start 0.5 --length=2 --passes 2");
-  EXPECT_EQ(0, result.exitCode) << errors();
+  EXPECT_EQ(result.exitCode, 0) << errors();
   EXPECT_THAT(result.out, MatchesRegex(".*/w/made/out.3gp: 0:02, [0-9]+ kB, [0-9]+ kbit/s\n"));
   const MovieFacts made = movieFacts(dir / "w/made/out.3gp");
-  EXPECT_EQ("h263,video,176,144 aac,audio", made.streams);
-  EXPECT_NEAR(2, made.seconds, 0.2);
+  EXPECT_EQ(made.streams, "h263,video,176,144 aac,audio");
+  EXPECT_NEAR(made.seconds, 2, 0.2);
   EXPECT_THAT(namesIn(dir / "w/made"), ElementsAre("out.3gp"));
 }
 
 TEST_F(MovieClientTest, PrintsJsonOnlyOrNothing) {
-  EXPECT_EQ("{\"returnValue\":true}\n", run("resize-movie --json in.mp4 a.mp4").out);
+  EXPECT_EQ(run("resize-movie --json in.mp4 a.mp4").out, "{\"returnValue\":true}\n");
   EXPECT_THAT(run("resize-movie --quiet in.mp4 a.mp4 --video-bitrate 300k").out, IsEmpty());
   EXPECT_THAT(errors(), IsEmpty());
   EXPECT_THAT(run("resize-movie --json in.mp4 a.mkv").out,
@@ -80,23 +80,23 @@ TEST_F(MovieClientTest, PrintsJsonOnlyOrNothing) {
 
 // One pass of this clip overshoots, and ffmpeg stops it where the size runs out.
 TEST_F(MovieClientTest, ReadsTheInputTwiceWhereOnePassCutsTheMovie) {
-  EXPECT_EQ(1, run("resize-movie in.mp4 out.mp4 --max-size 250k --passes 1").exitCode);
+  EXPECT_EQ(run("resize-movie in.mp4 out.mp4 --max-size 250k --passes 1").exitCode, 1);
   EXPECT_THAT(errors(), HasSubstr(" fit into 250 kB; two passes may do better"));
   EXPECT_FALSE(fs::exists(dir / "w/out.mp4"));
 
-  EXPECT_EQ(0, run("resize-movie in.mp4 out.mp4 --max-size 250k").exitCode) << errors();
+  EXPECT_EQ(run("resize-movie in.mp4 out.mp4 --max-size 250k").exitCode, 0) << errors();
   EXPECT_LE(fs::file_size(dir / "w/out.mp4"), 250000u);
-  EXPECT_NEAR(3, movieFacts(dir / "w/out.mp4").seconds, 0.2);
+  EXPECT_NEAR(movieFacts(dir / "w/out.mp4").seconds, 3, 0.2);
   EXPECT_THAT(namesIn(dir / "w"), ElementsAre("in.mp4", "out.mp4"));
 }
 
 TEST_F(MovieClientTest, KeepsTheModeOfTheFileItReplaces) {
   dir.write("w/out.mp4", "old");
   chmod((dir / "w/out.mp4").c_str(), 0600);
-  EXPECT_EQ(0, run("resize-movie in.mp4 out.mp4 --video-bitrate 300k").exitCode) << errors();
+  EXPECT_EQ(run("resize-movie in.mp4 out.mp4 --video-bitrate 300k").exitCode, 0) << errors();
   struct stat attributes = {};
-  ASSERT_EQ(0, stat((dir / "w/out.mp4").c_str(), &attributes));
-  EXPECT_EQ(0600u, attributes.st_mode & 0777u);
+  ASSERT_EQ(stat((dir / "w/out.mp4").c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_mode & 0777u, 0600u);
 }
 
 TEST_F(MovieClientTest, RefusesToOverwriteItsInput) {
@@ -104,23 +104,23 @@ TEST_F(MovieClientTest, RefusesToOverwriteItsInput) {
   fs::create_symlink("in.mp4", dir / "w/link.mp4");
   fs::create_hard_link(dir / "w/in.mp4", dir / "w/hard.mp4");
   for (const char* out : {"in.mp4", "./in.mp4", "link.mp4", "hard.mp4"}) {
-    EXPECT_EQ(1, run(std::string("resize-movie in.mp4 ") + out).exitCode);
+    EXPECT_EQ(run(std::string("resize-movie in.mp4 ") + out).exitCode, 1);
     EXPECT_THAT(errors(), HasSubstr("same file"));
   }
-  EXPECT_EQ(before, readFile(dir / "w/in.mp4"));
+  EXPECT_EQ(readFile(dir / "w/in.mp4"), before);
 }
 
 TEST_F(MovieClientTest, RefusesWhatIsNoRegularFileBeforeTheServiceMeetsIt) {
-  ASSERT_EQ(0, runCommand("mkfifo " + (dir / "w/fifo.mp4")).exitCode);
+  ASSERT_EQ(runCommand("mkfifo " + (dir / "w/fifo.mp4")).exitCode, 0);
   dir.write("w/empty.mp4", "");
   dir.write("w/\xe9.mp4", "not UTF-8");
   for (const char* in : {"none.mp4", "fifo.mp4", "empty.mp4", ".", "\xe9.mp4"}) {
-    EXPECT_EQ(1, run(std::string("info ") + in).exitCode) << in;
+    EXPECT_EQ(run(std::string("info ") + in).exitCode, 1) << in;
     EXPECT_THAT(errors(), HasSubstr("cannot read")) << in;
-    EXPECT_EQ(1, run(std::string("resize-movie ") + in + " out.mp4").exitCode) << in;
+    EXPECT_EQ(run(std::string("resize-movie ") + in + " out.mp4").exitCode, 1) << in;
     EXPECT_THAT(errors(), HasSubstr("cannot read")) << in;
   }
-  EXPECT_EQ(0, system.daemonPid());
+  EXPECT_EQ(system.daemonPid(), 0);
 }
 
 TEST_F(MovieClientTest, NamesWordsThatMakeNoCommand) {
@@ -130,7 +130,7 @@ TEST_F(MovieClientTest, NamesWordsThatMakeNoCommand) {
         "resize-movie in.mp4 out.mp4 --passes 3", "resize-movie in.mp4 out.mp4 --start -1",
         "resize-movie in.mp4 out.mp4 --frame-rate 0", "resize-movie in.mp4 out.mp4 --size 1M",
         "resize-movie in.mp4 out.mp4 --max-size 1M --video-codec copy"}) {
-    EXPECT_EQ(2, run(words).exitCode) << words;
+    EXPECT_EQ(run(words).exitCode, 2) << words;
     EXPECT_THAT(errors(), HasSubstr("usage: ")) << words;
   }
   EXPECT_THAT(namesIn(dir / "w"), ElementsAre("in.mp4"));
@@ -139,20 +139,20 @@ TEST_F(MovieClientTest, NamesWordsThatMakeNoCommand) {
 TEST_F(MovieClientTest, KeepsTheOldFileAndTellsFfmpegsWords) {
   dir.write("w/out.mp4", "old");
   for (const char* options : {"--video-codec nosuch", "--audio-codec nosuch --passes 2"}) {
-    EXPECT_EQ(1, run(std::string("resize-movie in.mp4 out.mp4 ") + options).exitCode);
+    EXPECT_EQ(run(std::string("resize-movie in.mp4 out.mp4 ") + options).exitCode, 1);
     EXPECT_THAT(errors(), HasSubstr("Unknown encoder 'nosuch'"));
     EXPECT_THAT(errors(), Not(HasSubstr(".out.")));  // the temporary name
   }
-  EXPECT_EQ(1, run("resize-movie in.mp4 out.mp4 --max-size 2k").exitCode);
+  EXPECT_EQ(run("resize-movie in.mp4 out.mp4 --max-size 2k").exitCode, 1);
   EXPECT_THAT(errors(), HasSubstr("maxOutputSize too small?\n"));
-  EXPECT_EQ("old", readFile(dir / "w/out.mp4"));
+  EXPECT_EQ(readFile(dir / "w/out.mp4"), "old");
   EXPECT_THAT(namesIn(dir / "w"), ElementsAre("in.mp4", "out.mp4"));
 }
 
 TEST_F(MovieClientTest, TellsSilence) {
   dir.write("w/text.mp4", "no movie, but longer than ten bytes");
   for (const char* words : {"info text.mp4", "resize-movie text.mp4 out.mp4"}) {
-    EXPECT_EQ(1, run(words).exitCode);
+    EXPECT_EQ(run(words).exitCode, 1);
     EXPECT_THAT(errors(), HasSubstr("could not read " + (dir / "w/text.mp4") + " as a movie"));
   }
   EXPECT_FALSE(fs::exists(dir / "w/out.mp4"));
@@ -173,10 +173,10 @@ TEST(ScriptedMovieClientTest, KeepsTheOldFileWhenNoWholeMovieCameOut) {
     client.dir.write("w/in.mp4", std::string(1000000, 'x'));
     client.dir.write("w/out.mp4", "old");
     const auto result = client.run("resize-movie in.mp4 out.mp4 --max-size 100k --passes 1");
-    EXPECT_EQ(1, result.exitCode) << script;
+    EXPECT_EQ(result.exitCode, 1) << script;
     EXPECT_THAT(result.out, IsEmpty());
     EXPECT_THAT(client.errors(), HasSubstr(words));
-    EXPECT_EQ("old", readFile(client.dir / "w/out.mp4"));
+    EXPECT_EQ(readFile(client.dir / "w/out.mp4"), "old");
     EXPECT_THAT(namesIn(client.dir / "w"), ElementsAre("in.mp4", "out.mp4"));
   }
 }
@@ -200,9 +200,9 @@ TEST(ScriptedMovieClientTest, EveryOptionReachesFfmpeg) {
   MovieClient client(ffmpeg.daemon());
   const std::string in = client.dir.write("w/in.mp4", std::string(1000000, 'x'));
   for (const auto& [options, words] : cases) {
-    EXPECT_EQ(0, client.run(std::string("resize-movie in.mp4 out.mp4 ") + options).exitCode)
+    EXPECT_EQ(client.run(std::string("resize-movie in.mp4 out.mp4 ") + options).exitCode, 0)
         << client.errors();
-    EXPECT_EQ("-i " + in + " -y " + words + " OUT\n", readFile(ffmpeg.here() / "line"));
+    EXPECT_EQ(readFile(ffmpeg.here() / "line"), "-i " + in + " -y " + words + " OUT\n");
   }
 }
 
@@ -216,7 +216,7 @@ TEST(ScriptedMovieClientTest, AsksAgainWhenTheServiceDied) {
     cp "$input" "$output")");
   MovieClient client(ffmpeg.daemon());
   client.dir.write("w/in.mp4", std::string(1000000, 'x'));
-  EXPECT_EQ(0, client.run("resize-movie in.mp4 out.mp4").exitCode) << client.errors();
+  EXPECT_EQ(client.run("resize-movie in.mp4 out.mp4").exitCode, 0) << client.errors();
   EXPECT_TRUE(fs::exists(ffmpeg.here() / "killed"));
   EXPECT_THAT(namesIn(client.dir / "w"), ElementsAre("in.mp4", "out.mp4"));
 }
@@ -248,7 +248,7 @@ TEST(ScriptedMovieClientTest, ShowsTenthsWhereNobodyWatches) {
   MovieClient client(ffmpeg.daemon());
   client.dir.write("w/in.mp4", std::string(1000000, 'x'));
   const std::string shown = ffmpeg.here() / "shown";
-  EXPECT_EQ(0, runCommand(client.command("resize-movie in.mp4 out.mp4 2>" + shown)).exitCode);
+  EXPECT_EQ(runCommand(client.command("resize-movie in.mp4 out.mp4 2>" + shown)).exitCode, 0);
   EXPECT_THAT(readFile(shown), MatchesRegex("20 %, [0-9:]+ left\n90 %, [0-9:]+ left\n"));
 }
 
@@ -258,12 +258,12 @@ TEST(ScriptedMovieClientTest, RewritesOneLineOnATerminal) {
   client.dir.write("w/in.mp4", std::string(1000000, 'x'));
   const std::string shown = ffmpeg.here() / "shown";
   const std::string inner = client.dir.write("inner", client.command("resize-movie in.mp4 o.mp4"));
-  EXPECT_EQ(0, runCommand("script -qefc 'sh " + inner + "' " + shown + " >/dev/null").exitCode);
+  EXPECT_EQ(runCommand("script -qefc 'sh " + inner + "' " + shown + " >/dev/null").exitCode, 0);
   const std::string text = readFile(shown);
   EXPECT_THAT(text, HasSubstr("\r25 %, "));
   EXPECT_THAT(text, HasSubstr("\r90 %, "));
   const size_t wiped = text.find("\r" + std::string(30, ' ') + "\r");
-  ASSERT_NE(std::string::npos, wiped);
+  ASSERT_NE(wiped, std::string::npos);
   EXPECT_THAT(text.substr(wiped), HasSubstr("/w/o.mp4: 0:10, 1.0 MB, 800 kbit/s"));
 }
 

@@ -49,14 +49,14 @@ TEST_F(MovieFailuresTest, WhatIsNoMovieGetsNoReplyAndIsToldAtOnce) {
   for (const std::string& in : inputs) {
     for (const char* method : {"getMovieInfo", "resizeMovie"}) {
       [[maybe_unused]] const auto start = steady_clock::now();
-      EXPECT_EQ(kNoReply, system.call(method, movieRequest(in, out)).errorName) << in;
+      EXPECT_EQ(system.call(method, movieRequest(in, out)).errorName, kNoReply) << in;
 #ifndef TARN_SANITIZED
       EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(1)) << in;
 #endif
     }
   }
   EXPECT_FALSE(std::filesystem::exists(out));
-  EXPECT_EQ(daemon, system.daemonPid());
+  EXPECT_EQ(system.daemonPid(), daemon);
 }
 
 TEST_F(MovieFailuresTest, ParametersThatCannotBeUsedAreNamed) {
@@ -75,7 +75,7 @@ TEST_F(MovieFailuresTest, ParametersThatCannotBeUsedAreNamed) {
       {out, R"("maxBitrate":30000)", R"(can't reach targetBitrate, maxOutputSize too small?\n)"},
   };
   for (const auto& [outFile, members, text] : cases) {
-    EXPECT_EQ(failure(text), resize(outFile, members)) << outFile << " " << members;
+    EXPECT_EQ(resize(outFile, members), failure(text)) << outFile << " " << members;
   }
   EXPECT_FALSE(std::filesystem::exists(out));
 }
@@ -84,9 +84,9 @@ TEST_F(MovieFailuresTest, RequestsThatCannotBeParsedAreNamed) {
   const auto reply = [this](const std::string& payload) {
     return system.call("resizeMovie", payload).reply;
   };
-  EXPECT_EQ(failure(R"(malformed command\n)"), reply("no json"));
-  EXPECT_EQ(failure(R"(Could not parse inFile param string\n)"), reply("{}"));
-  EXPECT_EQ(failure("Could not parse param outFile"), reply(infoRequest(clip)));
+  EXPECT_EQ(reply("no json"), failure(R"(malformed command\n)"));
+  EXPECT_EQ(reply("{}"), failure(R"(Could not parse inFile param string\n)"));
+  EXPECT_EQ(reply(infoRequest(clip)), failure("Could not parse param outFile"));
 }
 
 TEST_F(MovieFailuresTest, FfmpegsOwnWordsAreTheDetail) {
@@ -113,7 +113,7 @@ TEST_F(MovieFailuresTest, AFailedSecondPassLeavesTheOldFileAndNoLogs) {
               HasSubstr("Unknown encoder 'nosuch'"));
   // The reply comes before the pass logs go.
   EXPECT_TRUE(waitUntil([this] { return namesIn(dir / "made").size() == 1; }));
-  EXPECT_EQ("old", readFile(dir / "made/out.mp4"));
+  EXPECT_EQ(readFile(dir / "made/out.mp4"), "old");
 }
 
 TEST(ScriptedMovieFailuresTest, AMovieWithoutLengthCannotBePlanned) {
@@ -121,8 +121,8 @@ TEST(ScriptedMovieFailuresTest, AMovieWithoutLengthCannotBePlanned) {
   InstalledSystem system(ffmpeg.daemon());
   const std::string in = system.files().write("in.mp4", "more than ten bytes");
   const std::string out = system.files() / "out.mp4";
-  EXPECT_EQ(failure(R"(getOrignalLengthInMs() failed\n)"),
-            system.call("resizeMovie", movieRequest(in, out)).reply);
+  EXPECT_EQ(system.call("resizeMovie", movieRequest(in, out)).reply,
+            failure(R"(getOrignalLengthInMs() failed\n)"));
 }
 
 TEST(ScriptedMovieFailuresTest, AnAbortedEncodeIsNamed) {
@@ -131,8 +131,8 @@ TEST(ScriptedMovieFailuresTest, AnAbortedEncodeIsNamed) {
   const std::string in = system.files().write("in.mp4", std::string(1000000, 'x'));
   const std::string out = system.files() / "out.mp4";
   EXPECT_EQ(
-      R"({"returnValue":false,"errorText":"transcode worker aborted","errorDetail":"last words\n"})",
-      system.call("resizeMovie", movieRequest(in, out)).reply);
+      system.call("resizeMovie", movieRequest(in, out)).reply,
+      R"({"returnValue":false,"errorText":"transcode worker aborted","errorDetail":"last words\n"})");
 }
 
 }  // namespace

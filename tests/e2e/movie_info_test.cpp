@@ -36,7 +36,7 @@ class MovieInfoTest : public testing::Test {
     ASSERT_TRUE(result.ok) << result.errorName << ": " << result.errorMessage;
     EXPECT_THAT(result.reply, testing::StartsWith(R"({"returnValue":true,"fileSize":)"));
     const Info info = parseInfo(result.reply);
-    EXPECT_EQ(static_cast<int64_t>(std::filesystem::file_size(clip)), info.fileSize);
+    EXPECT_EQ(info.fileSize, static_cast<int64_t>(std::filesystem::file_size(clip)));
     EXPECT_NEAR(movieFacts(clip).seconds, info.clipLength, 0.05);
     EXPECT_NEAR(info.fileSize * 8.0 / info.clipLength, info.bitrate, 1.001);
   }

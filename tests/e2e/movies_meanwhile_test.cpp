@@ -54,12 +54,12 @@ TEST_F(HeldMovieTest, OtherRequestsAreAnsweredMeanwhile) {
                                                      system.files() / "out.jpg", 100000))
                   .reply,
               testing::StartsWith(R"({"returnValue":true,"xSize":320,)"));
-  EXPECT_EQ("{\"returnValue\": 204800}", system.call("getMinimalBitrate", "{}").reply);
+  EXPECT_EQ(system.call("getMinimalBitrate", "{}").reply, "{\"returnValue\": 204800}");
   EXPECT_THAT(system.call("getMovieInfo", infoRequest(in)).reply,
               testing::StartsWith(R"({"returnValue":true,"fileSize":1000000,)"));
   EXPECT_FALSE(system.client().isDone(movie));
   letGo();
-  EXPECT_EQ(kDone, system.client().wait(movie).reply);
+  EXPECT_EQ(system.client().wait(movie).reply, kDone);
 }
 
 TEST_F(HeldMovieTest, MoviesAreMadeSideBySide) {
@@ -67,8 +67,8 @@ TEST_F(HeldMovieTest, MoviesAreMadeSideBySide) {
   const auto two = startMovie("two.mp4");  // has started although the first has not ended
   EXPECT_FALSE(system.client().isDone(one));
   letGo();
-  EXPECT_EQ(kDone, system.client().wait(one).reply);
-  EXPECT_EQ(kDone, system.client().wait(two).reply);
+  EXPECT_EQ(system.client().wait(one).reply, kDone);
+  EXPECT_EQ(system.client().wait(two).reply, kDone);
 }
 
 TEST_F(HeldMovieTest, KeepsTheDeviceAwakeAndEndsWhenTheMovieHas) {
@@ -78,9 +78,9 @@ TEST_F(HeldMovieTest, KeepsTheDeviceAwakeAndEndsWhenTheMovieHas) {
   const size_t before = power.payloads.size();
   EXPECT_TRUE(waitUntil([&] { return power.payloads.size() >= before + 10; }));
   EXPECT_THAT(power.payloads, Each(kKeepAlive));
-  EXPECT_EQ(daemon, system.daemonPid());
+  EXPECT_EQ(system.daemonPid(), daemon);
   letGo();
-  EXPECT_EQ(kDone, system.client().wait(movie).reply);
+  EXPECT_EQ(system.client().wait(movie).reply, kDone);
   EXPECT_TRUE(waitUntil([&] { return system.daemonPid() == 0; }));
 }
 
@@ -89,15 +89,15 @@ TEST_F(HeldMovieTest, AFileThatEndsTheDaemonLeavesTheMovieAndTheServiceGoingOn) 
   PowerService power(system.bus().address());
   const auto movie = startMovie("out.mp4");
   const std::string noPicture = system.files().write("in.jpg", "no picture");
-  EXPECT_EQ("org.freedesktop.DBus.Error.NoReply",
-            system.call("resizeImage", resizeRequest(noPicture, system.files() / "out.jpg", 1000))
-                .errorName);
-  EXPECT_EQ("{\"returnValue\": 204800}", system.call("getMinimalBitrate", "{}").reply);
+  EXPECT_EQ(system.call("resizeImage", resizeRequest(noPicture, system.files() / "out.jpg", 1000))
+                .errorName,
+            "org.freedesktop.DBus.Error.NoReply");
+  EXPECT_EQ(system.call("getMinimalBitrate", "{}").reply, "{\"returnValue\": 204800}");
   EXPECT_FALSE(system.client().isDone(movie));
   const size_t before = power.payloads.size();
   EXPECT_TRUE(waitUntil([&] { return power.payloads.size() >= before + 10; }));
   letGo();
-  EXPECT_EQ(kDone, system.client().wait(movie).reply);
+  EXPECT_EQ(system.client().wait(movie).reply, kDone);
 }
 
 TEST(RealMovieTest, TwoAtOnceComeOutWhole) {
@@ -108,10 +108,10 @@ TEST(RealMovieTest, TwoAtOnceComeOutWhole) {
   };
   const auto one = make("one.mp4", R"("maxBitrate":400000,"passes":2)");
   const auto two = make("two.3gp", R"("maxBitrate":200000,"picSize":"auto")");
-  EXPECT_EQ(kDone, system.client().wait(one).reply);
-  EXPECT_EQ(kDone, system.client().wait(two).reply);
-  EXPECT_EQ("", decodingErrors(system.files() / "one.mp4"));
-  EXPECT_EQ("", decodingErrors(system.files() / "two.3gp"));
+  EXPECT_EQ(system.client().wait(one).reply, kDone);
+  EXPECT_EQ(system.client().wait(two).reply, kDone);
+  EXPECT_EQ(decodingErrors(system.files() / "one.mp4"), "");
+  EXPECT_EQ(decodingErrors(system.files() / "two.3gp"), "");
 }
 
 // The bytes that the encoder has written so far, in a folder of its own beside the target.
@@ -141,7 +141,7 @@ TEST(RealMovieTest, AKilledDaemonTakesItsEncoderAlongAndLeavesTheOldFile) {
   EXPECT_FALSE(system.client().wait(movie).ok);
   EXPECT_TRUE(waitUntil([&] { return processesAbout(folder + "/").empty(); }))
       << testing::PrintToString(processesAbout(folder + "/"));
-  EXPECT_EQ("old", readFile(out));
+  EXPECT_EQ(readFile(out), "old");
   EXPECT_THAT(namesIn(folder), testing::ElementsAre("out.mp4"));
 }
 

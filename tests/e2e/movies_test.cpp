@@ -38,11 +38,11 @@ TEST_P(MoviesTest, MadeAsAsked) {
   const Case& asked = GetParam();
   std::filesystem::create_directory(folder);
   const std::string out = folder + "/" + asked.out;
-  EXPECT_EQ(kDone, resize(out, asked.members));
+  EXPECT_EQ(resize(out, asked.members), kDone);
   const MovieFacts made = movieFacts(out);
-  EXPECT_EQ(asked.streams, made.streams);
-  EXPECT_NEAR(asked.seconds, made.seconds, 0.2);
-  EXPECT_EQ("", decodingErrors(out));
+  EXPECT_EQ(made.streams, asked.streams);
+  EXPECT_NEAR(made.seconds, asked.seconds, 0.2);
+  EXPECT_EQ(decodingErrors(out), "");
   // The reply comes before the pass logs go.
   EXPECT_TRUE(system.call("getMinimalBitrate", "{}").ok);
   EXPECT_THAT(namesIn(folder), testing::ElementsAre(asked.out));
@@ -80,19 +80,19 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(MoviesTest, FitsTheSizeInTwoPasses) {
   const std::string out = system.files() / "out.mp4";
   const std::string members = R"("maxOutputSize":250000,"passes":2)";
-  EXPECT_EQ(kDone, resize(out, members));
+  EXPECT_EQ(resize(out, members), kDone);
   EXPECT_LE(std::filesystem::file_size(out), 250000u);
-  EXPECT_NEAR(3, movieFacts(out).seconds, 0.2);
-  EXPECT_EQ("", decodingErrors(out));
+  EXPECT_NEAR(movieFacts(out).seconds, 3, 0.2);
+  EXPECT_EQ(decodingErrors(out), "");
 }
 
 // The length is not looked at: one pass may be cut where the size runs out.
 TEST_F(MoviesTest, StaysBelowTheSizeInOnePass) {
   const std::string out = system.files() / "out.mp4";
   const std::string members = R"("maxOutputSize":250000)";
-  EXPECT_EQ(kDone, resize(out, members));
+  EXPECT_EQ(resize(out, members), kDone);
   EXPECT_LE(std::filesystem::file_size(out), 250000u);
-  EXPECT_EQ("", decodingErrors(out));
+  EXPECT_EQ(decodingErrors(out), "");
 }
 
 }  // namespace

@@ -89,7 +89,7 @@ TEST_F(PhotosTest, FitTheBudgetAndLookAsBefore) {
     EXPECT_THAT(result.reply,
                 testing::StartsWith(R"({"returnValue":true,"xSize":1600,"ySize":1200,)"));
     EXPECT_LE(fs::file_size(out), static_cast<unsigned>(budget));
-    EXPECT_EQ("1600x1200", runCommand("identify -format '%wx%h' " + out).out);
+    EXPECT_EQ(runCommand("identify -format '%wx%h' " + out).out, "1600x1200");
 
     const double psnr = atof(runCommand("compare -metric PSNR -define "
                                         "jpeg:ignore-orientation=true " +
@@ -108,7 +108,7 @@ TEST_F(PhotosTest, ScaleWithoutBorderOrShift) {
     const auto result = system.call("resizeImage", resizeRequest(in, out, budget));
     ASSERT_THAT(result.reply, testing::StartsWith(R"({"returnValue":true,)"));
     const std::string size = runCommand("identify -format '%wx%h' " + out).out;
-    EXPECT_EQ("800x608", size);
+    EXPECT_EQ(size, "800x608");
     const double psnr =
         atof(runCommand("convert " + in + " -resize " + size + "! " + in + ".png && " +
                         "compare -metric PSNR " + in + ".png " + out + " null: 2>&1")
@@ -130,7 +130,7 @@ TEST_F(PhotosTest, KeepEveryFieldOfTheirMetadata) {
     ASSERT_TRUE(system.call("resizeImage", resizeRequest(in, out, budget)).ok);
     const auto before = metadata(in);
     EXPECT_FALSE(before.empty());
-    EXPECT_EQ(before, metadata(out));
+    EXPECT_EQ(metadata(out), before);
   }
 }
 
@@ -139,9 +139,10 @@ TEST_F(PhotosTest, TellTheirNewSizeInTheMetadata) {
     ASSERT_TRUE(writeBytes(in, makeJpeg(fromCamera(bigEndian, 1))));
     ASSERT_TRUE(system.call("resizeImage", resizeRequest(in, out, 150000)).ok);
     const std::string size = runCommand("identify -format '%w %h' " + out).out;
-    EXPECT_EQ(size, runCommand("exiftool -T -p '$ExifImageWidth $ExifImageHeight' " + out +
-                               " | tr -d '\\n'")
-                        .out);
+    EXPECT_EQ(
+        runCommand("exiftool -T -p '$ExifImageWidth $ExifImageHeight' " + out + " | tr -d '\\n'")
+            .out,
+        size);
   }
 }
 
@@ -149,7 +150,7 @@ TEST_F(PhotosTest, TellTheirNewSizeInTheMetadata) {
 TEST_F(PhotosTest, SayNoWhenTheMetadataAloneIsTooMuch) {
   ASSERT_TRUE(writeBytes(in, makeJpeg(fromCamera(false, 1))));
   const auto result = system.call("resizeImage", resizeRequest(in, out, 9000));
-  EXPECT_EQ(R"({"returnValue":false})", result.reply);
+  EXPECT_EQ(result.reply, R"({"returnValue":false})");
 }
 
 TEST_F(PhotosTest, EncodeInPlaceOfAnOldFile) {
@@ -157,7 +158,7 @@ TEST_F(PhotosTest, EncodeInPlaceOfAnOldFile) {
   system.files().write("out.jpg", std::string(5000000, 'x'));
   ASSERT_TRUE(system.call("resizeImage", resizeRequest(in, out, 200000)).ok);
   EXPECT_LE(fs::file_size(out), 200000u);
-  EXPECT_EQ(0, runCommand("identify " + out).exitCode);
+  EXPECT_EQ(runCommand("identify " + out).exitCode, 0);
 }
 
 }  // namespace

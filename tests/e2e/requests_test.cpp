@@ -32,7 +32,7 @@ class RequestsTest : public testing::Test {
   // The service's interface as that description of an object tells it, in GDBus's words.
   static std::string interfaceIn(const std::string& xml) {
     g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
-    EXPECT_NE(nullptr, node) << xml;
+    EXPECT_NE(node, nullptr) << xml;
     g_autoptr(GString) text = g_string_new(nullptr);
     g_dbus_interface_info_generate_xml(g_dbus_node_info_lookup_interface(node, kTranscode), 0,
                                        text);
@@ -53,7 +53,7 @@ class RequestsTest : public testing::Test {
 
 TEST_F(RequestsTest, MinimalBitrateIsFixedWhateverIsAsked) {
   for (const char* payload : {"{}", "", "no json", "[[[", "{\"inFile\":3}", "null"}) {
-    EXPECT_EQ("{\"returnValue\": 204800}", reply("getMinimalBitrate", payload)) << payload;
+    EXPECT_EQ(reply("getMinimalBitrate", payload), "{\"returnValue\": 204800}") << payload;
   }
 }
 
@@ -63,7 +63,7 @@ TEST_F(RequestsTest, MalformedCommandsAreNamed) {
        {std::string(), std::string("no json"), std::string("{\"inFile\":"), std::string("{} {}"),
         std::string(R"({"inFile":"\ud800"})"), brackets + std::string(30000, ']'), brackets}) {
     for (const char* method : {"resizeImage", "scaleImage"}) {
-      EXPECT_EQ(failure(R"(malformed command\n)"), reply(method, payload))
+      EXPECT_EQ(reply(method, payload), failure(R"(malformed command\n)"))
           << payload.substr(0, 100);
     }
   }
@@ -99,43 +99,43 @@ TEST_F(RequestsTest, ParametersThatCannotBeParsedAreNamed) {
       {"scaleImage", "{" + clip + R"(,"xSize":31,"ySize":15,"scale":50})", "Bad ySize parameter"},
   };
   for (const auto& [method, payload, text] : cases) {
-    EXPECT_EQ(failure(text), reply(method, payload)) << payload;
+    EXPECT_EQ(reply(method, payload), failure(text)) << payload;
   }
   EXPECT_FALSE(fs::exists(system.files() / "made"));
 }
 
 TEST_F(RequestsTest, FilesThatCannotBeUsedAreNamed) {
-  EXPECT_EQ(failure("Unable to open file"),
-            reply("resizeImage", resizeRequest(system.files() / "none.jpg", out, 1000)));
+  EXPECT_EQ(reply("resizeImage", resizeRequest(system.files() / "none.jpg", out, 1000)),
+            failure("Unable to open file"));
   EXPECT_FALSE(fs::exists(system.files() / "made"));
-  EXPECT_EQ(failure("failed to create output directory"),
-            reply("resizeImage", resizeRequest(in, "/proc/none/out.jpg", 1000)));
-  EXPECT_EQ(failure("failed to open output file"),
-            reply("resizeImage", resizeRequest(in, system.files().path(), 1000)));
+  EXPECT_EQ(reply("resizeImage", resizeRequest(in, "/proc/none/out.jpg", 1000)),
+            failure("failed to create output directory"));
+  EXPECT_EQ(reply("resizeImage", resizeRequest(in, system.files().path(), 1000)),
+            failure("failed to open output file"));
 }
 
 // Whoever waits on a pipe answers nobody, so each of these is followed by a call.
 TEST_F(RequestsTest, PipesAreRefusedAtOnce) {
   const std::string pipe = system.files() / "pipe";
-  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
-  EXPECT_EQ(failure("Unable to open file"), reply("resizeImage", resizeRequest(pipe, out, 1000)));
-  EXPECT_EQ(failure("failed to open output file"),
-            reply("resizeImage", resizeRequest(in, pipe, 1000)));
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(reply("resizeImage", resizeRequest(pipe, out, 1000)), failure("Unable to open file"));
+  EXPECT_EQ(reply("resizeImage", resizeRequest(in, pipe, 1000)),
+            failure("failed to open output file"));
   const std::string movie = R"({"inFile":")" + pipe + R"(","outFile":")" + out + "\"}";
   for (const char* method : {"getMovieInfo", "resizeMovie"}) {
-    EXPECT_EQ("org.freedesktop.DBus.Error.NoReply", system.call(method, movie).errorName);
+    EXPECT_EQ(system.call(method, movie).errorName, "org.freedesktop.DBus.Error.NoReply");
   }
-  EXPECT_EQ("{\"returnValue\": 204800}", reply("getMinimalBitrate", "{}"));
+  EXPECT_EQ(reply("getMinimalBitrate", "{}"), "{\"returnValue\": 204800}");
 }
 
 TEST_F(RequestsTest, APhotoIsNeverWrittenOverItself) {
   const std::string before = readFile(in);
   fs::create_hard_link(in, system.files() / "link.jpg");
   for (const std::string& same : {in, system.files() / "link.jpg"}) {
-    EXPECT_EQ(failure("failed to open output file"),
-              reply("resizeImage", resizeRequest(in, same, 1000)));
+    EXPECT_EQ(reply("resizeImage", resizeRequest(in, same, 1000)),
+              failure("failed to open output file"));
   }
-  EXPECT_EQ(before, readFile(in));
+  EXPECT_EQ(readFile(in), before);
 }
 
 TEST_F(RequestsTest, ScaleImageAlwaysEndsTooSmall) {
@@ -144,15 +144,15 @@ TEST_F(RequestsTest, ScaleImageAlwaysEndsTooSmall) {
            std::to_string(xTop) + R"(,"yTop":0,"xSize":)" + std::to_string(xSize) +
            R"(,"ySize":64,"scale":50})";
   };
-  EXPECT_EQ(failure(R"(Scale factor is too small\n)"), reply("scaleImage", scaleRequest(0, 64)));
-  EXPECT_EQ(0u, fs::file_size(out));
-  EXPECT_EQ(failure("invalid clip rect"), reply("scaleImage", scaleRequest(937, 64)));
+  EXPECT_EQ(reply("scaleImage", scaleRequest(0, 64)), failure(R"(Scale factor is too small\n)"));
+  EXPECT_EQ(fs::file_size(out), 0u);
+  EXPECT_EQ(reply("scaleImage", scaleRequest(937, 64)), failure("invalid clip rect"));
 }
 
 TEST_F(RequestsTest, ABudgetWithoutAPixelIsRefused) {
-  EXPECT_EQ(failure(R"(Scale factor is too small\n)"),
-            reply("resizeImage", resizeRequest(in, out, 1)));
-  EXPECT_EQ(0u, fs::file_size(out));
+  EXPECT_EQ(reply("resizeImage", resizeRequest(in, out, 1)),
+            failure(R"(Scale factor is too small\n)"));
+  EXPECT_EQ(fs::file_size(out), 0u);
 }
 
 TEST_F(RequestsTest, ReplyTellsWhatIsOnDisk) {
@@ -170,8 +170,8 @@ TEST_F(RequestsTest, ReplyTellsWhatIsOnDisk) {
 }
 
 TEST_F(RequestsTest, TriesFourLevelsAndKeepsTheLastAttempt) {
-  EXPECT_EQ(R"({"returnValue":false})", reply("resizeImage", resizeRequest(in, out, 0)));
-  EXPECT_EQ("128x96", runCommand("identify -format '%wx%h' " + out).out);
+  EXPECT_EQ(reply("resizeImage", resizeRequest(in, out, 0)), R"({"returnValue":false})");
+  EXPECT_EQ(runCommand("identify -format '%wx%h' " + out).out, "128x96");
   std::vector<std::string> tried;
   std::istringstream log(system.bus().log());
   for (std::string line; std::getline(log, line);) {
@@ -185,36 +185,36 @@ TEST_F(RequestsTest, TriesFourLevelsAndKeepsTheLastAttempt) {
 
 TEST_F(RequestsTest, MovieInformationWithoutAFileIsRefused) {
   for (const char* payload : {"{}", R"({"inFile":3})", "[]"}) {
-    EXPECT_EQ(failure(R"(Could not parse inFile param string\n)"), reply("getMovieInfo", payload));
+    EXPECT_EQ(reply("getMovieInfo", payload), failure(R"(Could not parse inFile param string\n)"));
   }
 }
 
 TEST_F(RequestsTest, StandardErrorsForWhatTheServiceDoesNotHave) {
   auto& client = system.client();
-  EXPECT_EQ("org.freedesktop.DBus.Error.UnknownMethod",
-            system.call("noSuchMethod", "{}").errorName);
-  EXPECT_EQ("org.freedesktop.DBus.Error.UnknownObject",
-            client.call(kTranscode, "/nowhere", kTranscode, "resizeImage", "{}").errorName);
-  EXPECT_EQ("org.freedesktop.DBus.Error.UnknownInterface",
-            client.call(kTranscode, "/", "com.tarn.other", "resizeImage", "{}").errorName);
+  EXPECT_EQ(system.call("noSuchMethod", "{}").errorName,
+            "org.freedesktop.DBus.Error.UnknownMethod");
+  EXPECT_EQ(client.call(kTranscode, "/nowhere", kTranscode, "resizeImage", "{}").errorName,
+            "org.freedesktop.DBus.Error.UnknownObject");
+  EXPECT_EQ(client.call(kTranscode, "/", "com.tarn.other", "resizeImage", "{}").errorName,
+            "org.freedesktop.DBus.Error.UnknownInterface");
   EXPECT_EQ(
-      "org.freedesktop.DBus.Error.InvalidArgs",
       client.callRaw(kTranscode, "/", kTranscode, "resizeImage", g_variant_new("(ss)", "{}", "{}"))
-          .errorName);
+          .errorName,
+      "org.freedesktop.DBus.Error.InvalidArgs");
 }
 
 TEST_F(RequestsTest, TheInstalledInterfaceIsTheOneThatTheDaemonTells) {
   const auto told = system.client().callRaw(kTranscode, "/", "org.freedesktop.DBus.Introspectable",
                                             "Introspect", nullptr);
   ASSERT_TRUE(told.ok) << told.errorMessage;
-  EXPECT_EQ(interfaceIn(readFile(installed("share/dbus-1/interfaces/com.tarn.transcode.xml"))),
-            interfaceIn(told.reply));
+  EXPECT_EQ(interfaceIn(told.reply),
+            interfaceIn(readFile(installed("share/dbus-1/interfaces/com.tarn.transcode.xml"))));
 }
 
 TEST_F(RequestsTest, OversizedPayloadsAreRefusedAndTheServiceLivesOn) {
-  EXPECT_EQ("org.freedesktop.DBus.Error.LimitsExceeded",
-            system.call("resizeImage", std::string((64 << 10) + 1, ' ')).errorName);
-  EXPECT_EQ("{\"returnValue\": 204800}", reply("getMinimalBitrate", "{}"));
+  EXPECT_EQ(system.call("resizeImage", std::string((64 << 10) + 1, ' ')).errorName,
+            "org.freedesktop.DBus.Error.LimitsExceeded");
+  EXPECT_EQ(reply("getMinimalBitrate", "{}"), "{\"returnValue\": 204800}");
 }
 
 TEST_F(RequestsTest, AnyBusToolStartsTheDaemonAndGetsItsReply) {
@@ -224,7 +224,7 @@ TEST_F(RequestsTest, AnyBusToolStartsTheDaemonAndGetsItsReply) {
       "com.tarn.transcode.resizeImage '" +
       resizeRequest(in, out, pictureBytes / 3) + "'";
   const auto output = runCommand(command);
-  EXPECT_EQ(0, output.exitCode);
+  EXPECT_EQ(output.exitCode, 0);
   EXPECT_THAT(output.out, testing::StartsWith(R"(('{"returnValue":true,"xSize":)"));
 }
 

@@ -47,18 +47,18 @@ TEST(TaskBase, IsCountedWhileItLives) {
   const int before = TranscodeServer::taskCount;
   {
     const RecordingTask task(makeContext(request));
-    EXPECT_EQ(before + 1, TranscodeServer::taskCount);
-    EXPECT_EQ(1, request.references());
+    EXPECT_EQ(TranscodeServer::taskCount, before + 1);
+    EXPECT_EQ(request.references(), 1);
   }
-  EXPECT_EQ(before, TranscodeServer::taskCount);
-  EXPECT_EQ(0, request.references());
+  EXPECT_EQ(TranscodeServer::taskCount, before);
+  EXPECT_EQ(request.references(), 0);
 }
 
 TEST(TaskBase, WithoutAContextTouchesNoBus) {
   fake_vela::reset();
   const int before = TranscodeServer::taskCount;
   { const RecordingTask task(nullptr); }
-  EXPECT_EQ(before, TranscodeServer::taskCount);
+  EXPECT_EQ(TranscodeServer::taskCount, before);
   EXPECT_THAT(fake_vela::operations(), IsEmpty());
 }
 
@@ -68,7 +68,7 @@ TEST(TaskBase, LaunchParsesInitialisesAndRuns) {
   for (const LaunchResult result : {LaunchRunning, LaunchFailed, LaunchDone}) {
     task.calls.clear();
     task.result = result;
-    EXPECT_EQ(result, task.launch());
+    EXPECT_EQ(task.launch(), result);
     EXPECT_THAT(task.calls, ElementsAre("parse", "init", "run"));
   }
   EXPECT_THAT(request.replies(), IsEmpty());
@@ -77,7 +77,7 @@ TEST(TaskBase, LaunchParsesInitialisesAndRuns) {
 TEST(TaskBase, MalformedPayloadIsAnsweredBeforeAnyStep) {
   const Request request("{");
   RecordingTask task(makeContext(request));
-  EXPECT_EQ(LaunchFailed, task.launch());
+  EXPECT_EQ(task.launch(), LaunchFailed);
   EXPECT_THAT(task.calls, IsEmpty());
   EXPECT_THAT(request.replies(),
               ElementsAre(R"({"returnValue":false,"errorText":"malformed command\n"})"));
@@ -87,7 +87,7 @@ TEST(TaskBase, FailedParseIsAnsweredOnce) {
   const Request request("{}");
   RecordingTask task(makeContext(request));
   task.parses = false;
-  EXPECT_EQ(LaunchFailed, task.launch());
+  EXPECT_EQ(task.launch(), LaunchFailed);
   EXPECT_THAT(task.calls, ElementsAre("parse"));
   EXPECT_THAT(request.replies(), ElementsAre(R"({"returnValue":false,"errorText":"no parse"})"));
 }
@@ -96,7 +96,7 @@ TEST(TaskBase, FailedInitIsAnsweredOnce) {
   const Request request("{}");
   RecordingTask task(makeContext(request));
   task.inits = false;
-  EXPECT_EQ(LaunchFailed, task.launch());
+  EXPECT_EQ(task.launch(), LaunchFailed);
   EXPECT_THAT(task.calls, ElementsAre("parse", "init"));
   EXPECT_THAT(request.replies(), ElementsAre(R"({"returnValue":false,"errorText":"no init"})"));
 }
@@ -121,8 +121,8 @@ class FileTask : public TranscodeBase {
 TEST(TranscodeBase, ReadsTheTwoFiles) {
   const Request request(R"({"outFile":"b","inFile":"a"})");
   FileTask task(makeContext(request));
-  EXPECT_EQ(LaunchDone, task.launch());
-  EXPECT_EQ("a b", task.files);
+  EXPECT_EQ(task.launch(), LaunchDone);
+  EXPECT_EQ(task.files, "a b");
 }
 
 TEST(TranscodeBase, ReportsTheFileThatIsMissing) {
@@ -139,7 +139,7 @@ TEST(TranscodeBase, ReportsTheFileThatIsMissing) {
   for (const auto& [payload, text] : cases) {
     const Request request(payload);
     FileTask task(makeContext(request));
-    EXPECT_EQ(LaunchFailed, task.launch());
+    EXPECT_EQ(task.launch(), LaunchFailed);
     EXPECT_THAT(request.replies(),
                 ElementsAre(std::string(R"({"returnValue":false,"errorText":")") + text + "\"}"));
   }

@@ -29,7 +29,7 @@ class JpegSearchTest : public testing::Test {
     // A plug-in that is loaded later would bring back the elements that the tests take away.
     for (const char* name : {"coreelements", "jpeg", "videocrop", "tarnphoto"}) {
       GstPlugin* plugin = gst_plugin_load_by_name(name);
-      ASSERT_NE(nullptr, plugin) << name;
+      ASSERT_NE(plugin, nullptr) << name;
       gst_object_unref(plugin);
     }
     gFakeEncoder = {};
@@ -40,9 +40,9 @@ class JpegSearchTest : public testing::Test {
     const Request request(R"({"inFile":")" + in + R"(","outFile":")" + out + R"(","size":)" +
                           std::to_string(targetSize) + "}");
     EXPECT_TRUE(TranscodeServer::resizeImage(fake_vela::handle(), request.message(), nullptr));
-    EXPECT_EQ(0, TranscodeServer::taskCount);
-    EXPECT_EQ(0, request.references());
-    EXPECT_EQ(1u, request.replies().size());
+    EXPECT_EQ(TranscodeServer::taskCount, 0);
+    EXPECT_EQ(request.references(), 0);
+    EXPECT_EQ(request.replies().size(), 1u);
     reply = request.replies().at(0);
   }
 
@@ -74,9 +74,9 @@ TEST_F(JpegSearchTest, FirstEncodeThatFitsIsTheLast) {
   gFakeEncoder.sizeBytes = [](const EncodeAttempt&) { return 100000; };
   const LogCapture log;
   resize(100000);
-  EXPECT_EQ(success(1008, 752, 100000), reply);
+  EXPECT_EQ(reply, success(1008, 752, 100000));
   EXPECT_THAT(gFakeEncoder.attempts, ElementsAre(EncodeAttempt{1008, 752, 85}));
-  EXPECT_EQ(100000u, std::filesystem::file_size(out));
+  EXPECT_EQ(std::filesystem::file_size(out), 100000u);
   EXPECT_THAT(log.at(G_LOG_LEVEL_MESSAGE), Contains("output size is 100000, target 100000"));
 }
 
@@ -85,7 +85,7 @@ TEST_F(JpegSearchTest, OneAndAHalfTimesTheBudgetReducesTheQuality) {
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) { return a.quality == 85 ? 150000 : 99999; };
   resize(100000);
-  EXPECT_EQ(success(1008, 752, 99999), reply);
+  EXPECT_EQ(reply, success(1008, 752, 99999));
   EXPECT_THAT(gFakeEncoder.attempts,
               ElementsAre(EncodeAttempt{1008, 752, 85}, EncodeAttempt{1008, 752, 56}));
 }
@@ -95,7 +95,7 @@ TEST_F(JpegSearchTest, TwiceTheBudgetHalvesTheSides) {
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) { return a.width > 600 ? 200000 : 1000; };
   resize(100000);
-  EXPECT_EQ(success(512, 384, 1000), reply);
+  EXPECT_EQ(reply, success(512, 384, 1000));
   EXPECT_THAT(gFakeEncoder.attempts,
               ElementsAre(EncodeAttempt{1008, 752, 85}, EncodeAttempt{512, 384, 85}));
 }
@@ -109,7 +109,7 @@ TEST_F(JpegSearchTest, EachLevelStartsAtTheDefaultQuality) {
     return a.quality == 85 ? 120000 : 95000;
   };
   resize(100000);
-  EXPECT_EQ(success(512, 384, 95000), reply);
+  EXPECT_EQ(reply, success(512, 384, 95000));
   EXPECT_THAT(gFakeEncoder.attempts,
               ElementsAre(EncodeAttempt{1008, 752, 85}, EncodeAttempt{512, 384, 85},
                           EncodeAttempt{512, 384, 70}));
@@ -134,13 +134,13 @@ TEST_F(JpegSearchTest, GivesUpAfterFourLevelsOfTwoAttempts) {
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) { return a.quality == 85 ? 102000 : 100001; };
   resize(100000);
-  EXPECT_EQ(R"({"returnValue":false})", reply);
+  EXPECT_EQ(reply, R"({"returnValue":false})");
   EXPECT_THAT(gFakeEncoder.attempts,
               ElementsAre(EncodeAttempt{1008, 752, 85}, EncodeAttempt{1008, 752, 83},
                           EncodeAttempt{512, 384, 85}, EncodeAttempt{512, 384, 83},
                           EncodeAttempt{256, 192, 85}, EncodeAttempt{256, 192, 83},
                           EncodeAttempt{128, 96, 85}, EncodeAttempt{128, 96, 83}));
-  EXPECT_EQ(100001u, std::filesystem::file_size(out));
+  EXPECT_EQ(std::filesystem::file_size(out), 100001u);
 }
 
 TEST_F(JpegSearchTest, QualityFiftyIsTriedAndFortyNineIsNot) {
@@ -151,7 +151,7 @@ TEST_F(JpegSearchTest, QualityFiftyIsTriedAndFortyNineIsNot) {
   EXPECT_THAT(gFakeEncoder.attempts, Contains(EncodeAttempt{1008, 752, 50}));
   gFakeEncoder.attempts.clear();
   resize(99999);
-  EXPECT_EQ(4u, gFakeEncoder.attempts.size());
+  EXPECT_EQ(gFakeEncoder.attempts.size(), 4u);
 }
 
 TEST_F(JpegSearchTest, QualityIsReckonedInWrappedIntegers) {
@@ -171,8 +171,8 @@ TEST_F(JpegSearchTest, BudgetsBelowOneFailAtEveryLevel) {
   for (const int size : {0, -1, -100}) {
     gFakeEncoder.attempts.clear();
     resize(size);
-    EXPECT_EQ(R"({"returnValue":false})", reply);
-    EXPECT_EQ(4u, gFakeEncoder.attempts.size());
+    EXPECT_EQ(reply, R"({"returnValue":false})");
+    EXPECT_EQ(gFakeEncoder.attempts.size(), 4u);
   }
 }
 
@@ -182,7 +182,7 @@ TEST_F(JpegSearchTest, EncoderWithoutQualityIsTakenAsEightyFive) {
   gFakeEncoder.sizeBytes = [](const EncodeAttempt&) { return 100; };
   const LogCapture log;
   resize(100000);
-  EXPECT_EQ(success(1008, 752, 100), reply);
+  EXPECT_EQ(reply, success(1008, 752, 100));
   EXPECT_THAT(gFakeEncoder.attempts, ElementsAre(EncodeAttempt{1008, 752, -1}));
   const auto lines = log.at(G_LOG_LEVEL_MESSAGE);
   EXPECT_THAT(lines, Not(Contains(HasSubstr("default quality"))));
@@ -195,13 +195,13 @@ TEST_F(JpegSearchTest, FailedEncodeIsJudgedByTheFileItLeaves) {
   gFakeEncoder.sizeBytes = [](const EncodeAttempt&) { return 0; };
   const LogCapture log;
   resize(100000);
-  EXPECT_EQ(success(1008, 752, 0), reply);
+  EXPECT_EQ(reply, success(1008, 752, 0));
   const auto lines = log.at(G_LOG_LEVEL_MESSAGE);
   EXPECT_THAT(lines, Contains("Error: told to fail\n"));
   EXPECT_THAT(lines, Contains(StartsWith("Debug details: ")));
 
   resize(-5);
-  EXPECT_EQ(R"({"returnValue":false})", reply);
+  EXPECT_EQ(reply, R"({"returnValue":false})");
 }
 
 TEST_F(JpegSearchTest, LogsEachStepInOrder) {
@@ -259,7 +259,7 @@ TEST_F(JpegSearchTest, ClipCutsTheScaledPicture) {
   const Request request("{}");
   {
     ClipTask task(new VSCtx(fake_vela::handle(), request.message()), in, out);
-    EXPECT_EQ(LaunchDone, task.run());
+    EXPECT_EQ(task.run(), LaunchDone);
   }
   EXPECT_THAT(gFakeEncoder.attempts, ElementsAre(EncodeAttempt{32, 16, 85}));
   EXPECT_THAT(request.replies(), ElementsAre(success(64, 48, 500)));

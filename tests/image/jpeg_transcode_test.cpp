@@ -63,7 +63,7 @@ class JpegTranscodeTest : public testing::Test {
     const Request request(payload(members));
     PlannedJpeg task(new VSCtx(fake_vela::handle(), request.message()), command);
     task.launch();
-    EXPECT_EQ(1u, request.replies().size());
+    EXPECT_EQ(request.replies().size(), 1u);
     reply = request.replies().at(0);
     return task.planned;
   }
@@ -80,17 +80,17 @@ TEST_F(JpegTranscodeTest, RoundsUpToMultiplesOfSixteen) {
     int width = value;
     int height = 32;
     JpegTranscode::FixFrameSizeMod16(&width, &height);
-    EXPECT_EQ(expected, width) << value;
-    EXPECT_EQ(32, height);
+    EXPECT_EQ(width, expected) << value;
+    EXPECT_EQ(height, 32);
     JpegTranscode::FixFrameSizeMod16(&height, &width);
-    EXPECT_EQ(expected, width) << value;
+    EXPECT_EQ(width, expected) << value;
   }
 }
 
 TEST_F(JpegTranscodeTest, KeepsTheSizeOfAPictureThatFits) {
   picture(1000, 750);
-  EXPECT_EQ(std::make_pair(1008, 752), plan(JpegResize, R"("size":100000000)"));
-  EXPECT_EQ(R"({"returnValue":true,"xSize":1008,"ySize":752,"ImageSize":0})", reply);
+  EXPECT_EQ(plan(JpegResize, R"("size":100000000)"), std::make_pair(1008, 752));
+  EXPECT_EQ(reply, R"({"returnValue":true,"xSize":1008,"ySize":752,"ImageSize":0})");
 }
 
 TEST_F(JpegTranscodeTest, DividesByTheRootOfTheSizeRatio) {
@@ -107,29 +107,29 @@ TEST_F(JpegTranscodeTest, DividesByTheRootOfTheSizeRatio) {
     int width = 1600 / divisor;
     int height = 960 / divisor;
     JpegTranscode::FixFrameSizeMod16(&width, &height);
-    EXPECT_EQ(std::make_pair(width, height), plan(JpegResize, "\"size\":" + std::to_string(size)))
+    EXPECT_EQ(plan(JpegResize, "\"size\":" + std::to_string(size)), std::make_pair(width, height))
         << size;
   }
 }
 
 TEST_F(JpegTranscodeTest, RefusesABudgetThatLeavesNoPixel) {
   picture(200, 150, 10000000);
-  EXPECT_EQ(std::nullopt, plan(JpegResize, R"("size":1)"));
-  EXPECT_EQ(failure(R"(Scale factor is too small\n)"), reply);
+  EXPECT_EQ(plan(JpegResize, R"("size":1)"), std::nullopt);
+  EXPECT_EQ(reply, failure(R"(Scale factor is too small\n)"));
 }
 
 TEST_F(JpegTranscodeTest, ReportsTheParameterItCannotParse) {
   picture(64, 48);
   for (const char* members : {"", R"("size":"3")", R"("size":1.5)", R"("size":1e12)",
                               R"("size":true)", R"("size":null)"}) {
-    EXPECT_EQ(std::nullopt, plan(JpegResize, members));
-    EXPECT_EQ(failure("Could not parse param resize"), reply) << members;
+    EXPECT_EQ(plan(JpegResize, members), std::nullopt);
+    EXPECT_EQ(reply, failure("Could not parse param resize")) << members;
   }
 
   std::string members;
   for (const char* key : {"xTop", "yTop", "xSize", "ySize", "scale"}) {
-    EXPECT_EQ(std::nullopt, plan(JpegScale, members));
-    EXPECT_EQ(failure(std::string("Could not parse param ") + key), reply);
+    EXPECT_EQ(plan(JpegScale, members), std::nullopt);
+    EXPECT_EQ(reply, failure(std::string("Could not parse param ") + key));
     if (!members.empty()) members += ",";
     members += std::string("\"") + key + "\":16";
   }
@@ -144,13 +144,13 @@ TEST_F(JpegTranscodeTest, ChecksScaleThenWidthThenHeight) {
   };
   for (const int scale : {0, 101, -5, INT32_MIN, INT32_MAX}) {
     plan(JpegScale, scaled(15, 15, scale));
-    EXPECT_EQ(failure("Bad scale parameter"), reply) << scale;
+    EXPECT_EQ(reply, failure("Bad scale parameter")) << scale;
   }
   for (const int size : {15, 0, -1, -16, INT32_MIN}) {
     plan(JpegScale, scaled(size, size, 100));
-    EXPECT_EQ(failure("Bad xSize parameter"), reply) << size;
+    EXPECT_EQ(reply, failure("Bad xSize parameter")) << size;
     plan(JpegScale, scaled(16, size, 1));
-    EXPECT_EQ(failure("Bad ySize parameter"), reply) << size;
+    EXPECT_EQ(reply, failure("Bad ySize parameter")) << size;
   }
   EXPECT_FALSE(fs::exists(dir / "out"));
 }
@@ -169,15 +169,15 @@ TEST_F(JpegTranscodeTest, ChecksTheClipRectangleBeforeTheSize) {
       {R"("xTop":0,"yTop":1,"xSize":64,"ySize":48)", "invalid clip rect"},
       {R"("xTop":0,"yTop":0,"xSize":80,"ySize":48)", "invalid clip rect"}};
   for (const auto& [members, text] : cases) {
-    EXPECT_EQ(std::nullopt, plan(JpegScale, std::string(members) + R"(,"scale":100)"));
-    EXPECT_EQ(failure(text), reply) << members;
-    EXPECT_EQ(0u, fs::file_size(dir / "out/small.jpg"));
+    EXPECT_EQ(plan(JpegScale, std::string(members) + R"(,"scale":100)"), std::nullopt);
+    EXPECT_EQ(reply, failure(text)) << members;
+    EXPECT_EQ(fs::file_size(dir / "out/small.jpg"), 0u);
   }
 }
 
 TEST_F(JpegTranscodeTest, MissingInputMakesNothing) {
-  EXPECT_EQ(std::nullopt, plan(JpegResize, R"("size":1000)"));
-  EXPECT_EQ(failure("Unable to open file"), reply);
+  EXPECT_EQ(plan(JpegResize, R"("size":1000)"), std::nullopt);
+  EXPECT_EQ(reply, failure("Unable to open file"));
   EXPECT_FALSE(fs::exists(dir / "out"));
 }
 
@@ -185,37 +185,37 @@ TEST_F(JpegTranscodeTest, ReportsWhatKeepsItFromWriting) {
   picture(64, 48);
   dir.write("out", "a file where a directory should be");
   plan(JpegResize, R"("size":1000)");
-  EXPECT_EQ(failure("failed to open output file"), reply);
+  EXPECT_EQ(reply, failure("failed to open output file"));
 
   fs::remove(dir / "out");
   fs::create_directories(dir / "out/small.jpg");
   plan(JpegResize, R"("size":1000)");
-  EXPECT_EQ(failure("failed to open output file"), reply);
+  EXPECT_EQ(reply, failure("failed to open output file"));
 }
 
 TEST_F(JpegTranscodeTest, WhatIsNoRegularFileIsNeitherReadNorWritten) {
   const std::string input = picture(64, 48);
   fs::create_directory(dir / "out");
-  ASSERT_EQ(0, mkfifo((dir / "out/small.jpg").c_str(), 0600));
+  ASSERT_EQ(mkfifo((dir / "out/small.jpg").c_str(), 0600), 0);
   plan(JpegResize, R"("size":1000)");
-  EXPECT_EQ(failure("failed to open output file"), reply);
+  EXPECT_EQ(reply, failure("failed to open output file"));
   EXPECT_TRUE(fs::is_fifo(dir / "out/small.jpg"));
 
   // A device is opened when somebody follows a link to it.
   fs::remove(dir / "out/small.jpg");
   fs::create_symlink("/dev/null", dir / "out/small.jpg");
   plan(JpegResize, R"("size":1000)");
-  EXPECT_EQ(failure("failed to open output file"), reply);
+  EXPECT_EQ(reply, failure("failed to open output file"));
 
   fs::remove_all(dir / "out");
   fs::remove(input);
-  ASSERT_EQ(0, mkfifo(input.c_str(), 0600));
+  ASSERT_EQ(mkfifo(input.c_str(), 0600), 0);
   plan(JpegResize, R"("size":1000)");
-  EXPECT_EQ(failure("Unable to open file"), reply);
+  EXPECT_EQ(reply, failure("Unable to open file"));
   fs::remove(input);
   fs::create_directory(input);
   plan(JpegResize, R"("size":1000)");
-  EXPECT_EQ(failure("Unable to open file"), reply);
+  EXPECT_EQ(reply, failure("Unable to open file"));
   EXPECT_FALSE(fs::exists(dir / "out")) << "made before the input was looked at";
 }
 
@@ -226,12 +226,12 @@ TEST_F(JpegTranscodeTest, TheInputIsNeverTheOutput) {
   const std::string output = dir / "out/small.jpg";
   fs::create_symlink(input, output);
   plan(JpegResize, R"("size":1000)");
-  EXPECT_EQ(failure("failed to open output file"), reply);
+  EXPECT_EQ(reply, failure("failed to open output file"));
 
   fs::remove(output);
   fs::create_hard_link(input, output);
   plan(JpegResize, R"("size":1000)");
-  EXPECT_EQ(failure("failed to open output file"), reply);
+  EXPECT_EQ(reply, failure("failed to open output file"));
   EXPECT_EQ(size, fs::file_size(input));
 
   // A link that leads to nothing yet is a new name.
@@ -254,7 +254,7 @@ TEST_F(JpegTranscodeTest, ReportsAnOutputDirectoryItCannotMake) {
 TEST_F(JpegTranscodeTest, UnknownCommandIsRefused) {
   picture(64, 48);
   plan(static_cast<JpegTranscodeCommand>(3), R"("size":1000)");
-  EXPECT_EQ(failure("Unknown jpeg transcoding command"), reply);
+  EXPECT_EQ(reply, failure("Unknown jpeg transcoding command"));
 }
 
 TEST_F(JpegTranscodeTest, FailureAfterOpeningLeavesTheOutputEmpty) {
@@ -262,7 +262,7 @@ TEST_F(JpegTranscodeTest, FailureAfterOpeningLeavesTheOutputEmpty) {
   fs::create_directory(dir / "out");
   dir.write("out/small.jpg", "what was there");
   plan(JpegScale, R"("xTop":0,"yTop":0,"xSize":16,"ySize":16,"scale":50)");
-  EXPECT_EQ(0u, fs::file_size(dir / "out/small.jpg"));
+  EXPECT_EQ(fs::file_size(dir / "out/small.jpg"), 0u);
 }
 
 TEST_F(JpegTranscodeTest, WhatIsNoJpegEndsTheProcess) {
@@ -273,7 +273,7 @@ TEST_F(JpegTranscodeTest, WhatIsNoJpegEndsTheProcess) {
   for (const auto& [content, words] : cases) {
     dir.write("in.jpg", content);
     EXPECT_EXIT(plan(JpegResize, R"("size":1000)"), testing::ExitedWithCode(1), words);
-    EXPECT_EQ(0u, fs::file_size(dir / "out/small.jpg"));
+    EXPECT_EQ(fs::file_size(dir / "out/small.jpg"), 0u);
   }
 }
 

@@ -42,13 +42,13 @@ class ServiceTest : public testing::Test {
 TEST_F(ServiceTest, RegistersInOrderServesAndLeaves) {
   const LogCapture log;
   g_idle_add(quitMainLoop, nullptr);
-  EXPECT_EQ(1, registerVelaService());
+  EXPECT_EQ(registerVelaService(), 1);
   EXPECT_THAT(
       fake_vela::operations(),
       ElementsAre("VSRegisterPubPriv com.tarn.transcode private", kKeepAlive,
                   "VSRegisterCategory /", "VSCategorySetData /", "VSGmainAttach", "VSUnregister"));
-  EXPECT_EQ(gTranscodeServer, fake_vela::categoryData());
-  EXPECT_EQ(gMainLoop, fake_vela::attachedLoop());
+  EXPECT_EQ(fake_vela::categoryData(), gTranscodeServer);
+  EXPECT_EQ(fake_vela::attachedLoop(), gMainLoop);
   EXPECT_THAT(log.at(G_LOG_LEVEL_DEBUG),
               ElementsAre("+ int registerVelaService():", "----> StartInactivityTimer",
                           testing::StartsWith("Register methods gTranscodeServer 0x"),
@@ -58,9 +58,9 @@ TEST_F(ServiceTest, RegistersInOrderServesAndLeaves) {
 TEST_F(ServiceTest, TicksEveryFiveSeconds) {
   g_idle_add(quitMainLoop, nullptr);
   registerVelaService();
-  EXPECT_EQ(5000u, gInactivityStatus.intervalMs);
-  EXPECT_NE(nullptr, gInactivityStatus.source);
-  EXPECT_NE(0u, gInactivityStatus.sourceId);
+  EXPECT_EQ(gInactivityStatus.intervalMs, 5000u);
+  EXPECT_NE(gInactivityStatus.source, nullptr);
+  EXPECT_NE(gInactivityStatus.sourceId, 0u);
 }
 
 TEST_F(ServiceTest, PublishesTheMethodTable) {
@@ -70,18 +70,18 @@ TEST_F(ServiceTest, PublishesTheMethodTable) {
   const VSMethod* row = fake_vela::methods();
   for (; row->name != nullptr; ++row) {
     names.emplace_back(row->name);
-    EXPECT_NE(nullptr, row->function);
-    EXPECT_EQ(0, row->flags);
+    EXPECT_NE(row->function, nullptr);
+    EXPECT_EQ(row->flags, 0);
   }
-  EXPECT_EQ(nullptr, row->function);
+  EXPECT_EQ(row->function, nullptr);
   EXPECT_THAT(names, ElementsAre("scaleImage", "resizeImage", "resizeMovie", "getMovieInfo",
                                  "getMinimalBitrate"));
 }
 
 TEST_F(ServiceTest, RegistrationFailureIsPrintedAndEndsWithoutAHandle) {
   fake_vela::failNext("VSRegisterPubPriv");
-  EXPECT_EQ(-1, registerVelaService());
-  EXPECT_EQ(1, fake_vela::errorsPrinted());
+  EXPECT_EQ(registerVelaService(), -1);
+  EXPECT_EQ(fake_vela::errorsPrinted(), 1);
   EXPECT_THAT(fake_vela::operations(), ElementsAre("VSRegisterPubPriv com.tarn.transcode private"));
   releaseWhatTheProcessWould();
 }
@@ -90,9 +90,9 @@ TEST_F(ServiceTest, LaterFailuresArePrintedAndUnregister) {
   for (const char* operation : {"VSRegisterCategory", "VSCategorySetData", "VSGmainAttach"}) {
     fake_vela::reset();
     fake_vela::failNext(operation);
-    EXPECT_EQ(1, registerVelaService()) << operation;
-    EXPECT_EQ(1, fake_vela::errorsPrinted()) << operation;
-    EXPECT_EQ("VSUnregister", fake_vela::operations().back()) << operation;
+    EXPECT_EQ(registerVelaService(), 1) << operation;
+    EXPECT_EQ(fake_vela::errorsPrinted(), 1) << operation;
+    EXPECT_EQ(fake_vela::operations().back(), "VSUnregister") << operation;
     EXPECT_THAT(fake_vela::operations()[fake_vela::operations().size() - 2],
                 testing::StartsWith(operation));
     releaseWhatTheProcessWould();
@@ -101,19 +101,19 @@ TEST_F(ServiceTest, LaterFailuresArePrintedAndUnregister) {
 
 TEST_F(ServiceTest, FailedUnregistrationIsPrinted) {
   fake_vela::failNext("VSUnregister");
-  EXPECT_EQ(0, unregisterVelaService(fake_vela::handle()));
-  EXPECT_EQ(1, fake_vela::errorsPrinted());
+  EXPECT_EQ(unregisterVelaService(fake_vela::handle()), 0);
+  EXPECT_EQ(fake_vela::errorsPrinted(), 1);
 }
 
 TEST_F(ServiceTest, UnregisteringNothingIsRefused) {
-  EXPECT_EQ(-1, unregisterVelaService(nullptr));
+  EXPECT_EQ(unregisterVelaService(nullptr), -1);
   EXPECT_THAT(fake_vela::operations(), IsEmpty());
 }
 
 TEST_F(ServiceTest, GivesTheContextOfTheMainLoop) {
   GMainLoop* earlier = gMainLoop;
   gMainLoop = g_main_loop_new(nullptr, FALSE);
-  EXPECT_EQ(g_main_context_default(), GetMainLoopContext());
+  EXPECT_EQ(GetMainLoopContext(), g_main_context_default());
   g_main_loop_unref(gMainLoop);
   gMainLoop = earlier;
 }
@@ -124,8 +124,8 @@ TEST_F(ServiceTest, MinimalBitrateIsFixedWhateverIsAsked) {
     EXPECT_TRUE(
         TranscodeServer::getMinimalBitrate(fake_vela::handle(), request.message(), nullptr));
     EXPECT_THAT(request.replies(), ElementsAre("{\"returnValue\": 204800}"));
-    EXPECT_EQ(1, request.referencesEverTaken());
-    EXPECT_EQ(0, request.references());
+    EXPECT_EQ(request.referencesEverTaken(), 1);
+    EXPECT_EQ(request.references(), 0);
   }
 }
 
@@ -133,8 +133,8 @@ TEST_F(ServiceTest, ImageHandlersLeaveNoTaskBehind) {
   for (auto* handler : {TranscodeServer::scaleImage, TranscodeServer::resizeImage}) {
     const fake_vela::Request request("{}");
     EXPECT_TRUE(handler(fake_vela::handle(), request.message(), nullptr));
-    EXPECT_EQ(0, TranscodeServer::taskCount);
-    EXPECT_EQ(0, request.references());
+    EXPECT_EQ(TranscodeServer::taskCount, 0);
+    EXPECT_EQ(request.references(), 0);
     EXPECT_THAT(request.replies(),
                 ElementsAre(R"({"returnValue":false,"errorText":"Could not parse param inFile"})"));
   }
@@ -143,8 +143,8 @@ TEST_F(ServiceTest, ImageHandlersLeaveNoTaskBehind) {
 TEST_F(ServiceTest, RefusesToStartATimerOfNothing) {
   EXPECT_FALSE(StartInactivityTimer(nullptr, 5000));
   EXPECT_FALSE(StartInactivityTimer(&gInactivityStatus, 0));
-  EXPECT_EQ(nullptr, gInactivityStatus.source);
-  EXPECT_EQ(0u, gInactivityStatus.sourceId);
+  EXPECT_EQ(gInactivityStatus.source, nullptr);
+  EXPECT_EQ(gInactivityStatus.sourceId, 0u);
   EXPECT_THAT(fake_vela::operations(), IsEmpty());
 }
 
@@ -152,15 +152,15 @@ TEST_F(ServiceTest, StoppingAStoppedTimerChangesNothing) {
   EXPECT_FALSE(StopInactivityTimer(nullptr));
   gInactivityStatus.intervalMs = 7;
   EXPECT_TRUE(StopInactivityTimer(&gInactivityStatus));
-  EXPECT_EQ(7u, gInactivityStatus.intervalMs);
+  EXPECT_EQ(gInactivityStatus.intervalMs, 7u);
 }
 
 TEST_F(ServiceTest, StoppingDestroysTheTimer) {
   ASSERT_TRUE(StartInactivityTimer(&gInactivityStatus, 60000));
   GSource* source = gInactivityStatus.source;
   EXPECT_TRUE(StopInactivityTimer(&gInactivityStatus));
-  EXPECT_EQ(nullptr, gInactivityStatus.source);
-  EXPECT_EQ(0u, gInactivityStatus.sourceId);
+  EXPECT_EQ(gInactivityStatus.source, nullptr);
+  EXPECT_EQ(gInactivityStatus.sourceId, 0u);
   EXPECT_TRUE(g_source_is_destroyed(source));
   g_source_unref(source);
 }
@@ -169,15 +169,15 @@ TEST_F(ServiceTest, StartKeepsTheDeviceAwakeAtOnce) {
   gInactivityStatus.handle = fake_vela::handle();
   ASSERT_TRUE(StartInactivityTimer(&gInactivityStatus, 5000));
   const auto calls = fake_vela::calls();
-  ASSERT_EQ(1u, calls.size());
-  EXPECT_EQ(fake_vela::handle(), calls[0].handle);
-  EXPECT_EQ("{ \"id\": \"transcode\", \"duration_ms\" : 7500 }", calls[0].payload);
-  EXPECT_EQ(nullptr, calls[0].callback);
+  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(calls[0].handle, fake_vela::handle());
+  EXPECT_EQ(calls[0].payload, "{ \"id\": \"transcode\", \"duration_ms\" : 7500 }");
+  EXPECT_EQ(calls[0].callback, nullptr);
 }
 
 TEST_F(ServiceTest, DurationIsHalfAnIntervalLonger) {
   ASSERT_TRUE(StartInactivityTimer(&gInactivityStatus, 333));
-  EXPECT_EQ("{ \"id\": \"transcode\", \"duration_ms\" : 499 }", fake_vela::calls()[0].payload);
+  EXPECT_EQ(fake_vela::calls()[0].payload, "{ \"id\": \"transcode\", \"duration_ms\" : 499 }");
 }
 
 TEST_F(ServiceTest, FailedKeepAliveIsLoggedAndTheTimerGoesOn) {
@@ -185,14 +185,14 @@ TEST_F(ServiceTest, FailedKeepAliveIsLoggedAndTheTimerGoesOn) {
   fake_vela::failNext("VSCall");
   EXPECT_TRUE(StartInactivityTimer(&gInactivityStatus, 5000));
   EXPECT_THAT(log.at(G_LOG_LEVEL_CRITICAL), ElementsAre("activity Start 'transcode' failed !!"));
-  EXPECT_EQ(1, fake_vela::errorsPrinted());
-  EXPECT_NE(nullptr, gInactivityStatus.source);
+  EXPECT_EQ(fake_vela::errorsPrinted(), 1);
+  EXPECT_NE(gInactivityStatus.source, nullptr);
 }
 
 TEST_F(ServiceTest, TickWithALiveTaskKeepsAwakeAndTicksOn) {
   gInactivityStatus.intervalMs = 5000;
   TranscodeServer::taskCount = 1;
-  EXPECT_EQ(TRUE, CallbackInactivityTimeout(&gInactivityStatus));
+  EXPECT_EQ(CallbackInactivityTimeout(&gInactivityStatus), TRUE);
   TranscodeServer::taskCount = 0;
   EXPECT_THAT(fake_vela::operations(), ElementsAre(kKeepAlive));
 }
