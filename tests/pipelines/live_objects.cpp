@@ -108,3 +108,7 @@ bool waitForThreads(int count) {
 int descriptorCount() {
   return entries("/proc/self/fd");
 }
+
+bool waitForDescriptors(int count) {
+  return waitUntil([&] { return descriptorCount() <= count; });
+}

@@ -21,4 +21,7 @@ bool waitForThreads(int count);
 // The number of this process's open descriptors.
 int descriptorCount();
 
+// Waits until no more than `count` descriptors are open: a bus closes its own behind its object.
+bool waitForDescriptors(int count);
+
 #endif

@@ -62,7 +62,7 @@ Outcome runAndExpectNothingLeft(const std::string& in, const std::string& out) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
   EXPECT_TRUE(waitForObjects({})) << testing::PrintToString(liveObjects());
   EXPECT_TRUE(waitForThreads(threads)) << threadCount() << " threads, before " << threads;
-  EXPECT_EQ(descriptorCount(), descriptors);
+  EXPECT_TRUE(waitForDescriptors(descriptors)) << descriptorCount();
   return outcome;
 }
 

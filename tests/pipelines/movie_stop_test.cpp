@@ -51,7 +51,7 @@ class MovieStop : public testing::Test {
 
   void expectNoGrowth(const Footprint& before) {
     EXPECT_TRUE(waitForObjects({})) << testing::PrintToString(liveObjects());
-    EXPECT_EQ(descriptorCount(), before.descriptors);
+    EXPECT_TRUE(waitForDescriptors(before.descriptors)) << descriptorCount();
     EXPECT_TRUE(waitForThreads(before.threads));
     EXPECT_LT(allocatedBytes(), before.bytes + (size_t{2} << 20));
   }
