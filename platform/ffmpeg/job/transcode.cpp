@@ -90,7 +90,7 @@ bool Transcode::checkPaths(std::string* error) const {
   if (options.discardsOutput() && options.passLogPrefix.empty()) {
     *error = "/dev/null is an output for the first of two passes only";
   } else if (programPath.empty()) {
-    *error = "no encoder: there is no other ffmpeg on PATH and none at /usr/bin/ffmpeg";
+    *error = "no encoder: there is no other ffmpeg on PATH, nor in /usr/local/bin or /usr/bin";
   } else if (exists && !S_ISREG(status.st_mode)) {
     *error = target + ": not a regular file";
   } else if (exists && !options.discardsOutput() && isSameFile(options.input, target)) {

@@ -12,6 +12,9 @@ const char kStartedByUs[] = "TARN_FFMPEG_STARTED";
 
 namespace {
 
+// Whoever starts us may have no PATH but the folder that we are in.
+constexpr char kUsualPlaces[] = ":/usr/local/bin:/usr/bin:/bin";
+
 bool isThisProgram(const struct stat& other) {
   struct stat self {};
   return stat("/proc/self/exe", &self) == 0 && self.st_dev == other.st_dev &&
@@ -29,10 +32,10 @@ bool isProgram(const std::string& path) {
 std::string findRealFfmpeg() {
   if (getenv(kStartedByUs)) return "";
   const char* path = getenv("PATH");
-  std::istringstream folders(path ? path : "");
+  std::istringstream folders((path ? path : "") + std::string(kUsualPlaces));
   for (std::string folder; std::getline(folders, folder, ':');) {
     const std::string candidate = folder + "/ffmpeg";
     if (folder.starts_with('/') && isProgram(candidate)) return resolved(candidate);
   }
-  return isProgram("/usr/bin/ffmpeg") ? "/usr/bin/ffmpeg" : "";
+  return "";
 }

@@ -1,4 +1,4 @@
-// Today's ffmpeg: the program of that name on PATH that is not this one.
+// Today's ffmpeg: the program of that name, on PATH or in a usual place, that is not this one.
 #ifndef PLATFORM_FFMPEG_PROCESS_REAL_FFMPEG_H
 #define PLATFORM_FFMPEG_PROCESS_REAL_FFMPEG_H
 

@@ -1,0 +1,141 @@
+// Starts the daemon with what it needs of this machine, wherever the tree is installed, and without
+// what it has no use for.
+#include <fcntl.h>
+#include <sched.h>
+#include <seccomp.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+namespace {
+
+// Who takes over the daemon by a photo should find no way from it to the network, to other
+// processes or into the kernel. The daemon itself and the programs that it starts do without.
+constexpr const char* kBarred[] = {
+    // other processes, and the kernel's tools for looking at them
+    "ptrace", "process_vm_readv", "process_vm_writev", "process_madvise", "pidfd_getfd", "kcmp",
+    "perf_event_open", "bpf", "userfaultfd", "io_uring_setup", "io_uring_enter",
+    "io_uring_register", "add_key", "request_key", "keyctl", "syslog", "lookup_dcookie",
+    // namespaces and mounts
+    "unshare", "setns", "mount", "umount", "umount2", "pivot_root", "chroot", "open_tree",
+    "move_mount", "fsopen", "fsconfig", "fsmount", "fspick", "mount_setattr", "name_to_handle_at",
+    "open_by_handle_at", "quotactl", "quotactl_fd", "swapon", "swapoff",
+    // the machine itself
+    "acct", "reboot", "init_module", "finit_module", "delete_module", "kexec_load",
+    "kexec_file_load", "iopl", "ioperm", "settimeofday", "clock_settime", "clock_settime64",
+    "clock_adjtime", "clock_adjtime64", "adjtimex", "sethostname", "setdomainname"};
+
+constexpr unsigned kNamespaces[] = {CLONE_NEWUSER, CLONE_NEWNS,  CLONE_NEWPID,   CLONE_NEWNET,
+                                    CLONE_NEWIPC,  CLONE_NEWUTS, CLONE_NEWCGROUP};
+
+using Filter = std::unique_ptr<void, void (*)(void*)>;
+
+bool bar(const Filter& filter, const char* name, int error) {
+  const int number = seccomp_syscall_resolve_name(name);
+  return number == __NR_SCMP_ERROR ||
+         seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(static_cast<unsigned>(error)), number, 0) ==
+             0;
+}
+
+bool barWhen(const Filter& filter, const char* name, scmp_arg_cmp argument, int error) {
+  const int number = seccomp_syscall_resolve_name(name);
+  return number == __NR_SCMP_ERROR ||
+         seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(static_cast<unsigned>(error)), number, 1,
+                          argument) == 0;
+}
+
+// True also where the kernel has no such thing.
+bool giveUpCalls() {
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
+  if (prctl(PR_GET_SECCOMP, 0, 0, 0, 0) < 0) return true;
+  const Filter filter(seccomp_init(SCMP_ACT_ALLOW), seccomp_release);
+  bool whole = filter != nullptr;
+  for (const char* name : kBarred) {
+    whole = whole && bar(filter, name, EPERM);
+  }
+  // Its flags cannot be seen; callers then take clone.
+  whole = whole && bar(filter, "clone3", ENOSYS);
+  for (const unsigned kind : kNamespaces) {
+    whole = whole && barWhen(filter, "clone", SCMP_A0(SCMP_CMP_MASKED_EQ, kind, kind), EPERM);
+  }
+  for (const char* name : {"socket", "socketpair"}) {
+    whole = whole && barWhen(filter, name, SCMP_A0(SCMP_CMP_NE, AF_UNIX), EAFNOSUPPORT);
+  }
+  return whole && seccomp_load(filter.get()) == 0;
+}
+
+// A folder that the environment names, "" when it does not.
+std::string folderOf(const char* variable) {
+  const char* value = getenv(variable);
+  return value && value[0] == '/' ? value : "";
+}
+
+// Where GStreamer keeps what it knows of its plug-ins. Beneath a device there can be no file: it
+// then looks at the plug-ins at each start.
+std::string registryFile() {
+  const std::string kName = "/tarn-transcode/registry.bin";
+  if (const std::string cache = folderOf("XDG_CACHE_HOME"); !cache.empty()) return cache + kName;
+  if (const std::string home = folderOf("HOME"); !home.empty()) return home + "/.cache" + kName;
+  if (const std::string run = folderOf("XDG_RUNTIME_DIR"); !run.empty()) return run + kName;
+  return "/dev/null" + kName;
+}
+
+void prepareEnvironment(const std::string& here) {
+  // Our ffmpeg and no other: where it is missing a movie is refused, not read without its care.
+  setenv("PATH", (here + "/bin").c_str(), 1);
+
+  // The few plug-ins of the daemon and a registry of its own: with all of the machine's, the first
+  // start takes half a second.
+  setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
+  setenv("GST_REGISTRY_FORK", "no", 1);
+  setenv("GST_REGISTRY_1_0", registryFile().c_str(), 1);
+
+  // libjpeg gives up on a picture rather than take more memory than this for its coefficients.
+  setenv("JPEGMEM", "400M", 1);
+  // Left to itself, glibc keeps the memory of a finished picture.
+  setenv("MALLOC_TRIM_THRESHOLD_", "131072", 1);
+}
+
+// Every child process leaves two descriptors open in the daemon.
+void raiseDescriptorLimit() {
+  rlimit limit = {};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+std::string ownFolder() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
+  if (length <= 0 || length == sizeof(path)) return "";
+  const std::string whole(path, static_cast<size_t>(length));
+  return whole.substr(0, whole.rfind('/'));
+}
+
+int fail(const char* what) {
+  fprintf(stderr, "tarn-transcode: %s: %s\n", what, strerror(errno));
+  return EXIT_FAILURE;
+}
+
+}  // namespace
+
+int main() {
+  const std::string here = ownFolder();
+  if (here.empty()) return fail("/proc/self/exe");
+  prepareEnvironment(here);
+  raiseDescriptorLimit();
+  if (!giveUpCalls()) return fail("the system calls that nobody needs cannot be given up");
+  const std::string daemon = here + "/transcoded";
+  const std::string plugins = "--gst-plugin-path=" + here + "/" + TARN_PLUGINDIR_FROM_LIBEXEC;
+  execl(daemon.c_str(), daemon.c_str(), plugins.c_str(), nullptr);
+  return fail(daemon.c_str());
+}

@@ -1,0 +1,111 @@
+// The daemon as its launcher leaves it: what it gave up, and what it finds.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "tests/e2e/installed_system.h"
+#include "tests/e2e/spawned_program.h"
+#include "tests/faults/attacks.h"
+#include "tests/support/jpeg_media.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+// The launched daemon, with nothing in its environment but the bus and what a test adds.
+class LauncherTest : public testing::Test {
+ protected:
+  void launch(std::vector<std::string> environment,
+              const std::string& launcher = installed("libexec/tarn-transcode/start")) {
+    environment.push_back("DBUS_SESSION_BUS_ADDRESS=" + system.bus().address());
+    daemon = std::make_unique<SpawnedProgram>(launcher, environment, system.files() / "log");
+    ASSERT_TRUE(system.client().waitForName(kTranscode, true)) << readFile(system.files() / "log");
+  }
+  std::string about(const std::string& name) const {
+    return readFile("/proc/" + std::to_string(daemon->pid()) + "/" + name);
+  }
+  bool hasVariable(const std::string& entry) const {
+    return ('\0' + about("environ") + '\0').find('\0' + entry + '\0') != std::string::npos;
+  }
+  // Whether it still makes a photo smaller.
+  bool serves() {
+    const std::string in = system.files() / "in.jpg";
+    return writeBytes(in, makeJpeg(JpegRecipe{})) &&
+           system.call("resizeImage", resizeRequest(in, system.files() / "out.jpg", 5000)).ok;
+  }
+
+  InstalledSystem system;
+  std::unique_ptr<SpawnedProgram> daemon;
+};
+
+TEST_F(LauncherTest, TheDaemonHasGivenUpWhatItDoesNotNeed) {
+  launch({"HOME=" + (system.files() / "home"), "PATH=/usr/bin:/bin"});
+  EXPECT_THAT(about("status"), HasSubstr("NoNewPrivs:\t1\n"));
+  EXPECT_THAT(about("status"), HasSubstr("Seccomp:\t2\n"));
+  EXPECT_TRUE(hasVariable("PATH=" + installed("libexec/tarn-transcode/bin")));
+  EXPECT_TRUE(hasVariable("MALLOC_TRIM_THRESHOLD_=131072"));
+  EXPECT_TRUE(serves());
+  EXPECT_TRUE(std::filesystem::exists(system.files() / "home/.cache/tarn-transcode/registry.bin"));
+}
+
+TEST_F(LauncherTest, WithoutAHomeNothingIsWrittenElsewhere) {
+  std::filesystem::create_directory(system.files() / "run");
+  launch({"XDG_RUNTIME_DIR=" + (system.files() / "run")});
+  EXPECT_TRUE(serves());
+  EXPECT_TRUE(std::filesystem::exists(system.files() / "run/tarn-transcode/registry.bin"));
+  EXPECT_FALSE(std::filesystem::exists("/nonexistent"));
+}
+
+TEST_F(LauncherTest, WithoutAnyFolderItServesAllTheSame) {
+  launch({"HOME=relative"});
+  EXPECT_TRUE(serves());
+  EXPECT_FALSE(std::filesystem::exists("/nonexistent"));
+  struct stat status {};
+  EXPECT_EQ(stat("/dev/null", &status), 0);
+  EXPECT_TRUE(S_ISCHR(status.st_mode));
+}
+
+// A program in the daemon's place that tries whatever there is.
+TEST_F(LauncherTest, NoWayToTheNetworkIntoTheKernelOrToOthersMemory) {
+  const LivingVictim prey;
+  const std::string folder = system.files() / "libexec";
+  std::filesystem::create_directory(folder);
+  std::filesystem::copy_file(installed("libexec/tarn-transcode/start"), folder + "/start");
+  std::filesystem::copy_file(ATTACKER, folder + "/transcoded");
+  SpawnedProgram attacker(folder + "/start",
+                          {"ATTACK_FOLDER=" + prey.victim().folder,
+                           "ATTACK_PROCESS=" + std::to_string(prey.victim().process)},
+                          system.files() / "log");
+  ASSERT_TRUE(attacker.waitForEnd(10000));
+  const std::string told = readFile(system.files() / "log");
+  EXPECT_THAT(told, HasSubstr("tried "));
+  for (const char* name : {"socket 2", "socket 10", "socket 16", "io_uring", "trace",
+                           "read another's memory at once", "keyring", "bpf", "perf", "userfaultfd",
+                           "a namespace", "a child in a namespace", "mount", "chroot"}) {
+    EXPECT_THAT(told, Not(HasSubstr(std::string("ALLOWED ") + name + "\n")));
+  }
+}
+
+// The installed tree without its ffmpeg, and another ffmpeg on the caller's PATH.
+TEST_F(LauncherTest, NoOtherFfmpegTakesThePlaceOfOurs) {
+  const std::string tree = system.files() / "tree";
+  std::filesystem::copy(
+      TARN_STAGE, tree,
+      std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks);
+  std::filesystem::remove(tree + "/libexec/tarn-transcode/bin/ffmpeg");
+  std::filesystem::create_directory(system.files() / "bin");
+  const std::string ran = system.files() / "ran";
+  const std::string other =
+      system.files().write("bin/ffmpeg", "#!/bin/sh\n/usr/bin/touch '" + ran + "'\n");
+  chmod(other.c_str(), 0755);
+  launch({"HOME=" + (system.files() / "home"), "PATH=" + (system.files() / "bin:/usr/bin:/bin")},
+         tree + "/libexec/tarn-transcode/start");
+  const std::string movie = system.files().write("a.mp4", "no movie");
+  EXPECT_FALSE(system.call("getMovieInfo", R"({"inFile":")" + movie + R"("})").ok);
+  EXPECT_FALSE(std::filesystem::exists(ran));
+}
+
+}  // namespace
