@@ -129,20 +129,32 @@ void initElement(GTypeInstance* instance, gpointer klass) {
   gst_element_add_pad(element, encoder->src);
 }
 
-}  // namespace
-
-void registerFakeEncoder(bool withQuality) {
-  GstRegistry* registry = gst_registry_get();
-  GstPluginFeature* real = gst_registry_lookup_feature(registry, "jpegenc");
-  if (real != nullptr) {
-    gst_registry_remove_feature(registry, real);
-    gst_object_unref(real);
-  }
+GType typeOf(bool withQuality) {
+  const char* const name = withQuality ? "FakeEncoder" : "FakeEncoderWithoutQuality";
+  const GType known = g_type_from_name(name);
+  if (known != G_TYPE_INVALID) return known;
   const GTypeInfo info = {
       sizeof(EncoderClass),         nullptr,         nullptr, initClass,   nullptr,
       GINT_TO_POINTER(withQuality), sizeof(Encoder), 0,       initElement, nullptr};
-  const GType type = g_type_register_static(
-      GST_TYPE_ELEMENT, withQuality ? "FakeEncoder" : "FakeEncoderWithoutQuality", &info,
-      static_cast<GTypeFlags>(0));
-  gst_element_register(nullptr, "jpegenc", GST_RANK_PRIMARY, type);
+  return g_type_register_static(GST_TYPE_ELEMENT, name, &info, static_cast<GTypeFlags>(0));
+}
+
+// Returns what was registered, with a reference; null when nothing was.
+GstPluginFeature* takeEncoderAway() {
+  GstPluginFeature* feature = gst_registry_lookup_feature(gst_registry_get(), "jpegenc");
+  if (feature != nullptr) gst_registry_remove_feature(gst_registry_get(), feature);
+  return feature;
+}
+
+}  // namespace
+
+FakeEncoderFactory::FakeEncoderFactory(bool withQuality) : real(takeEncoderAway()) {
+  gst_element_register(nullptr, "jpegenc", GST_RANK_PRIMARY, typeOf(withQuality));
+}
+
+FakeEncoderFactory::~FakeEncoderFactory() {
+  if (GstPluginFeature* fake = takeEncoderAway(); fake != nullptr) gst_object_unref(fake);
+  if (real == nullptr) return;
+  gst_registry_add_feature(gst_registry_get(), real);
+  gst_object_unref(real);
 }

@@ -25,8 +25,17 @@ struct FakeEncoder {
 };
 extern FakeEncoder gFakeEncoder;
 
-// Takes the place of the real "jpegenc" in this process. Without an integer property "quality" the
+// Takes the place of the real "jpegenc" while it lives. Without an integer property "quality" the
 // attempts carry -1.
-void registerFakeEncoder(bool withQuality);
+class FakeEncoderFactory {
+ public:
+  explicit FakeEncoderFactory(bool withQuality);
+  ~FakeEncoderFactory();
+  FakeEncoderFactory(const FakeEncoderFactory&) = delete;
+  FakeEncoderFactory& operator=(const FakeEncoderFactory&) = delete;
+
+ private:
+  GstPluginFeature* real;
+};
 
 #endif

@@ -69,7 +69,7 @@ std::string success(int width, int height, int size) {
 }
 
 TEST_F(JpegSearchTest, FirstEncodeThatFitsIsTheLast) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt&) { return 100000; };
   const LogCapture log;
@@ -81,7 +81,7 @@ TEST_F(JpegSearchTest, FirstEncodeThatFitsIsTheLast) {
 }
 
 TEST_F(JpegSearchTest, OneAndAHalfTimesTheBudgetReducesTheQuality) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) { return a.quality == 85 ? 150000 : 99999; };
   resize(100000);
@@ -91,7 +91,7 @@ TEST_F(JpegSearchTest, OneAndAHalfTimesTheBudgetReducesTheQuality) {
 }
 
 TEST_F(JpegSearchTest, TwiceTheBudgetHalvesTheSides) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) { return a.width > 600 ? 200000 : 1000; };
   resize(100000);
@@ -102,7 +102,7 @@ TEST_F(JpegSearchTest, TwiceTheBudgetHalvesTheSides) {
 
 // 180000 bytes ask for quality 47, below 50; a level lower 120000 ask for 70.
 TEST_F(JpegSearchTest, EachLevelStartsAtTheDefaultQuality) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) {
     if (a.width > 600) return 180000;
@@ -117,7 +117,7 @@ TEST_F(JpegSearchTest, EachLevelStartsAtTheDefaultQuality) {
 
 // The caps filter still has the level before when a level's quality is set.
 TEST_F(JpegSearchTest, SetsTheQualityBeforeTheDimensions) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) {
     if (a.width > 600) return 180000;
@@ -130,7 +130,7 @@ TEST_F(JpegSearchTest, SetsTheQualityBeforeTheDimensions) {
 }
 
 TEST_F(JpegSearchTest, GivesUpAfterFourLevelsOfTwoAttempts) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) { return a.quality == 85 ? 102000 : 100001; };
   resize(100000);
@@ -144,7 +144,7 @@ TEST_F(JpegSearchTest, GivesUpAfterFourLevelsOfTwoAttempts) {
 }
 
 TEST_F(JpegSearchTest, QualityFiftyIsTriedAndFortyNineIsNot) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt&) { return 170000; };
   resize(100000);
@@ -155,7 +155,7 @@ TEST_F(JpegSearchTest, QualityFiftyIsTriedAndFortyNineIsNot) {
 }
 
 TEST_F(JpegSearchTest, QualityIsReckonedInWrappedIntegers) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) { return a.width > 600 ? 31000000 : 100; };
   // 85 x 30000000 does not fit 32 bits: the product is negative and nothing is tried at it.
@@ -165,7 +165,7 @@ TEST_F(JpegSearchTest, QualityIsReckonedInWrappedIntegers) {
 }
 
 TEST_F(JpegSearchTest, BudgetsBelowOneFailAtEveryLevel) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt&) { return 100; };
   for (const int size : {0, -1, -100}) {
@@ -177,7 +177,7 @@ TEST_F(JpegSearchTest, BudgetsBelowOneFailAtEveryLevel) {
 }
 
 TEST_F(JpegSearchTest, EncoderWithoutQualityIsTakenAsEightyFive) {
-  registerFakeEncoder(false);
+  const FakeEncoderFactory encoder(false);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt&) { return 100; };
   const LogCapture log;
@@ -190,7 +190,7 @@ TEST_F(JpegSearchTest, EncoderWithoutQualityIsTakenAsEightyFive) {
 }
 
 TEST_F(JpegSearchTest, FailedEncodeIsJudgedByTheFileItLeaves) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt&) { return 0; };
   const LogCapture log;
@@ -205,7 +205,7 @@ TEST_F(JpegSearchTest, FailedEncodeIsJudgedByTheFileItLeaves) {
 }
 
 TEST_F(JpegSearchTest, LogsEachStepInOrder) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   makePicture();
   gFakeEncoder.sizeBytes = [](const EncodeAttempt&) { return 1234; };
   const LogCapture log;
@@ -251,7 +251,7 @@ class ClipTask : public JpegTranscodeGstreamer {
 };
 
 TEST_F(JpegSearchTest, ClipCutsTheScaledPicture) {
-  registerFakeEncoder(true);
+  const FakeEncoderFactory encoder(true);
   JpegRecipe recipe;
   recipe.jfif = false;
   ASSERT_TRUE(writeBytes(in, makeJpeg(recipe)));
@@ -266,7 +266,6 @@ TEST_F(JpegSearchTest, ClipCutsTheScaledPicture) {
 }
 
 TEST_F(JpegSearchTest, MissingElementEndsTheProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   makePicture();
   for (const char* factory : {"filesrc", "videoscale", "videocrop", "jpegenc", "filesink",
                               "capsfilter", "metadatademux", "metadatamux"}) {
