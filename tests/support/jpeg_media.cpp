@@ -5,6 +5,8 @@
 #include <jpeglib.h>
 
 #include <algorithm>
+#include <array>
+#include <csetjmp>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -83,36 +85,143 @@ void writeMetadata(jpeg_compress_struct* encoder, const JpegRecipe& recipe) {
   if (!recipe.comment.empty()) write(JPEG_COM, Bytes(recipe.comment.begin(), recipe.comment.end()));
 }
 
+struct Factors {
+  int across;
+  int down;
+};
+
+// Of the first component; the others have one sample for so many.
+Factors samplingOf(Subsampling subsampling) {
+  switch (subsampling) {
+    case Subsampling::Gray:
+    case Subsampling::S444:
+      return {1, 1};
+    case Subsampling::S422:
+      return {2, 1};
+    case Subsampling::S420:
+      return {2, 2};
+    case Subsampling::S440:
+      return {1, 2};
+    case Subsampling::S411:
+      return {4, 1};
+    case Subsampling::S410:
+      return {4, 2};
+  }
+  return {1, 1};
+}
+
+J_COLOR_SPACE codedColours(const JpegRecipe& recipe) {
+  if (recipe.subsampling == Subsampling::Gray) return JCS_GRAYSCALE;
+  switch (recipe.colours) {
+    case Colours::Rgb:
+      return JCS_RGB;
+    case Colours::CmykInverted:
+    case Colours::CmykPlain:
+      return JCS_CMYK;
+    case Colours::YcckInverted:
+      return JCS_YCCK;
+    default:
+      return JCS_YCbCr;
+  }
+}
+
+bool hasInks(const JpegRecipe& recipe) {
+  const J_COLOR_SPACE colours = codedColours(recipe);
+  return colours == JCS_CMYK || colours == JCS_YCCK;
+}
+
+void separateScans(jpeg_compress_struct* encoder) {
+  static jpeg_scan_info scans[MAX_COMPONENTS];
+  for (int i = 0; i < encoder->num_components; ++i)
+    scans[i] = {1, {i}, 0, DCTSIZE2 - 1, 0, 0};
+  encoder->scan_info = scans;
+  encoder->num_scans = encoder->num_components;
+}
+
 void configure(jpeg_compress_struct* encoder, const JpegRecipe& recipe) {
   const bool gray = recipe.subsampling == Subsampling::Gray;
   encoder->image_width = static_cast<JDIMENSION>(recipe.width);
   encoder->image_height = static_cast<JDIMENSION>(recipe.height);
-  encoder->input_components = gray ? 1 : 3;
-  encoder->in_color_space = gray ? JCS_GRAYSCALE : JCS_RGB;
+  encoder->input_components = gray ? 1 : hasInks(recipe) ? 4 : 3;
+  encoder->in_color_space = gray ? JCS_GRAYSCALE : hasInks(recipe) ? JCS_CMYK : JCS_RGB;
   jpeg_set_defaults(encoder);
+  jpeg_set_colorspace(encoder, codedColours(recipe));
+  if (recipe.colours == Colours::CmykPlain) encoder->write_Adobe_marker = FALSE;
   jpeg_set_quality(encoder, recipe.quality, TRUE);
-  if (!gray) {
-    encoder->comp_info[0].h_samp_factor = recipe.subsampling == Subsampling::S444 ? 1 : 2;
-    encoder->comp_info[0].v_samp_factor = recipe.subsampling == Subsampling::S420 ? 2 : 1;
+  const Factors factors = samplingOf(recipe.subsampling);
+  encoder->comp_info[0].h_samp_factor = factors.across;
+  encoder->comp_info[0].v_samp_factor = factors.down;
+  if (hasInks(recipe)) {
+    encoder->comp_info[3].h_samp_factor = factors.across;
+    encoder->comp_info[3].v_samp_factor = factors.down;
   }
   if (recipe.progressive) jpeg_simple_progression(encoder);
+  if (recipe.separateScans) separateScans(encoder);
+  encoder->arith_code = recipe.arithmetic ? TRUE : FALSE;
   encoder->restart_in_rows = recipe.restartRows;
-  encoder->write_JFIF_header = recipe.jfif ? TRUE : FALSE;
+  encoder->write_JFIF_header = recipe.jfif && codedColours(recipe) != JCS_RGB && !hasInks(recipe);
   encoder->density_unit = 1;
   encoder->X_density = encoder->Y_density = static_cast<UINT16>(recipe.density);
+}
+
+// Red, green, blue.
+std::array<int, 3> gradientAt(const JpegRecipe& recipe, int x, int y) {
+  return {x * 255 / recipe.width, y * 255 / recipe.height,
+          255 - (x + y) * 255 / (recipe.width + recipe.height)};
+}
+
+// The light that each ink leaves: black takes as much as it can.
+std::array<int, 4> inksOf(const std::array<int, 3>& colour) {
+  const int black = std::max(1, *std::max_element(colour.begin(), colour.end()));
+  return {colour[0] * 255 / black, colour[1] * 255 / black, colour[2] * 255 / black, black};
 }
 
 void fillRow(const JpegRecipe& recipe, int y, std::minstd_rand* random, Bytes* row) {
   const size_t components = row->size() / static_cast<size_t>(recipe.width);
   for (size_t i = 0; i < row->size(); ++i) {
-    const int x = static_cast<int>(i / components);
     const size_t component = i % components;
-    const int smooth = component == 0   ? x * 255 / recipe.width
-                       : component == 1 ? y * 255 / recipe.height
-                                        : 255 - (x + y) * 255 / (recipe.width + recipe.height);
+    const auto colour = gradientAt(recipe, static_cast<int>(i / components), y);
+    int smooth = components == 4 ? inksOf(colour)[component] : colour[component];
+    if (components == 4 && recipe.colours == Colours::CmykPlain) smooth = 255 - smooth;
     (*row)[i] = recipe.content == Content::Noise ? static_cast<uint8_t>((*random)() >> 8)
                                                  : static_cast<uint8_t>(smooth);
   }
+}
+
+struct DecodeErrors {
+  jpeg_error_mgr manager;
+  jmp_buf failed;
+};
+
+[[noreturn]] void leaveDecoding(j_common_ptr decoder) {
+  longjmp(reinterpret_cast<DecodeErrors*>(decoder->err)->failed, 1);
+}
+
+// Whether all rows are there without a warning. No object with a destructor may live in here.
+bool decodeInto(const Bytes& jpeg, Bytes* pixels) {
+  DecodeErrors errors;
+  jpeg_decompress_struct decoder;
+  decoder.err = jpeg_std_error(&errors.manager);
+  errors.manager.error_exit = leaveDecoding;
+  errors.manager.output_message = [](j_common_ptr) {};
+  if (setjmp(errors.failed) != 0) {
+    jpeg_destroy_decompress(&decoder);
+    return false;
+  }
+  jpeg_create_decompress(&decoder);
+  jpeg_mem_src(&decoder, jpeg.data(), jpeg.size());
+  jpeg_read_header(&decoder, TRUE);
+  decoder.out_color_space = JCS_RGB;
+  jpeg_start_decompress(&decoder);
+  const size_t rowBytes = size_t{decoder.output_width} * 3;
+  pixels->resize(rowBytes * decoder.output_height);
+  while (decoder.output_scanline < decoder.output_height) {
+    JSAMPROW rows[] = {pixels->data() + rowBytes * decoder.output_scanline};
+    jpeg_read_scanlines(&decoder, rows, 1);
+  }
+  const bool isClean = errors.manager.num_warnings == 0;
+  jpeg_destroy_decompress(&decoder);
+  return isClean;
 }
 
 }  // namespace
@@ -140,6 +249,27 @@ Bytes makeJpeg(const JpegRecipe& recipe) {
   jpeg_destroy_compress(&encoder);
   const std::unique_ptr<unsigned char, decltype(&free)> owned(memory, free);
   return Bytes(memory, memory + sizeBytes);
+}
+
+Bytes gradientPixels(int width, int height, bool gray) {
+  JpegRecipe recipe;
+  recipe.width = width;
+  recipe.height = height;
+  Bytes pixels;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const auto colour = gradientAt(recipe, x, y);
+      for (size_t i = 0; i < 3; ++i)
+        pixels.push_back(static_cast<uint8_t>(gray ? colour[0] : colour[i]));
+    }
+  }
+  return pixels;
+}
+
+Bytes decodePixels(const Bytes& jpeg) {
+  Bytes pixels;
+  if (!decodeInto(jpeg, &pixels)) pixels.clear();
+  return pixels;
 }
 
 Bytes makeIccProfile(size_t sizeBytes) {

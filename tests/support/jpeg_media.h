@@ -21,7 +21,10 @@ struct ExifRecipe {
   bool thumbnail = false;     // a whole small JPEG picture in the second directory
 };
 
-enum class Subsampling { Gray, S444, S422, S420 };
+enum class Subsampling { Gray, S444, S422, S420, S440, S411, S410 };
+
+// How the colours are told. Inverted is as Adobe's programs do it: how much light an ink leaves.
+enum class Colours { YCbCr, Rgb, CmykInverted, CmykPlain, YcckInverted };
 
 // Smooth compresses well; noise hardly at all, and is the same for the same size.
 enum class Content { Gradient, Noise };
@@ -32,8 +35,11 @@ struct JpegRecipe {
   int quality = 90;
   Subsampling subsampling = Subsampling::S420;
   Content content = Content::Gradient;
+  Colours colours = Colours::YCbCr;
   bool progressive = false;
-  int restartRows = 0;  // a restart marker after so many rows of blocks; 0: none
+  bool arithmetic = false;
+  bool separateScans = false;  // one for each component, of a picture that is not progressive
+  int restartRows = 0;         // a restart marker after so many rows of blocks; 0: none
   bool jfif = true;
   int density = 72;  // dots per inch, in the JFIF segment
   std::optional<ExifRecipe> exif = {};
@@ -45,6 +51,12 @@ struct JpegRecipe {
 
 // The whole file.
 Bytes makeJpeg(const JpegRecipe& recipe);
+
+// The red, green and blue of each pixel of the gradient, before it is encoded; all gray's if asked.
+Bytes gradientPixels(int width, int height, bool gray);
+
+// The same of a file; nothing if libjpeg cannot read it or warns.
+Bytes decodePixels(const Bytes& jpeg);
 
 // The payload of an Exif segment ("Exif", two zero bytes, TIFF) for a picture of that size.
 Bytes makeExif(const ExifRecipe& recipe, int width, int height);
