@@ -39,15 +39,19 @@ GstStaticPadTemplate gSrcTemplate = GST_STATIC_PAD_TEMPLATE(
     "src", GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS(GST_VIDEO_CAPS_MAKE(FORMATS)));
 #undef FORMATS
 
-// Any size becomes any other; the rest stays.
+// Any size becomes any other; the rest stays. The same size comes first: a decoder that can make it
+// spares us the scaling.
 GstCaps* transformCaps(GstBaseTransform*, GstPadDirection, GstCaps* caps, GstCaps* filter) {
   GstCaps* others = gst_caps_copy(caps);
-  for (guint i = 0; i < gst_caps_get_size(others); i++) {
-    GstStructure* other = gst_caps_get_structure(others, i);
+  GstCaps* anySize = gst_caps_copy(caps);
+  for (guint i = 0; i < gst_caps_get_size(caps); i++) {
+    GstStructure* other = gst_caps_get_structure(anySize, i);
     gst_structure_set(other, "width", GST_TYPE_INT_RANGE, 1, G_MAXINT, "height", GST_TYPE_INT_RANGE,
                       1, G_MAXINT, nullptr);
     gst_structure_remove_field(other, "pixel-aspect-ratio");
+    gst_structure_remove_field(gst_caps_get_structure(others, i), "pixel-aspect-ratio");
   }
+  gst_caps_append(others, anySize);
   if (filter == nullptr) return others;
   GstCaps* chosen = gst_caps_intersect_full(filter, others, GST_CAPS_INTERSECT_FIRST);
   gst_caps_unref(others);
