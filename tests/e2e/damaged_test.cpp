@@ -102,10 +102,29 @@ TEST_F(DamagedTest, BystandersAreServedByTheNextProcess) {
   EXPECT_NE(system.daemonPid(), before);
 }
 
-TEST_F(DamagedTest, APictureCutInItsDataIsJudgedByItsSize) {
+// The encode ends in an error and leaves an empty file, which is within any budget.
+const char kNothingCame[] = R"({"returnValue":true,"xSize":320,"ySize":240,"ImageSize":0})";
+
+TEST_F(DamagedTest, APictureCutInItsDataGivesNothing) {
   const Bytes whole = picture();
-  const auto result = resize(Bytes(whole.begin(), whole.end() - 500));
-  EXPECT_THAT(result.reply, testing::StartsWith(R"({"returnValue":true,"xSize":320,"ySize":240,)"));
+  EXPECT_EQ(kNothingCame, resize(Bytes(whole.begin(), whole.end() - 500)).reply);
+}
+
+TEST_F(DamagedTest, APictureThatLacksItsEndMarkerAloneIsWhole) {
+  const Bytes whole = picture();
+  const std::string reply = resize(whole).reply;
+  const Bytes wanted = readBytes(out);
+  EXPECT_EQ(reply, resize(Bytes(whole.begin(), whole.end() - 2)).reply);
+  EXPECT_EQ(wanted, readBytes(out));
+}
+
+// The encoder's library would end the process on a side of 65,504.
+TEST_F(DamagedTest, ASideThatNoEncoderTakesGivesNothingAndTheServiceGoesOn) {
+  ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+  const pid_t before = system.daemonPid();
+  EXPECT_THAT(resize(makeJpeg({.width = 65490, .height = 16}), 100'000'000).reply,
+              testing::EndsWith(R"("ImageSize":0})"));
+  EXPECT_EQ(before, system.daemonPid());
 }
 
 TEST_F(DamagedTest, ADeviceIsNoOutput) {

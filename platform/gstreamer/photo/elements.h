@@ -11,6 +11,9 @@
 bool registerMetadataDemux(GstPlugin* plugin);
 // "metadatamux": writes that metadata into the picture's new encoding.
 bool registerMetadataMux(GstPlugin* plugin);
+// "jpegdec": decodes a JPEG picture into the size that downstream would rather have.
+constexpr char kJpegDecName[] = "jpegdec";
+bool registerJpegDec(GstPlugin* plugin);
 // "videoscale": makes the picture another size.
 bool registerVideoScale(GstPlugin* plugin);
 

@@ -1,14 +1,32 @@
 // The entry of the plug-in "tarnphoto".
+#include <cstring>
+
 #include "platform/gstreamer/photo/elements.h"
 #include "platform/gstreamer/photo/metadata_tag.h"
+
+static const char kPluginName[] = "tarnphoto";
 
 #ifndef PACKAGE
 #define PACKAGE "tarn-transcode"
 #endif
 
+// GStreamer's own plug-in of JPEG elements, whose encoder is in use, has a "jpegdec" too, and of
+// two features with one name the one registered last stays. It registers its own whenever it is
+// looked at or loaded; ours follows it at once.
+static void takeNameBack(GstRegistry*, GstPluginFeature* feature, gpointer plugin) {
+  if (strcmp(gst_plugin_feature_get_name(feature), kJpegDecName) == 0 &&
+      strcmp(gst_plugin_feature_get_plugin_name(feature), kPluginName) != 0)
+    registerJpegDec(static_cast<GstPlugin*>(plugin));
+}
+
 static gboolean registerElements(GstPlugin* plugin) {
+  g_signal_connect(gst_registry_get(), "feature-added", G_CALLBACK(takeNameBack), plugin);
+  // When that file changes and is looked at again, so is this one.
+  gst_plugin_add_dependency_simple(plugin, nullptr, GST_PLUGINS_DIR, "libgstjpeg.so",
+                                   GST_PLUGIN_DEPENDENCY_FLAG_NONE);
   registerMetadataTag();
-  return registerMetadataDemux(plugin) && registerMetadataMux(plugin) && registerVideoScale(plugin);
+  return registerMetadataDemux(plugin) && registerMetadataMux(plugin) && registerJpegDec(plugin) &&
+         registerVideoScale(plugin);
 }
 
 // The macro casts const away.
