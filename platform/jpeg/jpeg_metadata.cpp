@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/jpeg/exif_dimensions.h"
+#include "platform/jpeg/exif_shedding.h"
 
 namespace {
 
@@ -35,6 +36,27 @@ size_t skipJfif(const std::vector<JpegSegment>& segments) {
   return at;
 }
 
+bool isExtendedXmp(const JpegSegment& segment) {
+  return isNamed(segment, kMarkerApp1, "http://ns.adobe.com/xmp/extension/\0"sv);
+}
+
+size_t bytesOf(const std::vector<JpegSegment>& metadata) {
+  size_t bytes = 0;
+  for (const JpegSegment& segment : metadata)
+    bytes += 4 + segment.payload.size();
+  return bytes;
+}
+
+// Returns whether anything went.
+bool shed(JpegShedding part, std::vector<JpegSegment>* metadata) {
+  if (part == ShedExtendedXmp) return std::erase_if(*metadata, isExtendedXmp) > 0;
+  const auto drop = part == ShedThumbnail ? dropExifThumbnail : dropExifMakerNote;
+  bool isShorter = false;
+  for (JpegSegment& segment : *metadata)
+    isShorter |= isExif(segment) && drop(&segment.payload);
+  return isShorter;
+}
+
 void append(const JpegSegment& segment, JpegHead* head) {
   if (segment.payload.size() > kMaxSegmentPayload) {
     ++head->leftOut;
@@ -56,6 +78,14 @@ bool isExif(const JpegSegment& segment) {
 bool isJpegMetadata(const JpegSegment& segment) {
   return !isNamed(segment, kMarkerApp14, "Adobe"sv) && !isNamed(segment, kMarkerApp0, "AVI1"sv) &&
          !isNamed(segment, kMarkerApp2, "MPF\0"sv);
+}
+
+unsigned shedJpegMetadata(size_t pictureBytes, std::vector<JpegSegment>* metadata) {
+  unsigned gone = ShedNothing;
+  for (const JpegShedding part : {ShedThumbnail, ShedExtendedXmp, ShedMakerNote}) {
+    if (bytesOf(*metadata) > pictureBytes && shed(part, metadata)) gone |= part;
+  }
+  return gone;
 }
 
 bool makeJpegHead(const uint8_t* encoded, size_t sizeBytes,

@@ -15,6 +15,19 @@ bool isJpegMetadata(const JpegSegment& segment);
 
 bool isExif(const JpegSegment& segment);
 
+// What the metadata of a small picture can do without, in the order in which it goes.
+enum JpegShedding : unsigned {
+  ShedNothing = 0,
+  ShedThumbnail = 1,    // the small picture in the Exif
+  ShedExtendedXmp = 2,  // what of the XMP is beyond its first segment
+  ShedMakerNote = 4,
+};
+
+// Where the metadata would take more bytes than the picture itself, sheds one after the other until
+// it does not, or nothing is left that may go. Returns what went. The segments are otherwise
+// untouched.
+unsigned shedJpegMetadata(size_t pictureBytes, std::vector<JpegSegment>* metadata);
+
 // The new beginning of an encoded picture.
 struct JpegHead {
   std::vector<uint8_t> bytes;  // SOI and the segments

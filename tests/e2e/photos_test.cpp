@@ -146,9 +146,25 @@ TEST_F(PhotosTest, TellTheirNewSizeInTheMetadata) {
   }
 }
 
+// The thumbnail and the maker note give way to the picture; all else stays.
+TEST_F(PhotosTest, ShedBulkyMetadataBeforeTheyBecomeTiny) {
+  JpegRecipe recipe = fromCamera(true, 6);
+  recipe.exif->makerNoteBytes = 30000;
+  ASSERT_TRUE(writeBytes(in, makeJpeg(recipe)));
+  const auto result = system.call("resizeImage", resizeRequest(in, out, 30000));
+  EXPECT_THAT(result.reply, testing::StartsWith(R"({"returnValue":true,"xSize":)"));
+  auto before = metadata(in);
+  std::erase_if(before, [](const std::string& line) {
+    return line.find("[IFD1]") == 0 || line.find("MakerNote") != std::string::npos;
+  });
+  EXPECT_EQ(before, metadata(out));
+}
+
 // A budget far below what the metadata alone takes.
 TEST_F(PhotosTest, SayNoWhenTheMetadataAloneIsTooMuch) {
-  ASSERT_TRUE(writeBytes(in, makeJpeg(fromCamera(false, 1))));
+  JpegRecipe recipe = fromCamera(false, 1);
+  recipe.iccBytes = 9000;
+  ASSERT_TRUE(writeBytes(in, makeJpeg(recipe)));
   const auto result = system.call("resizeImage", resizeRequest(in, out, 9000));
   EXPECT_EQ(result.reply, R"({"returnValue":false})");
 }

@@ -9,6 +9,7 @@
 
 #include "platform/jpeg/jpeg_segments.h"
 #include "tests/support/jpeg_media.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -53,8 +54,7 @@ std::pair<uint32_t, uint32_t> sizeOf(const Bytes& jpeg) {
 
 JpegRecipe richRecipe() {
   JpegRecipe recipe{.width = 320, .height = 240, .jfif = false};
-  recipe.exif =
-      ExifRecipe{.orientation = 6, .gps = true, .makerNoteBytes = 4000, .thumbnail = true};
+  recipe.exif = ExifRecipe{.orientation = 6, .gps = true};
   recipe.xmp = "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>";
   recipe.iptcCaption = "caption";
   recipe.iccBytes = 150'000;
@@ -77,13 +77,34 @@ Bytes claimSize(Bytes jpeg, uint16_t width, uint16_t height) {
 TEST_F(ImagePipelineTest, EverySegmentSurvivesAndTheTwoDimensionsAreTheNewOnes) {
   for (bool bigEndian : {false, true}) {
     JpegRecipe recipe = richRecipe();
-    recipe.exif->bigEndian = bigEndian;
-    ASSERT_EQ(encode(makeJpeg(recipe), 160, 112), Outcome::End);
+    recipe.width = 640;
+    recipe.height = 480;
+    recipe.content = Content::Noise;
+    recipe.exif = ExifRecipe{.bigEndian = bigEndian,
+                             .orientation = 6,
+                             .gps = true,
+                             .makerNoteBytes = 4000,
+                             .thumbnail = true};
+    recipe.iccBytes = 70'000;
+    ASSERT_EQ(encode(makeJpeg(recipe), 624, 464), Outcome::End);
     std::vector<Bytes> wanted = payloadsOf(makeJpeg(recipe));
-    wanted[0] = makeExif(*recipe.exif, 160, 112);
+    wanted[0] = makeExif(*recipe.exif, 624, 464);
     EXPECT_EQ(payloadsOf(output()), wanted);
-    EXPECT_EQ(sizeOf(output()), std::pair(160u, 112u));
+    EXPECT_EQ(sizeOf(output()), std::pair(624u, 464u));
   }
+}
+
+TEST_F(ImagePipelineTest, ASmallPictureShedsWhatItCanDoWithoutAndTellsOnce) {
+  JpegRecipe recipe = richRecipe();
+  recipe.iccBytes = 200;
+  recipe.exif =
+      ExifRecipe{.orientation = 6, .gps = true, .makerNoteBytes = 40'000, .thumbnail = true};
+  LogCapture log;
+  ASSERT_EQ(encode(makeJpeg(recipe), 160, 112), Outcome::End);
+  ASSERT_EQ(pipeline->encode(160, 112, 70), Outcome::End);
+  EXPECT_LT(output().size(), 10'000u);
+  EXPECT_THAT(log.at(G_LOG_LEVEL_MESSAGE),
+              ElementsAre("metadata larger than the picture, left out: thumbnail maker note"));
 }
 
 TEST_F(ImagePipelineTest, ThePictureIsWhatThePipelineGivesWithoutMetadata) {

@@ -150,4 +150,46 @@ TEST(JpegMetadata, EveryTruncationOfTheEncodedHeaderIsRefusedOrHarmless) {
   }
 }
 
+std::vector<JpegSegment> largeMetadata() {
+  std::string extended("http://ns.adobe.com/xmp/extension/");
+  extended.push_back('\0');
+  extended.resize(2000, 'x');
+  return {{0xE1, makeExif({.orientation = 6, .makerNoteBytes = 3000, .thumbnail = true}, 64, 48)},
+          {0xE1, Bytes(extended.begin(), extended.end())},
+          {0xE2, makeIccProfile(1000)}};
+}
+
+size_t bytesOf(const std::vector<JpegSegment>& metadata) {
+  size_t bytes = 0;
+  for (const JpegSegment& segment : metadata)
+    bytes += 4 + segment.payload.size();
+  return bytes;
+}
+
+TEST(JpegMetadataShedding, NothingGoesWhileThePictureIsTheLarger) {
+  auto metadata = largeMetadata();
+  EXPECT_EQ(shedJpegMetadata(bytesOf(metadata), &metadata), ShedNothing);
+  EXPECT_EQ(bytesOf(metadata), bytesOf(largeMetadata()));
+}
+
+TEST(JpegMetadataShedding, OneGoesAfterTheOther) {
+  auto metadata = largeMetadata();
+  EXPECT_EQ(shedJpegMetadata(bytesOf(metadata) - 1, &metadata), unsigned{ShedThumbnail});
+  EXPECT_EQ(metadata.size(), 3u);
+  EXPECT_EQ(shedJpegMetadata(bytesOf(metadata) - 1, &metadata), unsigned{ShedExtendedXmp});
+  EXPECT_EQ(metadata.size(), 2u);
+  EXPECT_EQ(shedJpegMetadata(bytesOf(metadata) - 1, &metadata), unsigned{ShedMakerNote});
+  const size_t least = bytesOf(metadata);
+  EXPECT_EQ(shedJpegMetadata(10, &metadata), ShedNothing);
+  EXPECT_EQ(bytesOf(metadata), least);
+}
+
+TEST(JpegMetadataShedding, AllGoesAtOnceForATinyPicture) {
+  auto metadata = largeMetadata();
+  EXPECT_EQ(shedJpegMetadata(10, &metadata),
+            unsigned{ShedThumbnail} | ShedExtendedXmp | ShedMakerNote);
+  ASSERT_EQ(metadata.size(), 2u);
+  EXPECT_EQ(metadata[1].payload, makeIccProfile(1000));
+}
+
 }  // namespace

@@ -36,7 +36,8 @@ struct _MetadataMux {
   GstPad* sink;
   GstPad* src;
   gboolean exif;
-  Writing* writing;  // owned
+  unsigned toldGone;  // of the metadata
+  Writing* writing;   // owned
 };
 
 #define METADATA_TYPE_MUX (metadata_mux_get_type())
@@ -51,10 +52,22 @@ void reset(MetadataMux* self) {
   *self->writing = Writing();
 }
 
+// Once for each part, however often the picture is encoded.
+void tellGone(MetadataMux* self, unsigned gone) {
+  const unsigned untold = gone & ~self->toldGone;
+  if (untold == 0) return;
+  self->toldGone |= untold;
+  g_message("metadata larger than the picture, left out:%s%s%s",
+            untold & ShedThumbnail ? " thumbnail" : "",
+            untold & ShedExtendedXmp ? " extended XMP" : "",
+            untold & ShedMakerNote ? " maker note" : "");
+}
+
 bool makeHead(MetadataMux* self, GstBuffer* encoded, JpegHead* head) {
   auto& metadata = self->writing->metadata;
   if (!self->exif)
     metadata.erase(std::remove_if(metadata.begin(), metadata.end(), isExif), metadata.end());
+  tellGone(self, shedJpegMetadata(gst_buffer_get_size(encoded), &metadata));
   GstMapInfo map;
   if (!gst_buffer_map(encoded, &map, GST_MAP_READ)) return false;
   const bool made = makeJpegHead(map.data, map.size, metadata, head);
