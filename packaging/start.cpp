@@ -99,9 +99,8 @@ void prepareEnvironment(const std::string& here) {
   setenv("GST_REGISTRY_FORK", "no", 1);
   setenv("GST_REGISTRY_1_0", registryFile().c_str(), 1);
 
-  // libjpeg gives up on a picture rather than take more memory than this for its coefficients.
-  setenv("JPEGMEM", "400M", 1);
-  // Left to itself, glibc keeps the memory of a finished picture.
+  // Each thread keeps what it frees for its next request, and the threshold for giving it back grows
+  // with the largest picture so far, unless it is fixed.
   setenv("MALLOC_TRIM_THRESHOLD_", "131072", 1);
 }
 
