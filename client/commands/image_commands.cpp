@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 
 #include "client/commands/arguments.h"
 #include "client/commands/commands.h"
@@ -7,6 +9,8 @@
 #include "client/files/staged_output.h"
 #include "client/service/service_reply.h"
 #include "client/units/byte_size.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -27,10 +31,41 @@ std::string sizeWords(const ServiceReply& reply) {
   return std::to_string(width) + " x " + std::to_string(height) + ", " + formatByteSize(sizeBytes);
 }
 
+// The reply that the service would give of a picture that it left alone.
+std::string copyReply(const JpegSize& size, uintmax_t sizeBytes) {
+  dsjson::JValue reply = dsjson::Object();
+  reply.put("returnValue", true)
+      .put("xSize", size.width)
+      .put("ySize", size.height)
+      .put("ImageSize", static_cast<int32_t>(sizeBytes));
+  return requestText(reply);
+}
+
+void printResult(const Arguments& arguments, const std::string& out, const std::string& payload,
+                 const char* remark) {
+  if (arguments.has("--json")) {
+    printf("%s\n", payload.c_str());
+  } else if (!arguments.has("--quiet")) {
+    printf("%s: %s%s\n", out.c_str(), sizeWords(parseServiceReply(payload)).c_str(), remark);
+  }
+}
+
+// A picture that fits would only lose by another encoding, and often grow.
+ExitCode copyAsItIs(const Arguments& arguments, const std::string& in, const JpegSize& size,
+                    StagedOutput* output, const std::string& out) {
+  std::error_code code;
+  fs::copy_file(in, output->temporaryPath(), fs::copy_options::overwrite_existing, code);
+  if (code) return sayFailure("cannot copy " + in + ": " + code.message());
+  const uintmax_t sizeBytes = fs::file_size(output->temporaryPath(), code);
+  if (!output->commit()) return sayFailure(output->errorText());
+  printResult(arguments, out, copyReply(size, sizeBytes), ", as it was");
+  return ExitDone;
+}
+
 }  // namespace
 
 ExitCode runResizeImage(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {"--size"}, {"--json", "--quiet"});
+  const Arguments arguments(words, {"--size"}, {"--always", "--json", "--quiet"});
   InOut files;
   ExitCode exitCode = takeInOut(arguments, "resize-image", &files);
   if (exitCode != ExitDone) return exitCode;
@@ -39,11 +74,20 @@ ExitCode runResizeImage(const std::vector<std::string>& words) {
   if (!sizeBytes) return sayUsage("resize-image needs --size, such as 300k or 1.5M");
   exitCode = checkInOut(files);
   if (exitCode != ExitDone) return exitCode;
-  const std::string whyNot = whyNoJpeg(files.in);
+  JpegSize size;
+  const std::string whyNot = whyNoJpeg(files.in, &size);
   if (!whyNot.empty()) return sayFailure("cannot read " + files.in + " as a JPEG: " + whyNot);
 
   StagedOutput output(files.out);
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());
+  // What does not end as a picture does is left to the service, which looks at all of it.
+  std::error_code ignored;
+  const uintmax_t inputBytes = fs::file_size(files.in, ignored);
+  const bool fits = inputBytes <= static_cast<uintmax_t>(std::max(0, *sizeBytes));
+  if (fits && !arguments.has("--always") && isWholeJpeg(files.in)) {
+    return copyAsItIs(arguments, files.in, size, &output, files.out);
+  }
+
   const dsjson::JValue request = resizeRequest(files.in, output.temporaryPath(), *sizeBytes);
   const Answer answer = callServiceAgain("resizeImage", requestText(request));
   if (answer.kind != Answer::Replied) return sayNoReply(answer);
@@ -54,14 +98,12 @@ ExitCode runResizeImage(const std::vector<std::string>& words) {
     return sayFailure("the picture is damaged: no whole picture came out");
   }
   if (isWhole && !output.commit()) return sayFailure(output.errorText());
-  if (arguments.has("--json")) printf("%s\n", answer.payload.c_str());
   if (!reply.succeeded) {
+    if (arguments.has("--json")) printf("%s\n", answer.payload.c_str());
     // The service gives no reason when no size was small enough.
     return sayFailure(reply.errorText.empty() ? "the picture cannot be made to fit " + limit
                                               : reply.errorText);
   }
-  if (!arguments.has("--json") && !arguments.has("--quiet")) {
-    printf("%s: %s\n", files.out.c_str(), sizeWords(reply).c_str());
-  }
+  printResult(arguments, files.out, answer.payload, "");
   return ExitDone;
 }

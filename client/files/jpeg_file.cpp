@@ -31,7 +31,7 @@ struct HeaderErrors {
 void sayNothing(j_common_ptr) {}
 
 // No object with a destructor may live in here: longjmp skips them.
-bool readsAsHeader(FILE* stream, HeaderErrors* errors) {
+bool readsAsHeader(FILE* stream, HeaderErrors* errors, JpegSize* size) {
   jpeg_decompress_struct reader;
   reader.err = jpeg_std_error(&errors->manager);
   errors->manager.error_exit = leaveHeader;
@@ -43,17 +43,18 @@ bool readsAsHeader(FILE* stream, HeaderErrors* errors) {
   jpeg_create_decompress(&reader);
   jpeg_stdio_src(&reader, stream);
   const bool isRead = jpeg_read_header(&reader, TRUE) == JPEG_HEADER_OK;
+  *size = {static_cast<int>(reader.image_width), static_cast<int>(reader.image_height)};
   jpeg_destroy_decompress(&reader);
   return isRead;
 }
 
 }  // namespace
 
-std::string whyNoJpeg(const std::string& path) {
+std::string whyNoJpeg(const std::string& path, JpegSize* size) {
   const Stream stream(fopen(path.c_str(), "rb"));
   if (stream == nullptr) return strerror(errno);
   HeaderErrors errors = {};
-  return readsAsHeader(stream.get(), &errors) ? "" : errors.text;
+  return readsAsHeader(stream.get(), &errors, size) ? "" : errors.text;
 }
 
 bool isWholeJpeg(const std::string& path) {

@@ -4,9 +4,16 @@
 
 #include <string>
 
-// Why the service could not read the file as a picture, or "" when it could. The same header reader
-// as the service's; there it ends the service on a file that is no JPEG.
-std::string whyNoJpeg(const std::string& path);
+// In pixels.
+struct JpegSize {
+  int width = 0;
+  int height = 0;
+};
+
+// Why the service could not read the file as a picture, or "" when it could: the picture's size is
+// then in `size`. The same header reader as the service's; there it ends the service on a file that
+// is no JPEG.
+std::string whyNoJpeg(const std::string& path, JpegSize* size);
 
 // Whether the file begins and ends as a whole JPEG does.
 bool isWholeJpeg(const std::string& path);

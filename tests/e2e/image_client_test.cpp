@@ -46,6 +46,34 @@ TEST_F(ImageClientTest, ShrinksAPictureByRelativePaths) {
   EXPECT_THAT(errors(), IsEmpty());
 }
 
+TEST_F(ImageClientTest, CopiesAPictureThatFitsAndAsksNobody) {
+  const auto result = client("resize-image in.jpg out.jpg --size 10M");
+  EXPECT_EQ(0, result.exitCode) << errors();
+  EXPECT_THAT(result.out, StartsWith((dir / "out.jpg") + ": 1000 x 750, "));
+  EXPECT_THAT(result.out, HasSubstr(", as it was"));
+  EXPECT_EQ(readFile(dir / "in.jpg"), readFile(dir / "out.jpg"));
+  EXPECT_EQ(0, system.daemonPid());
+  const std::string bytes = std::to_string(fs::file_size(dir / "in.jpg"));
+  EXPECT_EQ(R"({"returnValue":true,"xSize":1000,"ySize":750,"ImageSize":)" + bytes + "}\n",
+            client("resize-image --json in.jpg out.jpg --size " + bytes).out);
+}
+
+TEST_F(ImageClientTest, EncodesAPictureThatFitsAnewWhenTold) {
+  const auto result = client("resize-image in.jpg out.jpg --size 10M --always");
+  EXPECT_EQ(0, result.exitCode) << errors();
+  EXPECT_THAT(result.out, StartsWith((dir / "out.jpg") + ": 1008 x 752, "));
+  EXPECT_NE(readFile(dir / "in.jpg"), readFile(dir / "out.jpg"));
+}
+
+// A picture that lacks its end is looked at by the service, which does not take it for a whole one.
+TEST_F(ImageClientTest, CopiesNoPictureThatBreaksOff) {
+  const std::string whole = readFile(dir / "in.jpg");
+  dir.write("cut.jpg", whole.substr(0, whole.size() - 1000));
+  EXPECT_EQ(1, client("resize-image cut.jpg out.jpg --size 10M").exitCode);
+  EXPECT_THAT(errors(), HasSubstr("damaged"));
+  EXPECT_FALSE(fs::exists(dir / "out.jpg"));
+}
+
 TEST_F(ImageClientTest, PrintsJsonOnlyOrNothing) {
   EXPECT_THAT(client("resize-image --json in.jpg out.jpg --size 30k").out,
               StartsWith(R"({"returnValue":true,"xSize":)"));
@@ -140,11 +168,11 @@ TEST_F(ImageClientTest, AsksOnceMoreWhenTheServiceDies) {
   recipe.width = 6000;
   recipe.height = 5000;
   ASSERT_TRUE(writeBytes(dir / "in.jpg", makeJpeg(recipe)));
-  FILE* command = popen(
-      ("cd " + dir.path() + " && DBUS_SESSION_BUS_ADDRESS='" + system.bus().address() + "' " +
-       installed("bin/tarn-transcode") + " resize-image --quiet in.jpg out.jpg --size 10M 2>errors")
-          .c_str(),
-      "r");
+  FILE* command = popen(("cd " + dir.path() + " && DBUS_SESSION_BUS_ADDRESS='" +
+                         system.bus().address() + "' " + installed("bin/tarn-transcode") +
+                         " resize-image --always --quiet in.jpg out.jpg --size 10M 2>errors")
+                            .c_str(),
+                        "r");
   ASSERT_NE(command, nullptr);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (system.bus().log().find("trying res") == std::string::npos) {
