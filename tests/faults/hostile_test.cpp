@@ -17,6 +17,7 @@
 #include "tests/ffmpeg/program_run.h"
 #include "tests/ffmpeg/report_reader.h"
 #include "tests/support/movie_media.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -37,7 +38,7 @@ RunResult boundedRun(const std::vector<std::string>& arguments) {
 // A file that must not be opened, and a place that must not be called.
 class Trap {
  public:
-  Trap() : secret(folder.file("secret.ts")) {
+  Trap() : secret(folder / "secret.ts") {
     std::filesystem::copy_file(movieClip({.name = "part.ts"}), secret);
     watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     inotify_add_watch(watch, secret.c_str(), IN_OPEN);
@@ -64,7 +65,7 @@ class Trap {
   }
   bool wasCalled() const { return accept(listener, nullptr, nullptr) >= 0; }
 
-  const TestFolder folder;
+  const TempDir folder;
   const std::string secret;
   std::string place;
 
@@ -100,14 +101,14 @@ std::vector<std::string> leadingTexts(const Trap& trap) {
 
 TEST(HostileTest, TextsLeadNowhere) {
   const Trap trap;
-  const std::string out = trap.folder.file("out.mp4");
+  const std::string out = trap.folder / "out.mp4";
   for (const std::string& text : leadingTexts(trap)) {
     for (const char* name : {"x.mp4", "x.m3u8", "x.ts"}) {
-      writeText(trap.folder.file(name), text);
-      const RunResult probe = boundedRun({"-i", trap.folder.file(name)});
+      writeFile(trap.folder / name, text);
+      const RunResult probe = boundedRun({"-i", trap.folder / name});
       EXPECT_FALSE(readReport(probe.err).matched) << text;
     }
-    boundedRun({"-i", trap.folder.file("x.mp4"), "-y", "-vcodec", "mpeg4", out});
+    boundedRun({"-i", trap.folder / "x.mp4", "-y", "-vcodec", "mpeg4", out});
   }
   EXPECT_FALSE(trap.wasOpened());
   EXPECT_FALSE(trap.wasCalled());
@@ -116,13 +117,13 @@ TEST(HostileTest, TextsLeadNowhere) {
 
 TEST(HostileTest, NamesAreNamesOfFilesOnly) {
   const Trap trap;
-  const std::string out = trap.folder.file("out.mp4");
+  const std::string out = trap.folder / "out.mp4";
   const std::string url = "http://" + trap.place + "/a.ts";
   for (const std::string& name :
        {url, "tcp://" + trap.place, "file:" + trap.secret, "concat:" + trap.secret,
         "subfile,,start,0,end,100,,:" + trap.secret, "async:" + trap.secret, "cache:" + trap.secret,
         "hls+" + url, std::string("pipe:0"), std::string("-"), std::string("/dev/stdin"),
-        trap.folder.file("secret%02d.ts"), std::string("testsrc"),
+        trap.folder / "secret%02d.ts", std::string("testsrc"),
         std::string("data:video/mp2t;base64,AAAA")}) {
     boundedRun({"-i", name});
     boundedRun({"-i", name, "-y", "-vcodec", "mpeg4", out});
@@ -134,16 +135,16 @@ TEST(HostileTest, NamesAreNamesOfFilesOnly) {
 class SparseTest : public testing::TestWithParam<const char*> {};
 
 TEST_P(SparseTest, TwoGigabytesOfNothingCostTwoSeconds) {
-  const TestFolder folder;
+  const TempDir folder;
   const std::string ending = GetParam();
   ClipRecipe recipe = {.name = "a." + ending, .audioCodec = ""};
   if (ending == "ivf") recipe.videoCodec = "libvpx";
   if (ending == "mpg") recipe.videoCodec = "mpeg2video";
-  const std::string path = folder.file("a." + ending);
+  const std::string path = folder / "a." + ending;
   std::filesystem::copy_file(movieClip(recipe), path);
   EXPECT_EQ(truncate(path.c_str(), 2'000'000'000), 0);
   boundedRun({"-i", path});
-  writeText(path, "");
+  writeFile(path, "");
   EXPECT_EQ(truncate(path.c_str(), 2'000'000'000), 0);
   boundedRun({"-i", path});
 }
@@ -153,8 +154,8 @@ INSTANTIATE_TEST_SUITE_P(Formats, SparseTest,
                          [](const auto& instance) { return std::string(instance.param); });
 
 // Noise, one picture as large as the next, so that a part tells the length of the whole.
-std::string rawStream(const TestFolder& folder, int copies) {
-  const std::string part = readText(movieClip(
+std::string rawStream(const TempDir& folder, int copies) {
+  const std::string part = readFile(movieClip(
       "noise.h264",
       {"-f", "lavfi", "-i", "nullsrc=size=320x240:rate=25:duration=2,geq=random(1)*255:128:128",
        "-c:v", "libx264", "-preset", "ultrafast", "-qp", "2", "-g", "5"}));
@@ -162,12 +163,12 @@ std::string rawStream(const TestFolder& folder, int copies) {
   for (int i = 0; i < copies; ++i) {
     whole += part;
   }
-  writeText(folder.file("raw.h264"), whole);
-  return folder.file("raw.h264");
+  writeFile(folder / "raw.h264", whole);
+  return folder / "raw.h264";
 }
 
 TEST(ReadLimitTest, ARawStreamLongerThanWhatIsReadIsStillAnswered) {
-  const TestFolder folder;
+  const TempDir folder;
   const int copies = getenv("TARN_SOAK") ? 100 : 10;
   const std::string path = rawStream(folder, copies);
   ASSERT_GT(std::filesystem::file_size(path), uintmax_t{32} << 20);
@@ -177,7 +178,7 @@ TEST(ReadLimitTest, ARawStreamLongerThanWhatIsReadIsStillAnswered) {
 }
 
 TEST(ReadLimitTest, NoMoreIsReadThanAllowed) {
-  const TestFolder folder;
+  const TempDir folder;
   const std::string path = rawStream(folder, 2);
   MediaFacts part;
   MediaFacts whole;
@@ -192,8 +193,8 @@ TEST(ReadLimitTest, NoMoreIsReadThanAllowed) {
 
 // A file of one picture that claims to be of 65,500 by 65,500 pixels.
 TEST(HostileTest, APictureTooLargeForMemoryIsRefused) {
-  const TestFolder folder;
-  std::string movie = readText(movieClip({.name = "a.avi",
+  const TempDir folder;
+  std::string movie = readFile(movieClip({.name = "a.avi",
                                           .videoCodec = "mjpeg",
                                           .audioCodec = "",
                                           .more = {"-pix_fmt", "yuvj420p"}}));
@@ -201,23 +202,23 @@ TEST(HostileTest, APictureTooLargeForMemoryIsRefused) {
   for (size_t at = movie.find(frame); at != std::string::npos; at = movie.find(frame, at + 9)) {
     movie.replace(at + 5, 4, "\xff\xdc\xff\xdc");
   }
-  writeText(folder.file("a.avi"), movie);
-  boundedRun({"-i", folder.file("a.avi")});
-  boundedRun({"-i", folder.file("a.avi"), "-y", "-vcodec", "mpeg4", folder.file("out.mp4")});
-  EXPECT_FALSE(std::filesystem::exists(folder.file("out.mp4")));
+  writeFile(folder / "a.avi", movie);
+  boundedRun({"-i", folder / "a.avi"});
+  boundedRun({"-i", folder / "a.avi", "-y", "-vcodec", "mpeg4", folder / "out.mp4"});
+  EXPECT_FALSE(std::filesystem::exists(folder / "out.mp4"));
 }
 
 // Damage at random, the same in every run. Each is answered, in time, in clean words.
 TEST(HostileTest, DamagedFilesAreAnswered) {
-  const TestFolder folder;
+  const TempDir folder;
   const char* soak = getenv("TARN_SOAK");
   const int count = soak ? 400 : 6;
   std::mt19937 random(11);
   for (const ClipRecipe& recipe : {ClipRecipe{}, ClipRecipe{.name = "a.mkv"},
                                    ClipRecipe{.name = "a.avi", .videoCodec = "mpeg4"},
                                    ClipRecipe{.name = "a.ts"}, ClipRecipe{.name = "a.flv"}}) {
-    const std::string whole = readText(movieClip(recipe));
-    const std::string path = folder.file(recipe.name);
+    const std::string whole = readFile(movieClip(recipe));
+    const std::string path = folder / recipe.name;
     for (int i = 0; i < count; ++i) {
       std::string damaged = whole;
       const size_t head = i % 2 == 0 ? std::min<size_t>(damaged.size(), 2000) : damaged.size();
@@ -225,7 +226,7 @@ TEST(HostileTest, DamagedFilesAreAnswered) {
         damaged[random() % head] = static_cast<char>(random());
       }
       if (i % 5 == 4) damaged.resize(random() % damaged.size() + 1);
-      writeText(path, damaged);
+      writeFile(path, damaged);
       const RunResult result = boundedRun({"-i", path});
       EXPECT_THAT(result.err, testing::AnyOf(testing::StartsWith("Input #0, "),
                                              testing::StartsWith("ffmpeg: ")));

@@ -78,7 +78,7 @@ TEST_P(ExifShedding, EveryTruncationIsSurvived) {
 TEST_P(ExifShedding, EveryHostileByteIsSurvived) {
   const Bytes whole = makeExif(recipe(), 4032, 3024);
   for (size_t at = 0; at < 700; ++at) {
-    for (const uint8_t value : {0x00, 0x08, 0x7F, 0xFF}) {
+    for (const uint8_t value : std::initializer_list<uint8_t>{0x00, 0x08, 0x7F, 0xFF}) {
       Bytes hostile = whole;
       hostile[at] = value;
       dropExifThumbnail(&hostile);

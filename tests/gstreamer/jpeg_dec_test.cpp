@@ -205,8 +205,8 @@ TEST(JpegDec, IsOursHoweverTheRegistryCameAbout) {
                                "GST_REGISTRY_1_0=$F/registry; gst-inspect-1.0 --gst-plugin-path=" +
                                paths + " jpegdec | grep -q 'Name *tarnphoto'";
     ASSERT_EQ(0, shell("mkdir -p " + folder + "/ours && cd " + folder +
-                       " && ln -s " TEST_PLUGIN_SYSTEM_PATH
-                       "/libgstjpeg.so . && cp -L " TEST_PLUGIN_PATH "/libgsttarnphoto.so ours"));
+                       " && ln -s " SYSTEM_PLUGINS "/libgstjpeg.so . && cp -L " TESTED_PLUGINS
+                       "/libgsttarnphoto.so ours"));
     EXPECT_EQ(0, shell(isOurs)) << paths;
     EXPECT_EQ(0, shell(isOurs)) << paths;
     ASSERT_EQ(0, shell("touch -d 2001-02-03 " + folder + "/ours/libgsttarnphoto.so"));

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/gstreamer/define_type.h"
 #include "platform/gstreamer/photo/elements.h"
 #include "platform/gstreamer/photo/picture_canvas.h"
 #include "platform/gstreamer/photo/picture_memory.h"
@@ -72,7 +73,7 @@ struct _TarnJpegDec {
 
 #define TARN_TYPE_JPEG_DEC (tarn_jpeg_dec_get_type())
 G_DECLARE_FINAL_TYPE(TarnJpegDec, tarn_jpeg_dec, TARN, JPEG_DEC, GstElement)
-G_DEFINE_TYPE(TarnJpegDec, tarn_jpeg_dec, GST_TYPE_ELEMENT)
+TARN_DEFINE_TYPE(TarnJpegDec, tarn_jpeg_dec, GST_TYPE_ELEMENT)
 
 namespace {
 
