@@ -10,6 +10,7 @@
 
 #include <string>
 
+#include "platform/ffmpeg/job/output_folders.h"
 #include "platform/ffmpeg/job/transcode.h"
 #include "platform/ffmpeg/probe/media_facts.h"
 #include "platform/ffmpeg/probe/movie_probe.h"
@@ -21,6 +22,8 @@
 #include "platform/ffmpeg/text/plain_text.h"
 
 namespace {
+
+constexpr char kNoSandbox[] = "the sandbox cannot be entered";
 
 void print(const std::string& text) {
   size_t done = 0;
@@ -52,12 +55,19 @@ int probe(const Options& options) {
 }
 
 int transcode(const Options& options, const std::string& program) {
-  Transcode job(options, program);
-  std::string error;
-  int stopSignal = 0;
-  if (job.run(&error, &stopSignal)) return 0;
-  fail(error);
-  if (stopSignal != 0) raise(stopSignal);  // whoever stopped us sees that it was so
+  Failure failure;
+  {
+    OutputFolders folders(options);
+    Sandbox sandbox = sandboxFor(options, program);
+    folders.allowRemoval(&sandbox);
+    if (!sandbox.enter()) return fail(kNoSandbox);
+    Transcode job(options, program);
+    const bool succeeded = job.run(&failure);
+    folders.settle(succeeded);
+    if (succeeded) return 0;
+  }
+  fail(failure.words);
+  if (failure.stopSignal != 0) raise(failure.stopSignal);  // whoever stopped us sees that it was so
   return 1;
 }
 
@@ -72,7 +82,6 @@ int main(int argc, char** argv) {
   Options options;
   std::string error;
   if (!parseOptions(argc, argv, &options, &error)) return fail(error);
-  const std::string program = options.isProbe() ? "" : findRealFfmpeg();
-  if (!sandboxFor(options, program).enter()) return fail("the sandbox cannot be entered");
-  return options.isProbe() ? probe(options) : transcode(options, program);
+  if (!options.isProbe()) return transcode(options, findRealFfmpeg());
+  return sandboxFor(options, "").enter() ? probe(options) : fail(kNoSandbox);
 }

@@ -30,62 +30,102 @@ Options options(const std::vector<const char*>& words) {
 constexpr char kHead[] =
     "/usr/bin/ffmpeg -nostdin -hide_banner -nostats -loglevel error -progress pipe:1 "
     "-stats_period 0.25 -y -protocol_whitelist file -format_whitelist FORMATS "
-    "-max_pixels 36000000 ";
+    "-max_pixels 36000000 -i file:in.mov ";
 constexpr char kClean[] = "-sn -dn -map_metadata -1 -map_chapters -1 ";
 
-// The whole line, spaces between its words, the long list of formats by its name.
-std::string line(const std::vector<const char*>& words, const MediaFacts& about = facts()) {
-  const Options asked = options(words);
-  const EncodePaths paths = {"/usr/bin/ffmpeg", asked.discardsOutput() ? "/dev/null" : "/w/output",
-                             "/w/pass"};
+std::string joined(const std::vector<std::string>& words) {
   std::string text;
-  for (const std::string& word : commandLine(asked, about, paths)) {
+  for (const std::string& word : words) {
     text += (text.empty() ? "" : " ") + (word.starts_with("mov,") ? "FORMATS" : word);
   }
   return text;
 }
 
-TEST(CommandLineTest, OnePass) {
-  EXPECT_EQ(line({"-vcodec", "mpeg4", "-b", "691k", "-acodec", "libfaac", "-ab", "76799", "o.mp4"}),
-            std::string(kHead) + "-i file:in.mov -map 0:V:0? -map 0:a:0? " + kClean +
-                "-c:v mpeg4 -b:v 691k -fps_mode vfr -c:a aac -b:a 76799 -f mp4 file:/w/output");
+// What the plan would begin with, at plain figures.
+Attempt attempt(Attempt::Kind kind = Attempt::Kind::First) {
+  Attempt attempt;
+  attempt.kind = kind;
+  attempt.picture = {{320, 240}, {25, 1}, 25};
+  attempt.videoBitsPerSecond = 100000;
+  attempt.sound = {24000, 22050, 1};
+  return attempt;
 }
 
-TEST(CommandLineTest, FirstOfTwoPasses) {
-  EXPECT_EQ(line({"-vcodec", "mpeg4", "-b", "691k", "-pass", "1", "-passlogfile", "o.mp4", "-an",
-                  "-f", "mp4", "/dev/null"}),
-            std::string(kHead) + "-i file:in.mov -map 0:V:0? " + kClean +
-                "-c:v mpeg4 -b:v 691k -fps_mode vfr -pass 1 -passlogfile /w/pass -an "
-                "-f mp4 /dev/null");
+// The whole line, spaces between its words, the long list of formats by its name.
+std::string line(const std::vector<const char*>& words, const Attempt& wanted = attempt(),
+                 const MediaFacts& about = facts()) {
+  const Options asked = options(words);
+  return joined(commandLine(
+      asked, about, wanted,
+      {"/usr/bin/ffmpeg", asked.discardsOutput() ? "/dev/null" : "/w/output", "/w/pass"}));
 }
 
-TEST(CommandLineTest, SecondOfTwoPassesWithASizeLimit) {
-  EXPECT_EQ(line({"-vcodec", "mpeg4", "-b", "691k", "-pass", "2", "-passlogfile", "o.mp4",
-                  "-acodec", "libfaac", "-ab", "76799", "-fs", "949999", "o.mp4"}),
-            std::string(kHead) + "-i file:in.mov -map 0:V:0? -map 0:a:0? " + kClean +
-                "-c:v mpeg4 -b:v 691k -fps_mode vfr -pass 2 -passlogfile /w/pass -c:a aac "
-                "-b:a 76799 -fs 949999 -f mp4 file:/w/output");
+constexpr char kScaled[] = "-r 25 -vf scale=320:240:flags=bicubic,setsar=1 ";
+
+TEST(CommandLineTest, AFirstPassLeavesALogAndAFile) {
+  Attempt first = attempt();
+  first.toleranceBits = 50000;
+  EXPECT_EQ(line({"-vcodec", "mpeg4", "-b", "691k", "-acodec", "libfaac", "-ab", "76799", "o.mp4"},
+                 first),
+            std::string(kHead) + "-map 0:V:0? -map 0:a:0? " + kClean + "-c:v mpeg4 " + kScaled +
+                "-fps_mode vfr -g 250 -mbd rd -threads:v 1 -b:v 100000 -bt 50000 -pass 1 "
+                "-passlogfile /w/pass -c:a aac -b:a 24000 -ar 22050 -ac 1 -af aresample=async=1 "
+                "-f mp4 file:/w/output");
 }
 
-TEST(CommandLineTest, SpeechInAHandyClip) {
-  EXPECT_EQ(line({"-s", "qcif", "-sws_flags", "fast_bilinear", "-vcodec", "h263", "-b", "120k",
-                  "-r", "15.000", "-acodec", "libopencore_amrnb", "-ab", "12200", "-ar", "8000",
-                  "-ac", "1", "o.3gp"}),
-            std::string(kHead) + "-i file:in.mov -map 0:V:0? -map 0:a:0? " + kClean +
-                "-c:v h263 -b:v 120k -r 15.000 -vf scale=w='176':h='144':flags=fast_bilinear "
-                "-fps_mode cfr -c:a libopencore_amrnb -b:a 12200 -ar 8000 -ac 1 -f 3gp "
-                "file:/w/output");
+TEST(CommandLineTest, TheAnalysisOfTwoRunsDiscardsItsOutput) {
+  EXPECT_EQ(
+      line({"-vcodec", "mpeg4", "-b", "691k", "-pass", "1", "-passlogfile", "o.mp4", "-an", "-f",
+            "mp4", "/dev/null"}),
+      std::string(kHead) + "-map 0:V:0? " + kClean + "-c:v mpeg4 " + kScaled +
+          "-fps_mode vfr -g 250 -mbd rd -threads:v 1 -b:v 100000 -pass 1 -passlogfile /w/pass -an "
+          "-f mp4 /dev/null");
 }
 
-TEST(CommandLineTest, AmrIsAlwaysEightKilohertzMono) {
-  EXPECT_NE(line({"-vcodec", "h263", "-acodec", "libopencore_amrnb", "-ar", "44100", "o.3gp"})
-                .find("-ar 8000 -ac 1"),
-            std::string::npos);
+TEST(CommandLineTest, ASizeLimitIsNotTheEncoders) {
+  const std::string text =
+      line({"-vcodec", "mpeg4", "-fs", "949999", "o.mp4"}, attempt(Attempt::Kind::Second));
+  EXPECT_NE(text.find(" -pass 2 -passlogfile /w/pass "), std::string::npos) << text;
+  EXPECT_EQ(text.find("-fs"), std::string::npos) << text;
+}
+
+TEST(CommandLineTest, AConstantQuantiserKnowsNoBitrate) {
+  Attempt coarse = attempt(Attempt::Kind::Constant);
+  coarse.quantiser = 31;
+  coarse.videoBitsPerSecond = 0;
+  const std::string text = line({"-vcodec", "mpeg4", "-b", "40k", "o.mp4"}, coarse);
+  EXPECT_NE(text.find(" -qscale:v 31 "), std::string::npos) << text;
+  EXPECT_EQ(text.find("-b:v"), std::string::npos) << text;
+  EXPECT_EQ(text.find("-pass"), std::string::npos) << text;
+}
+
+TEST(CommandLineTest, CopiedAsItIs) {
+  EXPECT_EQ(line({"-vcodec", "mpeg4", "-b", "691k", "-acodec", "libfaac", "-ab", "76799", "o.mp4"},
+                 attempt(Attempt::Kind::Copy)),
+            std::string(kHead) + "-map 0:V:0? -map 0:a:0? " + kClean +
+                "-c:v copy -c:a copy -f mp4 file:/w/output");
+}
+
+TEST(CommandLineTest, SamplesAreLoggedQuantiserBySizeByPart) {
+  const Rung large = {{352, 288}, {15, 1}, 15};
+  const Rung small = {{176, 144}, {15, 1}, 15};
+  const std::string text =
+      joined(sampleLine(options({"-vcodec", "h263", "-ss", "1.5", "o.3gp"}), facts(),
+                        {{2, 0.5}, {4, 0.5}}, {large, small}, {"/usr/bin/ffmpeg", "", "/w/s"}));
+  EXPECT_NE(text.find("-ss 3.500 -t 0.500 -protocol_whitelist"), std::string::npos) << text;
+  EXPECT_NE(text.find("-ss 5.500 -t 0.500 -protocol_whitelist"), std::string::npos) << text;
+  std::string order;
+  for (size_t at = text.find("-map "); at != std::string::npos; at = text.find("-map ", at + 1)) {
+    const std::string one = text.substr(at, text.find("/dev/null", at) - at);
+    order += one.substr(5, 1) + (one.find("pad=352") != std::string::npos ? "L" : "S") +
+             one.substr(one.find("-qscale:v ") + 10, 2) + " ";
+  }
+  EXPECT_EQ(order, "0L8  0L24 0S8  0S24 1L8  1L24 1S8  1S24 ");
 }
 
 TEST(CommandLineTest, TranscodingJumpsToTheStart) {
   const std::string text = line({"-vcodec", "mpeg4", "-ss", "1.500000", "-t", "2.000000", "o.mp4"});
-  EXPECT_NE(text.find(" -ss 1.500000 -i file:in.mov "), std::string::npos) << text;
+  EXPECT_NE(text.find(" -ss 1.500 -protocol_whitelist "), std::string::npos) << text;
   EXPECT_NE(text.find(" -t 2.000000 -f mp4"), std::string::npos) << text;
 }
 
@@ -94,16 +134,16 @@ TEST(CommandLineTest, CopyingReadsFromTheBeginning) {
            {"-vcodec", "copy", "-acodec", "aac", "-ss", "1.5", "o.mp4"},
            {"-vcodec", "mpeg4", "-acodec", "copy", "-ss", "1.5", "o.mp4"}}) {
     const std::string text = line(codecs);
-    EXPECT_NE(text.find(" -ss 1.5 -f mp4"), std::string::npos) << text;
-    EXPECT_EQ(text.find("-ss 1.5 -i"), std::string::npos) << text;
+    EXPECT_NE(text.find(" -ss 1.500 -f mp4"), std::string::npos) << text;
+    EXPECT_EQ(text.find("-ss 1.500 -protocol"), std::string::npos) << text;
   }
 }
 
 TEST(CommandLineTest, ContainersWithoutAnIndexAreReadFromTheBeginning) {
   MediaFacts stream = facts();
   stream.format = "mpegts";
-  const std::string text = line({"-vcodec", "mpeg4", "-ss", "1.5", "o.mp4"}, stream);
-  EXPECT_NE(text.find(" -ss 1.5 -f mp4"), std::string::npos) << text;
+  const std::string text = line({"-vcodec", "mpeg4", "-ss", "1.5", "o.mp4"}, attempt(), stream);
+  EXPECT_NE(text.find(" -ss 1.500 -f mp4"), std::string::npos) << text;
 }
 
 TEST(CommandLineTest, StartOfZeroIsNoStart) {
@@ -117,56 +157,62 @@ TEST(CommandLineTest, ACopiedStreamTakesNoEncoderOptions) {
   EXPECT_NE(text.find("-c:v copy -c:a copy -f mp4"), std::string::npos) << text;
 }
 
-TEST(CommandLineTest, H263IsNotFasterThanItsClock) {
-  MediaFacts fast = facts();
-  fast.video->averageRate = {60, 1};
-  EXPECT_NE(line({"-vcodec", "h263", "o.3gp"}, fast).find("-r 30000/1001"), std::string::npos);
-  EXPECT_EQ(line({"-vcodec", "h263", "o.3gp"}).find("-r "), std::string::npos);
-}
-
-std::string filter(const std::vector<const char*>& words, const MediaFacts& about = facts()) {
-  return videoFilter(options(words), *about.video);
+std::string filter(const std::vector<const char*>& words, PictureSize size,
+                   const MediaFacts& about = facts(), bool mapsTones = true) {
+  return videoFilter(options(words), *about.video, size, mapsTones);
 }
 
 TEST(VideoFilterTest, NothingToDo) {
-  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}), "");
+  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}, {640, 480}), "");
 }
 
-TEST(VideoFilterTest, AskedSizeMadeEven) {
-  EXPECT_EQ(filter({"-vcodec", "mpeg4", "-s", "321x241", "o.mp4"}), "scale=w='320':h='240'");
+TEST(VideoFilterTest, AnotherShapeIsFilledUpWithBlack) {
+  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}, {320, 320}),
+            "scale=320:240:flags=bicubic,setsar=1,pad=320:320:(ow-iw)/2:(oh-ih)/2");
+  EXPECT_EQ(filter({"-vcodec", "h263", "o.3gp"}, {176, 144}),
+            "scale=176:132:flags=bicubic,setsar=1,pad=176:144:(ow-iw)/2:(oh-ih)/2");
 }
 
-TEST(VideoFilterTest, OddInputMadeEven) {
-  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}, facts(321, 240)),
-            "scale=w='max(2,2*trunc(iw/2))':h='max(2,2*trunc(ih/2))'");
+TEST(VideoFilterTest, RotatedAndOblongPicturesKeepTheirShape) {
+  MediaFacts turned = facts();
+  turned.video->quarterTurns = 1;
+  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}, {320, 240}, turned),
+            "scale=180:240:flags=bicubic,setsar=1,pad=320:240:(ow-iw)/2:(oh-ih)/2");
+  MediaFacts oblong = facts(720, 576);
+  oblong.video->pixelAspect = {16, 15};
+  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}, {768, 576}, oblong),
+            "scale=768:576:flags=bicubic,setsar=1");
 }
 
 TEST(VideoFilterTest, FullRangeIsNarrowedExceptForMotionJpeg) {
   MediaFacts full = facts();
   full.video->fullRange = true;
-  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}, full),
-            "scale=w='max(2,2*trunc(iw/2))':h='max(2,2*trunc(ih/2))':out_range=tv,format=yuv420p");
-  EXPECT_EQ(filter({"-vcodec", "mjpeg", "o.avi"}, full), "");
+  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}, {640, 480}, full),
+            "scale=640:480:flags=bicubic:out_range=tv,setsar=1,format=yuv420p");
+  EXPECT_EQ(filter({"-vcodec", "mjpeg", "o.avi"}, {640, 480}, full), "");
 }
 
-TEST(VideoFilterTest, H263ChoosesItsSizeByBitrate) {
-  const std::string qcif =
-      "scale=w='max(2,2*trunc(min(176,144*dar)/2))':h='max(2,2*trunc(min(144,176/dar)/2))',"
-      "setsar=1,pad=176:144:(ow-iw)/2:(oh-ih)/2";
-  EXPECT_EQ(filter({"-vcodec", "h263", "-b", "299k", "o.3gp"}), qcif);
-  EXPECT_EQ(filter({"-vcodec", "h263", "o.3gp"}), qcif);
-  EXPECT_EQ(filter({"-vcodec", "h263", "-s", "320x240", "-b", "299k", "o.3gp"}), qcif);
-  EXPECT_NE(filter({"-vcodec", "h263", "-b", "300k", "o.3gp"}).find("pad=352:288"),
+TEST(VideoFilterTest, TheMatrixFollowsTheSize) {
+  MediaFacts large = facts(1920, 1080);
+  large.video->colorMatrix = "bt709";
+  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}, {1920, 1080}, large), "");
+  EXPECT_EQ(filter({"-vcodec", "mpeg4", "o.mp4"}, {640, 360}, large),
+            "scale=640:360:flags=bicubic:in_color_matrix=bt709:out_color_matrix=bt601,setsar=1,"
+            "format=yuv420p");
+  large.video->colorMatrix = "";  // a player would take it for the same
+  EXPECT_NE(filter({"-vcodec", "mpeg4", "o.mp4"}, {640, 360}, large).find("=bt709"),
             std::string::npos);
 }
 
-TEST(VideoFilterTest, H263KeepsALegalSize) {
-  for (const char* size : {"128x96", "176x144", "352x288", "704x576", "1408x1152"}) {
-    const std::string chain = filter({"-vcodec", "h263", "-s", size, "o.3gp"});
-    const std::string width = std::string(size).substr(0, std::string(size).find('x'));
-    EXPECT_TRUE(chain.starts_with("scale=w='" + width + "'")) << chain;
-    EXPECT_EQ(chain.find("pad"), std::string::npos) << chain;
-  }
+TEST(VideoFilterTest, HighRangeIsMappedWhereItCanBe) {
+  MediaFacts high = facts(1920, 1080);
+  high.video->colorMatrix = "bt2020nc";
+  high.video->colorTransfer = "smpte2084";
+  EXPECT_NE(filter({"-vcodec", "mpeg4", "o.mp4"}, {640, 360}, high).find("tonemap=hable"),
+            std::string::npos);
+  const std::string plain = filter({"-vcodec", "mpeg4", "o.mp4"}, {640, 360}, high, false);
+  EXPECT_EQ(plain.find("tonemap"), std::string::npos);
+  EXPECT_NE(plain.find("in_color_matrix=bt2020"), std::string::npos);
 }
 
 }  // namespace

@@ -40,13 +40,12 @@ TEST(OptionsTest, EveryOptionOfASinglePass) {
   EXPECT_EQ(o.output, "out.3gp");
   EXPECT_TRUE(o.overwrite);
   EXPECT_EQ(o.size, (PictureSize{176, 144}));
-  EXPECT_EQ(o.scalerFlags, "fast_bilinear");
   EXPECT_EQ(o.videoCodec, "h263");
   EXPECT_EQ(o.videoBitRate, "691k");
   EXPECT_EQ(o.videoBitsPerSecond(), 691000);
   EXPECT_EQ(o.frameRate, "29.970");
   EXPECT_EQ(o.audioCodec, "libfaac");
-  EXPECT_EQ(o.audioBitRate, "76799");
+  EXPECT_EQ(o.audioBitsPerSecond(), 76799);
   EXPECT_EQ(o.sampleRateHz, 22050);
   EXPECT_EQ(o.channels, 1);
   EXPECT_EQ(o.maxSizeBytes, 949999);
@@ -66,6 +65,12 @@ TEST(OptionsTest, FirstOfTwoPasses) {
   EXPECT_TRUE(parsed.options.discardsOutput());
   EXPECT_EQ(parsed.options.format, "mp4");
   EXPECT_EQ(parsed.options.target(), "/d/out.mp4");
+}
+
+TEST(OptionsTest, AnAutomaticSizeIsNone) {
+  const Parsed parsed = parse({"-i", "in.mov", "-y", "-s", "auto", "-vcodec", "mpeg4", "o.mp4"});
+  ASSERT_TRUE(parsed.ok) << parsed.error;
+  EXPECT_EQ(parsed.options.size, PictureSize());
 }
 
 TEST(OptionsTest, NamesWithOddBeginnings) {
@@ -100,7 +105,13 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"TwoOutputs",
                 {"-i", "a", "x.mp4", "o.mp4"},
                 "there must be one output, and 'o.mp4' is not it"},
-        Refusal{"SizeByName", {"-i", "a", "-s", "auto", "o.mp4"}, "option -s cannot take 'auto'"},
+        Refusal{"SizeByName", {"-i", "a", "-s", "big", "o.mp4"}, "option -s cannot take 'big'"},
+        Refusal{"NoBitRate", {"-i", "a", "-b", "0k", "o.mp4"}, "option -b cannot take '0k'"},
+        Refusal{
+            "NegativeSoundRate", {"-i", "a", "-ab", "-5", "o.mp4"}, "option -ab cannot take '-5'"},
+        Refusal{"NegativeFrameRate",
+                {"-i", "a", "-r", "-1.000", "o.mp4"},
+                "option -r cannot take '-1.000'"},
         Refusal{"SizeOfNothing", {"-i", "a", "-s", "0x0", "o.mp4"}, "option -s cannot take '0x0'"},
         Refusal{
             "NegativeBitRate", {"-i", "a", "-b", "-5k", "o.mp4"}, "option -b cannot take '-5k'"},

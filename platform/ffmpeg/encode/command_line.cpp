@@ -3,12 +3,17 @@
 #include <initializer_list>
 
 #include "platform/ffmpeg/encode/video_filter.h"
+#include "platform/ffmpeg/plan/fit_plan.h"
 #include "platform/ffmpeg/probe/media_facts.h"
 #include "platform/ffmpeg/probe/media_input.h"
 
 namespace {
 
-constexpr double kH263MaxRate = 30000.0 / 1001;
+using Kind = Attempt::Kind;
+
+// Key frames cost much; players of clips that fit a message do without more of them.
+constexpr char kKeyFrameDistance[] = "250";
+constexpr int64_t kSmallPixels = 800 * 600;
 
 class CommandLine {
  public:
@@ -21,12 +26,29 @@ class CommandLine {
   std::vector<std::string> words;
 };
 
+std::string decimal(double value) {
+  const auto milliseconds = static_cast<int64_t>(value * 1000 + 0.5);
+  const std::string digits = std::to_string(1000 + milliseconds % 1000);
+  return std::to_string(milliseconds / 1000) + "." + digits.substr(1);
+}
+
+std::string text(Ratio rate) {
+  return std::to_string(rate.num) + (rate.den == 1 ? "" : "/" + std::to_string(rate.den));
+}
+
+bool copiesVideo(const Options& options, const Attempt& attempt) {
+  return attempt.kind == Kind::Copy || options.copiesVideo();
+}
+
+bool copiesAudio(const Options& options, const Attempt& attempt) {
+  return attempt.kind == Kind::Copy || options.copiesAudio();
+}
+
 // The old program decoded up to the start and threw away what came before. Jumping there gives the
 // same frames when they are decoded anyway and the container knows where they are. A stream copied
 // after a jump would begin with the key frame before the start.
-bool jumpsToStart(const Options& options, const MediaFacts& facts) {
-  const bool hasIndex = facts.format.starts_with("mov,") || facts.format.starts_with("matroska");
-  return hasIndex && !options.copiesVideo() && !options.copiesAudio();
+bool jumpsToStart(const Options& options, const MediaFacts& facts, const Attempt& attempt) {
+  return canJump(facts) && !copiesVideo(options, attempt) && !copiesAudio(options, attempt);
 }
 
 // Empty leaves the choice to the container.
@@ -34,71 +56,123 @@ std::string audioCodecName(const Options& options) {
   return options.audioCodec == "libfaac" ? "aac" : options.audioCodec;
 }
 
-void addInput(const Options& options, const MediaFacts& facts, CommandLine* line) {
+void addHead(const EncodePaths& paths, CommandLine* line) {
+  line->add({paths.program, "-nostdin", "-hide_banner", "-nostats", "-loglevel", "error"});
+  line->add({"-progress", "pipe:1", "-stats_period", "0.25", "-y"});
+}
+
+void addInput(const Options& options, CommandLine* line) {
   line->add({"-protocol_whitelist", kInputProtocols, "-format_whitelist", kInputFormats,
-             "-max_pixels", std::to_string(kMaxPixels)});
-  line->addIf(options.startOffsetMs() > 0 && jumpsToStart(options, facts), "-ss",
-              options.startOffset);
-  line->add({"-i", "file:" + options.input});
+             "-max_pixels", std::to_string(kMaxPixels), "-i", "file:" + options.input});
 }
 
-std::string frameRate(const Options& options, const VideoFacts& video) {
-  // H.263 counts time in a clock of 29.97 Hz.
-  const bool tooFast = options.videoCodec == "h263" && video.averageRate.value() > kH263MaxRate;
-  return options.frameRate.empty() && tooFast ? "30000/1001" : options.frameRate;
+void addStart(double seconds, CommandLine* line) {
+  line->addIf(seconds > 0, "-ss", decimal(seconds));
 }
 
-void addVideo(const Options& options, const MediaFacts& facts, const EncodePaths& paths,
-              CommandLine* line) {
+// How the pictures are to be coded, but for the bitrate.
+void addPictures(const Options& options, const VideoFacts& video, const Rung& picture,
+                 const EncodePaths& paths, CommandLine* line) {
   line->addIf(!options.videoCodec.empty(), "-c:v", options.videoCodec);
-  if (options.copiesVideo() || !facts.video) return;
-  line->addIf(!options.videoBitRate.empty(), "-b:v", options.videoBitRate);
-  const std::string rate = frameRate(options, *facts.video);
-  line->addIf(!rate.empty(), "-r", rate);
-  const std::string filter = videoFilter(options, *facts.video);
+  line->add({"-r", text(picture.rate)});
+  const std::string filter = videoFilter(options, video, picture.size, paths.mapsTones);
   line->addIf(!filter.empty(), "-vf", filter);
-  const bool keepsTimes = options.format == "mp4" || options.format == "mov";
-  line->add({"-fps_mode", keepsTimes ? "vfr" : "cfr"});
-  if (options.pass != 0) {
-    line->add({"-pass", std::to_string(options.pass), "-passlogfile", paths.passLogPrefix});
+  line->add({"-fps_mode", keepsTimes(options) ? "vfr" : "cfr"});
+  if (hasQuantiser(options)) {
+    // Deciding each block by what it costs takes a fifth more time; without it still pictures are
+    // coded again and again, in up to eight times the bytes.
+    line->add({"-g", kKeyFrameDistance, "-mbd", "rd"});
+  }
+  // Threads cut a picture into slices, which costs bits and makes its size the machine's.
+  line->addIf(hasQuantiser(options) && picture.pixels() <= kSmallPixels, "-threads:v", "1");
+}
+
+void addVideo(const Options& options, const MediaFacts& facts, const Attempt& attempt,
+              const EncodePaths& paths, CommandLine* line) {
+  if (copiesVideo(options, attempt)) {
+    line->add({"-c:v", "copy"});
+    return;
+  }
+  if (!facts.video) {
+    line->addIf(!options.videoCodec.empty(), "-c:v", options.videoCodec);
+    return;
+  }
+  addPictures(options, *facts.video, attempt.picture, paths, line);
+  line->addIf(attempt.videoBitsPerSecond > 0, "-b:v", std::to_string(attempt.videoBitsPerSecond));
+  line->addIf(attempt.toleranceBits > 0 && hasQuantiser(options), "-bt",
+              std::to_string(attempt.toleranceBits));
+  if (attempt.kind == Kind::Constant) line->add({"-qscale:v", std::to_string(attempt.quantiser)});
+  if (attempt.kind == Kind::First || attempt.kind == Kind::Second) {
+    line->add(
+        {"-pass", attempt.kind == Kind::First ? "1" : "2", "-passlogfile", paths.passLogPrefix});
   }
 }
 
-void addAudio(const Options& options, CommandLine* line) {
+void addAudio(const Options& options, const Attempt& attempt, CommandLine* line) {
+  if (options.noAudio) {
+    line->add({"-an"});
+    return;
+  }
+  if (copiesAudio(options, attempt)) {
+    line->add({"-c:a", "copy"});
+    return;
+  }
   const std::string codec = audioCodecName(options);
   line->addIf(!codec.empty(), "-c:a", codec);
-  if (options.copiesAudio()) return;
-  const bool isAmr = codec == "libopencore_amrnb";  // speech at 8 kHz in one channel, and no other
-  const int sampleRate = isAmr ? 8000 : options.sampleRateHz;
-  const int channels = isAmr ? 1 : options.channels;
-  line->addIf(!options.audioBitRate.empty(), "-b:a", options.audioBitRate);
-  line->addIf(sampleRate > 0, "-ar", std::to_string(sampleRate));
-  line->addIf(channels > 0, "-ac", std::to_string(channels));
+  const SoundChoice& sound = attempt.sound;
+  line->addIf(sound.bitsPerSecond > 0, "-b:a", std::to_string(sound.bitsPerSecond));
+  line->addIf(sound.sampleRateHz > 0, "-ar", std::to_string(sound.sampleRateHz));
+  line->addIf(sound.channels > 0, "-ac", std::to_string(sound.channels));
+  // Silence where the source's sound has gaps: it stays with the pictures.
+  line->add({"-af", "aresample=async=1"});
 }
 
 }  // namespace
 
-std::vector<std::string> commandLine(const Options& options, const MediaFacts& facts,
-                                     const EncodePaths& paths) {
-  CommandLine line;
-  line.add({paths.program, "-nostdin", "-hide_banner", "-nostats", "-loglevel", "error"});
-  line.add({"-progress", "pipe:1", "-stats_period", "0.25", "-y"});
-  addInput(options, facts, &line);
+bool canJump(const MediaFacts& facts) {
+  return facts.format.starts_with("mov,") || facts.format.starts_with("matroska");
+}
 
+std::vector<std::string> commandLine(const Options& options, const MediaFacts& facts,
+                                     const Attempt& attempt, const EncodePaths& paths) {
+  CommandLine line;
+  const bool jumps = jumpsToStart(options, facts, attempt);
+  const double start = static_cast<double>(options.startOffsetMs()) / 1000;
+  addHead(paths, &line);
+  if (jumps) addStart(start, &line);
+  addInput(options, &line);
   line.add({"-map", "0:V:0?"});
   line.addIf(!options.noAudio, "-map", "0:a:0?");
   line.add({"-sn", "-dn", "-map_metadata", "-1", "-map_chapters", "-1"});
-  addVideo(options, facts, paths, &line);
-  if (options.noAudio) {
-    line.add({"-an"});
-  } else {
-    addAudio(options, &line);
-  }
-  line.addIf(options.startOffsetMs() > 0 && !jumpsToStart(options, facts), "-ss",
-             options.startOffset);
+  addVideo(options, facts, attempt, paths, &line);
+  addAudio(options, attempt, &line);
+  if (!jumps) addStart(start, &line);
   line.addIf(options.clipLengthMs() > 0, "-t", options.clipLength);
-  line.addIf(options.maxSizeBytes > 0, "-fs", std::to_string(options.maxSizeBytes));
-  line.add(
-      {"-f", options.format, options.discardsOutput() ? paths.output : "file:" + paths.output});
+  const bool isFile = !paths.output.starts_with("/dev/");
+  line.add({"-f", options.format, (isFile ? "file:" : "") + paths.output});
+  return line.words;
+}
+
+std::vector<std::string> sampleLine(const Options& options, const MediaFacts& facts,
+                                    const std::vector<SamplePart>& parts,
+                                    const std::array<Rung, 2>& rungs, const EncodePaths& paths) {
+  CommandLine line;
+  const double start = static_cast<double>(options.startOffsetMs()) / 1000;
+  addHead(paths, &line);
+  for (const SamplePart& part : parts) {
+    addStart(start + part.start, &line);
+    line.add({"-t", decimal(part.seconds)});
+    addInput(options, &line);
+  }
+  for (size_t part = 0; part < parts.size(); ++part) {
+    for (const Rung& rung : rungs) {
+      for (const int quantiser : kSampleQuantisers) {
+        line.add({"-map", std::to_string(part) + ":V:0", "-an", "-sn", "-dn"});
+        addPictures(options, *facts.video, rung, paths, &line);
+        line.add({"-qscale:v", std::to_string(quantiser), "-pass", "1", "-passlogfile",
+                  paths.passLogPrefix, "-f", "null", "/dev/null"});
+      }
+    }
+  }
   return line.words;
 }

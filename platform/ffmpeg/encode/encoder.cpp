@@ -75,9 +75,8 @@ void prepareEnvironment() {
 // The encoder while it runs.
 class RunningEncode {
  public:
-  RunningEncode(EncodeJob&& encodeJob, StopSignals& stopSignals,
-                const std::function<void(int64_t)>& progressCallback)
-      : job(std::move(encodeJob)), signals(stopSignals), onProgress(progressCallback) {}
+  RunningEncode(EncodeJob&& encodeJob, StopSignals& stopSignals, const EncodeWatch& progressWatch)
+      : job(std::move(encodeJob)), signals(stopSignals), watch(progressWatch) {}
 
   EncodeResult run() {
     EncodeResult result;
@@ -133,7 +132,7 @@ class RunningEncode {
     if (count == 0) progressOpen = false;
     if (!further) return;
     lastProgress = Clock::now();
-    onProgress(reader.positionMs());
+    if (!watch(reader.positionMs(), reader.bytes())) kill(End::Refused);
   }
 
   void kill(End reason) {
@@ -148,6 +147,7 @@ class RunningEncode {
   void describe(EncodeResult* result) const {
     result->words = job.words.text();
     result->positionMs = reader.positionMs();
+    result->bytes = reader.bytes();
     if (killedFor != End::Done) {
       result->end = killedFor;
       result->signal = signals.received();
@@ -163,7 +163,7 @@ class RunningEncode {
 
   EncodeJob job;
   StopSignals& signals;
-  const std::function<void(int64_t)>& onProgress;
+  const EncodeWatch& watch;
   Pipe progressPipe;
   Pipe errorPipe;
   bool progressOpen = true;
@@ -177,7 +177,6 @@ class RunningEncode {
 
 }  // namespace
 
-EncodeResult runEncode(EncodeJob job, StopSignals& signals,
-                       const std::function<void(int64_t)>& onProgress) {
-  return RunningEncode(std::move(job), signals, onProgress).run();
+EncodeResult runEncode(EncodeJob job, StopSignals& signals, const EncodeWatch& watch) {
+  return RunningEncode(std::move(job), signals, watch).run();
 }

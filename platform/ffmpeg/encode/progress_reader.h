@@ -14,6 +14,7 @@ class ProgressReader {
 
   // How much of the output is written, by its own time.
   int64_t positionMs() const { return outTimeUs / 1000; }
+  int64_t bytes() const { return totalBytes; }
 
  private:
   bool takeLine(std::string_view line);

@@ -5,13 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <thread>
+#include <utility>
 
-#include "platform/ffmpeg/encode/command_line.h"
 #include "platform/ffmpeg/encode/output_check.h"
 #include "platform/ffmpeg/files/paths.h"
 #include "platform/ffmpeg/files/progress_file.h"
@@ -24,15 +24,15 @@ namespace {
 namespace fs = std::filesystem;
 
 // Names inside the work directory. Today's encoders write "pass-0.log"; some add a second file.
-constexpr char kOutputName[] = "output";
-constexpr char kPassName[] = "pass";
+constexpr char kBestName[] = "best";
 constexpr char kPassLog[] = "pass-0.log";
 constexpr char kPassTree[] = "pass-0.log.mbtree";
+constexpr char kPassPicture[] = "picture";
 
-// The caller removes PREFIX-0.log to PREFIX-9.log, so the second file must be among those.
-std::string loggedName(const std::string& prefix, const std::string& name) {
-  return prefix + (name == kPassLog ? "-0.log" : "-1.log");
-}
+// Where the files of a first pass wait for the second: the caller removes PREFIX-0.log to
+// PREFIX-9.log.
+const std::pair<const char*, const char*> kLogged[] = {
+    {kPassLog, "-0.log"}, {kPassTree, "-1.log"}, {kPassPicture, "-2.log"}};
 
 bool isSameFile(const std::string& one, const std::string& other) {
   std::error_code ignored;
@@ -54,13 +54,6 @@ void syncFile(const std::string& path) {
   if (fd < 0) return;
   fsync(fd);
   close(fd);
-}
-
-// A test shortens it.
-std::chrono::milliseconds stallLimit() {
-  const char* text = getenv("TARN_FFMPEG_STALL_MS");
-  const long milliseconds = text ? strtol(text, nullptr, 10) : 0;
-  return std::chrono::milliseconds(milliseconds > 0 ? milliseconds : 60'000);
 }
 
 }  // namespace
@@ -107,18 +100,13 @@ bool Transcode::readInput(std::string* error) {
   return probeMovie(options.input, kThoroughProbe, &facts, error);
 }
 
-int64_t Transcode::clipMs() const {
-  const int64_t left = std::max<int64_t>(facts.durationUs / 1000 - options.startOffsetMs(), 0);
-  return options.clipLengthMs() > 0 ? std::min(left, options.clipLengthMs()) : left;
-}
-
 bool Transcode::checkRequest(std::string* error) const {
   const VideoFacts* video = facts.video ? &*facts.video : nullptr;
   if (!video && facts.audio.empty()) {
     *error = options.input + ": neither pictures nor sound in it";
   } else if (video && int64_t{video->width} * video->height > kMaxPixels) {
     *error = options.input + ": its pictures are too large";
-  } else if (clipMs() == 0 && !facts.durationIsGuess) {
+  } else if (clipLengthMs(options, facts) == 0 && !facts.durationIsGuess) {
     *error = "the clip starts at " + options.startOffset + " s, beyond the end of the input";
   } else {
     return true;
@@ -126,99 +114,30 @@ bool Transcode::checkRequest(std::string* error) const {
   return false;
 }
 
-bool Transcode::preparePassLog(const WorkDirectory& work, std::string* error) const {
-  if (options.pass != 2 || options.copiesVideo()) return true;
-  for (const char* name : {kPassLog, kPassTree}) {
-    const std::string log = loggedName(options.passLogPrefix, name);
-    std::error_code failure;
-    fs::copy_file(log, work.file(name), failure);
-    if (failure && name == kPassLog) {
-      *error = log + ": the first pass's log cannot be read: " + failure.message();
-      return false;
-    }
+void Transcode::continueFromPassLog(FitPlan& plan) const {
+  for (const auto& [name, logged] : kLogged) {
+    std::error_code ignored;
+    fs::copy_file(options.passLogPrefix + logged, work->file(name), ignored);
   }
-  return true;
+  Rung picture;
+  char slash = 0;
+  char cross = 0;
+  std::ifstream choice(work->file(kPassPicture));
+  choice >> picture.size.width >> cross >> picture.size.height >> picture.rate.num >> slash >>
+      picture.rate.den;
+  std::ifstream log(work->file(kPassLog));
+  std::ostringstream text;
+  text << log.rdbuf();
+  if (choice && !text.str().empty()) plan.continueFrom(picture, parsePassLog(text.str()));
 }
 
-bool Transcode::encode(const Options& wanted, const WorkDirectory& work, StopSignals& signals,
-                       EncodeResult* result) const {
-  EncodePaths paths;
-  paths.program = programPath;
-  paths.output = wanted.discardsOutput() ? wanted.output : work.file(kOutputName);
-  paths.passLogPrefix = work.file(kPassName);
-
-  EncodeJob job;
-  job.arguments = commandLine(wanted, facts, paths);
-  job.sandbox.mayUseSystem();
-  job.sandbox.mayRun(programPath);
-  job.sandbox.mayRead(wanted.input);
-  job.sandbox.mayChange(work.path());
-  job.sandbox.limitMemory(memoryBytes);
-  job.sandbox.limitFiles(kMaxInputBytes);
-  job.words.rename("file:" + work.file(kOutputName), wanted.output);
-  job.words.rename(work.file(kOutputName), wanted.output);
-  job.words.rename(work.file(kPassName), wanted.passLogPrefix);
-  job.stallLimit = stallLimit();
-
-  ProgressFile file(wanted.target());
-  Progress progress;
-  progress.pass = wanted.pass == 2 ? 2 : 1;
-  progress.passes = wanted.pass == 0 ? 1 : 2;
-  progress.durationMs = clipMs();
-  file.write(progress);
-  *result = runEncode(std::move(job), signals, [&](int64_t positionMs) {
-    progress.positionMs = std::min(positionMs, progress.durationMs);
-    file.write(progress);
-  });
-  return result->end == EncodeResult::End::Done;
-}
-
-std::string Transcode::failure(const EncodeResult& result) const {
-  using End = EncodeResult::End;
-  std::string died = "the encoder died of signal " + std::to_string(result.signal) + " (" +
-                     strsignal(result.signal) + ")";
-  switch (result.end) {
-    case End::Crashed:
-      // libavcodec's rate control aborts when even its coarsest quantiser is over the bitrate.
-      if (options.pass == 2 && result.signal != SIGKILL) {
-        return "the video bitrate is too low for this picture size and frame rate: " + died;
-      }
-      return died;
-    case End::Stalled:
-      return "the encoder made no progress and was ended";
-    case End::Stopped:
-      return std::string("stopped by signal ") + strsignal(result.signal);
-    case End::NotStarted:
-      return programPath + " could not be started";
-    default:
-      return "the encoder failed";
-  }
-}
-
-bool Transcode::checkResult(const WorkDirectory& work, const EncodeResult& result,
-                            std::string* error) const {
-  ExpectedOutput expected;
-  expected.video = facts.video.has_value();
-  expected.audio = !facts.audio.empty() && !options.noAudio;
-  expected.writtenMs = result.positionMs;
-  // A size limit still cuts the clip where the size is reached: its length proves nothing then.
-  const bool mayBeShorter = options.maxSizeBytes > 0 || facts.durationIsGuess;
-  expected.clipMs = mayBeShorter ? 0 : clipMs();
-  return checkOutput(work.file(kOutputName), expected, error);
-}
-
-bool Transcode::publish(const WorkDirectory& work, std::string* error) const {
-  const std::string made = work.file(kOutputName);
-  syncFile(made);
-  if (::rename(made.c_str(), target.c_str()) == 0) return true;
-  *error = target + ": " + strerror(errno);
-  return false;
-}
-
-bool Transcode::publishPassLog(const WorkDirectory& work, std::string* error) const {
-  for (const char* name : {kPassLog, kPassTree}) {
-    const std::string log = loggedName(options.passLogPrefix, name);
-    if (::rename(work.file(name).c_str(), log.c_str()) != 0 && errno != ENOENT) {
+bool Transcode::publishPassLog(const FitPlan& plan, std::string* error) const {
+  const Rung& picture = plan.attempt().picture;
+  std::ofstream(work->file(kPassPicture)) << picture.size.width << 'x' << picture.size.height << ' '
+                                          << picture.rate.num << '/' << picture.rate.den << '\n';
+  for (const auto& [name, logged] : kLogged) {
+    const std::string log = options.passLogPrefix + logged;
+    if (::rename(work->file(name).c_str(), log.c_str()) != 0 && errno != ENOENT) {
       *error = log + ": " + strerror(errno);
       return false;
     }
@@ -226,35 +145,97 @@ bool Transcode::publishPassLog(const WorkDirectory& work, std::string* error) co
   return true;
 }
 
+// The first pass that is of use: at the end of the ladder there may be none, and then the second
+// run tells why.
+bool Transcode::analyse(FitPlan& plan, AttemptRunner& runner, Failure* failure) const {
+  Outcome outcome;
+  do {
+    if (plan.attempt().kind != Attempt::Kind::First) return true;
+    if (!runner.run(plan, &outcome, failure)) return false;
+    if (outcome.end == Outcome::End::Whole) return publishPassLog(plan, &failure->words);
+  } while (plan.take(outcome) == FitPlan::Verdict::Encode);
+  return true;
+}
+
+// Takes the output just made for the best so far, if it is whole.
+bool Transcode::keep(AttemptRunner& runner, std::string* error) const {
+  ExpectedOutput expected;
+  expected.video = facts.video.has_value();
+  expected.audio = !facts.audio.empty() && !options.noAudio;
+  expected.writtenMs = runner.writtenMs();
+  expected.clipMs = facts.durationIsGuess ? 0 : clipLengthMs(options, facts);
+  if (!checkOutput(runner.outputFile(), expected, error)) {
+    *error = runner.words() + *error;
+    return false;
+  }
+  std::error_code failed;
+  fs::rename(runner.outputFile(), work->file(kBestName), failed);
+  if (failed) *error = target + ": " + failed.message();
+  return !failed;
+}
+
+std::string Transcode::refusal(const FitPlan& plan) const {
+  const Budget& budget = plan.budget();
+  const std::string most = std::to_string(askFor(budget, plan.smallestBytes()));
+  if (!budget.isByRate) {
+    return "the whole clip cannot be had in " + std::to_string(options.maxSizeBytes) +
+           " bytes: about " + most + " bytes is the smallest at this picture size and frame rate";
+  }
+  return "the whole clip cannot be had at " +
+         std::to_string(options.videoBitsPerSecond() +
+                        (options.noAudio ? 0 : options.audioBitsPerSecond())) +
+         " bits per second: about " + most +
+         " bits per second is the smallest at this picture size and frame rate";
+}
+
+bool Transcode::make(FitPlan& plan, AttemptRunner& runner, Failure* failure) {
+  auto verdict = FitPlan::Verdict::Encode;
+  while (verdict == FitPlan::Verdict::Encode) {
+    Outcome outcome;
+    if (!runner.run(plan, &outcome, failure)) return false;
+    verdict = plan.take(outcome);
+    if (plan.keepsLast() && !keep(runner, &failure->words)) return false;
+  }
+  if (verdict == FitPlan::Verdict::Done) return publish(&failure->words);
+  failure->words = refusal(plan);
+  return false;
+}
+
+bool Transcode::publish(std::string* error) const {
+  const std::string made = work->file(kBestName);
+  syncFile(made);
+  if (::rename(made.c_str(), target.c_str()) == 0) return true;
+  *error = target + ": " + strerror(errno);
+  return false;
+}
+
 void Transcode::removeOrphanedPassLog() const {
   if (options.pass == 0 || getppid() == caller) return;
-  for (const char* name : {kPassLog, kPassTree}) {
-    unlink(loggedName(options.passLogPrefix, name).c_str());
+  for (const auto& [name, logged] : kLogged) {
+    unlink((options.passLogPrefix + logged).c_str());
   }
 }
 
-bool Transcode::run(std::string* error, int* signal) {
-  *signal = 0;
+bool Transcode::run(Failure* failure) {
+  std::string* error = &failure->words;
   if (!checkPaths(error)) return false;
   EncodeSlots slots(ProgressFile::folder());
   slots.awaitTurn();
   if (!readInput(error) || !checkRequest(error)) return false;
-  memoryBytes = slots.begin(memoryFor(facts));
+  const int64_t memoryBytes = slots.begin(memoryFor(facts));
   StopSignals signals;
-  const std::unique_ptr<WorkDirectory> work =
-      WorkDirectory::create(target, error, ProgressFile::pathsFor(options.target()));
-  if (!work || !preparePassLog(*work, error)) return false;
-  EncodeResult result;
-  if (!encode(options, *work, signals, &result)) {
-    *error = result.words + failure(result);
-    *signal = result.end == EncodeResult::End::Stopped ? result.signal : 0;
-    removeOrphanedPassLog();
-    return false;
+  work = WorkDirectory::create(target, error, ProgressFile::pathsFor(options.target()));
+  if (!work) return false;
+  FitPlan plan(options, facts);
+  JobProgress progress(options, clipLengthMs(options, facts));
+  AttemptRunner runner(options, facts, {programPath, memoryBytes}, *work, signals, progress);
+  if (options.pass == 2) continueFromPassLog(plan);
+  if (plan.wantsSample()) {
+    const auto sample = runner.sample(plan);
+    if (sample) plan.sampled(*sample);
   }
-  if (options.pass == 1 && !publishPassLog(*work, error)) return false;
+  const bool succeeded =
+      options.discardsOutput() ? analyse(plan, runner, failure) : make(plan, runner, failure);
   removeOrphanedPassLog();
-  if (options.discardsOutput()) return true;
-  if (checkResult(*work, result, error)) return publish(*work, error);
-  *error = result.words + *error;
-  return false;
+  return succeeded;
 }

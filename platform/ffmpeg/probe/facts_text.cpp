@@ -83,12 +83,14 @@ bool video(Text& text, VideoFacts& v) {
   return text.number(v.index) && text(v.language) && text(v.codec) && text(v.pixelFormat) &&
          text.number(v.width) && text.number(v.height) && ratio(text, v.pixelAspect) &&
          text.number(v.bitsPerSecond) && ratio(text, v.averageRate) && ratio(text, v.nominalRate) &&
-         ratio(text, v.timeBase) && flag(text, v.fullRange);
+         ratio(text, v.timeBase) && flag(text, v.fullRange) && text.number(v.quarterTurns) &&
+         text(v.colorMatrix) && text(v.colorTransfer);
 }
 
 template <typename Text>
 bool audio(Text& text, AudioFacts& a) {
   return text.number(a.index) && text(a.language) && text(a.codec) && text.number(a.sampleRateHz) &&
+         text.number(a.channels) &&
          text(a.layout) && text(a.sampleFormat) && text.number(a.bitsPerSecond);
 }
 

@@ -9,6 +9,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/display.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -39,6 +40,20 @@ std::string languageOf(const AVStream* stream) {
   return plain ? language : "";
 }
 
+int quarterTurns(const AVStream* stream) {
+  size_t size = 0;
+  const uint8_t* matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+  if (!matrix || size < 9 * sizeof(int32_t)) return 0;
+  const double turn = av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
+  if (!std::isfinite(turn)) return 0;
+  return static_cast<int>((std::lround(-turn / 90) % 4 + 4) % 4);
+}
+
+std::string nameOf(const char* name) {
+  const std::string text = name ? name : "";
+  return text == "unknown" || text == "reserved" ? "" : text;
+}
+
 VideoFacts videoFacts(AVFormatContext* context, AVStream* stream) {
   const AVCodecParameters* parameters = stream->codecpar;
   VideoFacts video;
@@ -56,6 +71,9 @@ VideoFacts videoFacts(AVFormatContext* context, AVStream* stream) {
   video.timeBase = ratio(stream->time_base);
   video.fullRange =
       parameters->color_range == AVCOL_RANGE_JPEG || video.pixelFormat.starts_with("yuvj");
+  video.quarterTurns = quarterTurns(stream);
+  video.colorMatrix = nameOf(av_color_space_name(parameters->color_space));
+  video.colorTransfer = nameOf(av_color_transfer_name(parameters->color_trc));
   // A file of one frame has no rates at all; any that a player may show it at will do.
   if (!video.nominalRate.isKnown()) video.nominalRate = video.averageRate;
   if (!video.nominalRate.isKnown()) video.nominalRate = {25, 1};
@@ -81,6 +99,7 @@ AudioFacts audioFacts(const AVStream* stream) {
   audio.language = languageOf(stream);
   audio.codec = avcodec_get_name(parameters->codec_id);
   audio.sampleRateHz = parameters->sample_rate;
+  audio.channels = parameters->ch_layout.nb_channels;
   audio.layout = layoutName(parameters->ch_layout);
   const char* format = av_get_sample_fmt_name(static_cast<AVSampleFormat>(parameters->format));
   audio.sampleFormat = format ? format : "";

@@ -30,6 +30,9 @@ struct VideoFacts {
   Ratio nominalRate;
   Ratio timeBase;
   bool fullRange = false;
+  int quarterTurns = 0;     // clockwise, 0 to 3, that show the picture upright
+  std::string colorMatrix;  // libavutil's names of these two; empty when unknown
+  std::string colorTransfer;
 };
 
 struct AudioFacts {
@@ -37,6 +40,7 @@ struct AudioFacts {
   std::string language;
   std::string codec;
   int sampleRateHz = 0;
+  int channels = 0;
   std::string layout;
   std::string sampleFormat;   // empty when unknown
   int64_t bitsPerSecond = 0;  // 0 when unknown

@@ -160,6 +160,10 @@ void Sandbox::mayChange(const std::string& folder) {
   rules.push_back({folder, kChange});
 }
 
+void Sandbox::mayRemoveFolders(const std::string& folder) {
+  rules.push_back({folder, LANDLOCK_ACCESS_FS_REMOVE_DIR});
+}
+
 void Sandbox::enterFileRules() const {
   const long version =
       syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);

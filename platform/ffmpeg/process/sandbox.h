@@ -21,6 +21,8 @@ class Sandbox {
   void mayRead(const std::string& path);
   // Everything beneath an existing folder: make, change, rename and remove.
   void mayChange(const std::string& folder);
+  // Empty folders beneath it, and nothing else.
+  void mayRemoveFolders(const std::string& folder);
   // Start processes, end them, and set the rights of its own files.
   void maySupervise() { supervises = true; }
 

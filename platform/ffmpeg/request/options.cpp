@@ -84,8 +84,8 @@ bool setSeconds(const std::string& value, std::string* field) {
 }
 
 bool setSize(const std::string& value, PictureSize* size) {
-  return av_parse_video_size(&size->width, &size->height, value.c_str()) >= 0 && size->width >= 2 &&
-         size->height >= 2;
+  return value == "auto" || (av_parse_video_size(&size->width, &size->height, value.c_str()) >= 0 &&
+                             size->width >= 2 && size->height >= 2);
 }
 
 // Stores one option's value; false when the value makes no sense for it.
@@ -99,7 +99,8 @@ const std::map<std::string, Setter>& valueOptions() {
        }},
       {"-s", [](Options* o, const std::string& v) { return setSize(v, &o->size); }},
       {"-sws_flags",
-       [](Options* o, const std::string& v) { return setText(v, isName(v), &o->scalerFlags); }},
+       // The fast scalers of old cost sharpness that today's machines can afford: taken, not kept.
+       [](Options*, const std::string& v) { return isName(v); }},
       {"-vcodec",
        [](Options* o, const std::string& v) { return setText(v, isName(v), &o->videoCodec); }},
       {"-b",
@@ -188,6 +189,10 @@ int64_t Options::clipLengthMs() const {
 
 int64_t Options::videoBitsPerSecond() const {
   return bitsPerSecond(videoBitRate);
+}
+
+int64_t Options::audioBitsPerSecond() const {
+  return bitsPerSecond(audioBitRate);
 }
 
 bool parseOptions(int argc, const char* const* argv, Options* options, std::string* error) {

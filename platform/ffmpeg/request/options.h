@@ -18,8 +18,7 @@ struct Options {
   std::string output;
   bool overwrite = false;
 
-  PictureSize size;
-  std::string scalerFlags;
+  PictureSize size;  // "auto" is as good as not given
   std::string videoCodec;
   std::string videoBitRate;  // text, with its k or M
   std::string frameRate;
@@ -48,7 +47,9 @@ struct Options {
   }
   int64_t startOffsetMs() const;
   int64_t clipLengthMs() const;
+  // 0 when not given.
   int64_t videoBitsPerSecond() const;
+  int64_t audioBitsPerSecond() const;
 };
 
 // Parses argv[1..]. On success stores everything in *options and returns true; on failure stores

@@ -1,0 +1,228 @@
+#include "platform/ffmpeg/job/attempt_runner.h"
+
+#include <signal.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "platform/ffmpeg/encode/output_size.h"
+#include "platform/ffmpeg/probe/media_input.h"
+#include "platform/ffmpeg/process/stop_signals.h"
+
+namespace {
+
+using Kind = Attempt::Kind;
+using Clock = std::chrono::steady_clock;
+using ResultEnd = EncodeResult::End;
+
+// Names inside the work directory.
+constexpr char kOutputName[] = "output";
+constexpr char kPassName[] = "pass";
+constexpr char kSampleName[] = "sample";
+constexpr auto kSampleLimit = std::chrono::seconds(30);  // the plan does without a slower one
+constexpr int64_t kRunaway = 4;                          // times the limit
+constexpr double kEarlyShare = 0.25;
+constexpr double kLikelyAfterFirst = 0.5;  // encodes, as long as nothing is known
+
+// A test shortens it.
+std::chrono::milliseconds stallLimit() {
+  const char* text = getenv("TARN_FFMPEG_STALL_MS");
+  const long milliseconds = text ? strtol(text, nullptr, 10) : 0;
+  return std::chrono::milliseconds(milliseconds > 0 ? milliseconds : 30'000);
+}
+
+std::string textOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+int64_t fileBytes(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_size : 0;
+}
+
+double likelyBytes(double bytes, double share) {
+  return share > 0 ? bytes / share : bytes;
+}
+
+}  // namespace
+
+AttemptRunner::AttemptRunner(const Options& asked, const MediaFacts& about, EncoderProgram encoder,
+                             const WorkDirectory& directory, StopSignals& stopSignals,
+                             JobProgress& jobProgress)
+    : options(asked),
+      facts(about),
+      program(std::move(encoder)),
+      work(directory),
+      signals(stopSignals),
+      progress(jobProgress) {}
+
+std::string AttemptRunner::outputFile() const {
+  return work.file(kOutputName);
+}
+
+std::string AttemptRunner::passLog() const {
+  return work.file(std::string(kPassName) + "-0.log");
+}
+
+EncodeJob AttemptRunner::jobFor(std::vector<std::string> arguments) const {
+  EncodeJob job;
+  job.arguments = std::move(arguments);
+  job.sandbox.mayUseSystem();
+  job.sandbox.mayRun(program.path);
+  job.sandbox.mayRead(options.input);
+  job.sandbox.mayChange(work.path());
+  job.sandbox.limitMemory(program.memoryBytes);
+  job.sandbox.limitFiles(kMaxInputBytes);
+  job.words.rename("file:" + outputFile(), options.output);
+  job.words.rename(outputFile(), options.output);
+  job.words.rename(work.file(kPassName), options.passLogPrefix);
+  job.stallLimit = stallLimit();
+  return job;
+}
+
+std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
+  const double seconds = plan.budget().seconds;
+  const std::vector<SamplePart> parts = sampleParts(seconds, canJump(facts));
+  const std::array<Rung, 2> rungs = sampleRungs(plan.ladder());
+  const std::string prefix = work.file(kSampleName);
+  double sampled = 0;
+  for (const SamplePart& part : parts) {
+    sampled += part.seconds;
+  }
+  const auto deadline = Clock::now() + kSampleLimit;
+  progress.begin(2 * sampled / std::max(seconds, 0.1), 1.5);
+  runEncode(jobFor(sampleLine(options, facts, parts, rungs, {program.path, "", prefix, mapsTones})),
+            signals, [&](int64_t, int64_t) { return Clock::now() < deadline; });
+  progress.end();
+
+  std::array<Sample::PerQuantiser, 2> measured;
+  int number = 0;
+  for (size_t part = 0; part < parts.size(); ++part) {
+    for (Sample::PerQuantiser& size : measured) {
+      for (Complexity& complexity : size) {
+        const auto log = parsePassLog(textOf(prefix + "-" + std::to_string(number++) + ".log"));
+        if (log) complexity.add(*log);
+      }
+    }
+  }
+  for (const Sample::PerQuantiser& size : measured) {
+    for (const Complexity& complexity : size) {
+      if (complexity.frames() == 0) return std::nullopt;
+    }
+  }
+  return Sample(rungs, measured);
+}
+
+// Whether the encode may still come to something.
+bool AttemptRunner::goesOn(const FitPlan& plan, int64_t positionMs, int64_t reported) {
+  const Attempt& attempt = plan.attempt();
+  const int64_t bytes = std::max(reported, fileBytes(outputFile()));
+  const double lengthMs = plan.budget().seconds * 1000;
+  share = lengthMs > 0 ? std::min(static_cast<double>(positionMs) / lengthMs, 1.0) : 0;
+  const double likely = likelyBytes(static_cast<double>(bytes), share);
+  const bool isEarly = attempt.kind == Kind::First && share <= kEarlyShare;
+  progress.at(share, isEarly ? kLikelyAfterFirst : plan.encodesAfter(likely));
+
+  const int64_t limit = plan.budget().maxBytes;
+  const int64_t most = kRunaway * std::max(limit, facts.sizeBytes);
+  isRunaway = limit > 0 && attempt.stopBytes == 0 && bytes > most;
+  if (isRunaway) return false;
+  if (attempt.stopBytes == 0) return true;
+  const double allowed = attempt.stopsEarly ? std::min(1.0, share + kEarlyShare) : 1;
+  return static_cast<double>(bytes) <= allowed * static_cast<double>(attempt.stopBytes);
+}
+
+EncodeResult AttemptRunner::encode(const FitPlan& plan) {
+  EncodePaths paths;
+  paths.program = program.path;
+  paths.output = options.discardsOutput() ? options.output : outputFile();
+  paths.passLogPrefix = work.file(kPassName);
+  paths.mapsTones = mapsTones;
+  share = 0;
+  progress.begin(1, plan.attempt().kind == Kind::First ? kLikelyAfterFirst : 0);
+  EncodeResult result =
+      runEncode(jobFor(commandLine(options, facts, plan.attempt(), paths)), signals,
+                [&](int64_t positionMs, int64_t bytes) { return goesOn(plan, positionMs, bytes); });
+  progress.end();
+  return result;
+}
+
+bool AttemptRunner::run(const FitPlan& plan, Outcome* outcome, Failure* failure) {
+  EncodeResult result = encode(plan);
+  if (result.end == ResultEnd::Failed && mapsTones &&
+      result.words.find("No such filter") != std::string::npos) {
+    mapsTones = false;
+    result = encode(plan);
+  }
+  lastWords = result.words;
+  lastWrittenMs = result.positionMs;
+  return judge(plan, result, outcome, failure);
+}
+
+bool AttemptRunner::judge(const FitPlan& plan, const EncodeResult& result, Outcome* outcome,
+                          Failure* failure) {
+  *outcome = Outcome();
+  outcome->bytes = result.bytes;
+  const bool hasDied = result.end == ResultEnd::Crashed || result.end == ResultEnd::Failed;
+  const bool isPressed = result.end != ResultEnd::Crashed || result.signal != SIGKILL;
+  if (result.end == ResultEnd::Done) return measure(plan, outcome, failure);
+  if (result.end == ResultEnd::Refused && !isRunaway) {
+    outcome->end = Outcome::End::Stopped;
+    outcome->bytes = static_cast<int64_t>(
+        likelyBytes(static_cast<double>(std::max(result.bytes, fileBytes(outputFile()))),
+                    std::max(share, 0.02)));
+    return true;
+  }
+  // libavcodec's rate control aborts when even its coarsest quantiser is over the bitrate.
+  if (plan.attempt().kind == Kind::Second && hasDied && isPressed && hasQuantiser(options)) {
+    outcome->end = Outcome::End::TooLow;
+    return true;
+  }
+  // Streams that do not go into the container as they are can still be encoded.
+  if (plan.attempt().kind == Kind::Copy && hasDied) {
+    outcome->end = Outcome::End::Stopped;
+    return true;
+  }
+  failure->words = result.words + reason(result);
+  failure->stopSignal = result.end == ResultEnd::Stopped ? result.signal : 0;
+  return false;
+}
+
+bool AttemptRunner::measure(const FitPlan& plan, Outcome* outcome, Failure* failure) const {
+  outcome->end = Outcome::End::Whole;
+  if (plan.attempt().kind == Kind::First) outcome->log = parsePassLog(textOf(passLog()));
+  if (options.discardsOutput()) return true;
+  OutputSize size;
+  if (!measureOutput(outputFile(), &size)) {
+    failure->words = lastWords + "nothing could be encoded: the result is no movie file";
+    return false;
+  }
+  outcome->bytes = size.bytes;
+  outcome->videoBytes = size.videoBytes;
+  return true;
+}
+
+std::string AttemptRunner::reason(const EncodeResult& result) const {
+  switch (result.end) {
+    case ResultEnd::Crashed:
+      return "the encoder died of signal " + std::to_string(result.signal) + " (" +
+             strsignal(result.signal) + ")";
+    case ResultEnd::Stalled:
+      return "the encoder made no progress and was ended";
+    case ResultEnd::Refused:
+      return "the encoder wrote far more than was asked for and was ended";
+    case ResultEnd::Stopped:
+      return std::string("stopped by signal ") + strsignal(result.signal);
+    case ResultEnd::NotStarted:
+      return program.path + " could not be started";
+    default:
+      return "the encoder failed";
+  }
+}

@@ -1,0 +1,68 @@
+// Runs the plan's attempts on today's ffmpeg and tells what became of each.
+#ifndef PLATFORM_FFMPEG_JOB_ATTEMPT_RUNNER_H
+#define PLATFORM_FFMPEG_JOB_ATTEMPT_RUNNER_H
+
+#include <optional>
+#include <string>
+
+#include "platform/ffmpeg/encode/command_line.h"
+#include "platform/ffmpeg/encode/encoder.h"
+#include "platform/ffmpeg/files/work_directory.h"
+#include "platform/ffmpeg/job/job_progress.h"
+#include "platform/ffmpeg/plan/fit_plan.h"
+#include "platform/ffmpeg/probe/media_facts.h"
+
+class StopSignals;
+
+// Why a job cannot go on.
+struct Failure {
+  std::string words;   // one or more lines
+  int stopSignal = 0;  // the one that ended it, or 0
+};
+
+struct EncoderProgram {
+  std::string path;
+  int64_t memoryBytes = 0;  // that it may use
+};
+
+// Borrows all it is given, for as long as it lives.
+class AttemptRunner {
+ public:
+  AttemptRunner(const Options& options, const MediaFacts& facts, EncoderProgram program,
+                const WorkDirectory& work, StopSignals& signals, JobProgress& progress);
+
+  // Encodes the samples that the plan wants. Nothing when that fails: the plan does without.
+  std::optional<Sample> sample(const FitPlan& plan);
+
+  // Makes the plan's present attempt, in outputFile() unless the request discards it. True when it
+  // has an outcome; on false *failure says why there is none.
+  bool run(const FitPlan& plan, Outcome* outcome, Failure* failure);
+
+  std::string outputFile() const;
+  std::string passLog() const;
+  // What was written last, by the encoder's own account.
+  int64_t writtenMs() const { return lastWrittenMs; }
+  const std::string& words() const { return lastWords; }
+
+ private:
+  EncodeJob jobFor(std::vector<std::string> arguments) const;
+  EncodeResult encode(const FitPlan& plan);
+  bool goesOn(const FitPlan& plan, int64_t positionMs, int64_t bytes);
+  bool judge(const FitPlan& plan, const EncodeResult& result, Outcome* outcome, Failure* failure);
+  bool measure(const FitPlan& plan, Outcome* outcome, Failure* failure) const;
+  std::string reason(const EncodeResult& result) const;
+
+  const Options& options;
+  const MediaFacts& facts;
+  EncoderProgram program;
+  const WorkDirectory& work;
+  StopSignals& signals;
+  JobProgress& progress;
+  bool mapsTones = true;
+  bool isRunaway = false;
+  double share = 0;  // of the present encode that is done
+  int64_t lastWrittenMs = 0;
+  std::string lastWords;
+};
+
+#endif

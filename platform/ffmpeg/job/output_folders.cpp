@@ -1,0 +1,38 @@
+#include "platform/ffmpeg/job/output_folders.h"
+
+#include <unistd.h>
+
+#include <fstream>
+
+namespace {
+
+constexpr int kPassLogs = 10;  // PREFIX-0.log to PREFIX-9.log are the caller's to remove
+constexpr size_t kMostFolders = 100;
+
+}  // namespace
+
+OutputFolders::OutputFolders(const Options& asked) : options(asked), folders(asked.target()) {
+  if (options.pass != 2) return;
+  size_t number = 0;
+  std::ifstream(noteFile()) >> number;
+  if (number <= kMostFolders) folders.adopt(options.target(), number);
+}
+
+std::string OutputFolders::noteFile() const {
+  return options.passLogPrefix + "-3.log";
+}
+
+void OutputFolders::allowRemoval(Sandbox* sandbox) const {
+  if (!folders.above().empty()) sandbox->mayRemoveFolders(folders.above());
+}
+
+void OutputFolders::settle(bool succeeded) {
+  if (succeeded) {
+    if (options.pass == 1 && folders.count() > 0) std::ofstream(noteFile()) << folders.count();
+    folders.keep();
+    return;
+  }
+  for (int number = 0; options.pass != 0 && number < kPassLogs; ++number) {
+    unlink((options.passLogPrefix + "-" + std::to_string(number) + ".log").c_str());
+  }
+}

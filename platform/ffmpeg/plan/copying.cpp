@@ -1,0 +1,45 @@
+#include "platform/ffmpeg/plan/copying.h"
+
+#include <cmath>
+#include <cstdlib>
+
+namespace {
+
+constexpr double kSameRate = 0.006;  // rates are told in thousandths and probed in hundredths
+
+std::string decodedName(const std::string& encoder) {
+  if (encoder == "libfaac") return "aac";
+  return encoder == "libopencore_amrnb" ? "amr_nb" : encoder;
+}
+
+bool isWhole(const Options& options, const MediaFacts& facts) {
+  return options.startOffsetMs() == 0 && !facts.durationIsGuess &&
+         (options.clipLengthMs() == 0 || options.clipLengthMs() * 1000 >= facts.durationUs);
+}
+
+bool isThePicture(const Options& options, const VideoFacts& video) {
+  const bool sizeIsRight =
+      options.size.width == 0 || options.size == PictureSize{video.width, video.height};
+  const bool rateIsRight =
+      options.frameRate.empty() ||
+      std::abs(strtod(options.frameRate.c_str(), nullptr) - video.averageRate.value()) < kSameRate;
+  // Upright, and in the colours that players of it expect.
+  return options.videoCodec == video.codec && sizeIsRight && rateIsRight &&
+         video.quarterTurns == 0 && !video.fullRange && video.pixelFormat == "yuv420p";
+}
+
+bool isTheSound(const Options& options, const AudioFacts& audio) {
+  const bool rateIsRight = options.sampleRateHz == 0 || options.sampleRateHz == audio.sampleRateHz;
+  const int most = options.channels > 0 ? options.channels : 2;
+  return decodedName(options.audioCodec) == audio.codec && rateIsRight && audio.channels <= most;
+}
+
+}  // namespace
+
+bool isAlreadyAsAsked(const Options& options, const MediaFacts& facts, const Budget& budget) {
+  const bool fits = budget.maxBytes == 0 || facts.sizeBytes <= budget.maxBytes;
+  const bool soundIsRight =
+      facts.audio.empty() || (!options.noAudio && isTheSound(options, facts.audio[0]));
+  return fits && facts.video && isThePicture(options, *facts.video) && soundIsRight &&
+         isWhole(options, facts);
+}
