@@ -1,13 +1,14 @@
 #include "platform/ffmpeg/probe/facts_text.h"
 
 #include <charconv>
-#include <type_traits>
+#include <cstdint>
 
 #include "platform/ffmpeg/probe/media_facts.h"
 
 namespace {
 
 constexpr size_t kMostItems = 4096;
+constexpr int64_t kFarthestUs = INT64_MAX / 2;
 
 // Every value is "LENGTH:BYTES", one behind the other.
 class Writer {
@@ -118,10 +119,11 @@ bool all(Text& text, MediaFacts& facts) {
 
 bool keepsPromises(const MediaFacts& facts) {
   if (facts.sizeBytes < 0 || facts.durationUs < 0 || facts.bitsPerSecond < 0) return false;
+  if (facts.startUs < -kFarthestUs || facts.startUs > kFarthestUs) return false;
   if (!facts.video) return true;
   const VideoFacts& v = *facts.video;
   return v.width >= 0 && v.height >= 0 && v.bitsPerSecond > 0 && v.averageRate.isKnown() &&
-         v.nominalRate.isKnown();
+         v.nominalRate.isKnown() && v.timeBase.isKnown();
 }
 
 }  // namespace
