@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -86,6 +87,16 @@ long residentKb(pid_t pid) {
   const std::string content = readFile("/proc/" + std::to_string(pid) + "/statm");
   sscanf(content.c_str(), "%*d %ld", &pages);
   return pages * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+double processorSeconds(pid_t pid) {
+  const std::string content = readFile("/proc/" + std::to_string(pid) + "/stat");
+  const size_t name = std::min(content.rfind(')'), content.size());
+  long user = 0;
+  long kernel = 0;
+  sscanf(content.c_str() + name, ") %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %ld %ld", &user,
+         &kernel);
+  return static_cast<double>(user + kernel) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 long openDescriptors(pid_t pid) {

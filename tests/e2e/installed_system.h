@@ -51,8 +51,10 @@ struct CommandOutput {
 };
 CommandOutput runCommand(const std::string& shellCommand);
 
-// A process's resident memory in kB, and its number of open descriptors.
+// A process's resident memory in kB, the processor time it has used, and its number of open
+// descriptors.
 long residentKb(pid_t pid);
+double processorSeconds(pid_t pid);
 long openDescriptors(pid_t pid);
 
 #endif

@@ -51,7 +51,7 @@ TEST_F(MovieFailuresTest, WhatIsNoMovieGetsNoReplyAndIsToldAtOnce) {
       [[maybe_unused]] const auto start = steady_clock::now();
       EXPECT_EQ(system.call(method, movieRequest(in, out)).errorName, kNoReply) << in;
 #ifndef TARN_SANITIZED
-      EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(1)) << in;
+      EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5)) << in;
 #endif
     }
   }
