@@ -28,8 +28,8 @@ class KilledTest : public testing::Test {
     writeFile(out, "the old file");
   }
 
-  std::vector<std::string> arguments() const {
-    return {"-i", clip, "-y", "-vcodec", "mpeg4", "-b", "300k", "-acodec", "libfaac", out};
+  std::vector<std::string> arguments(const std::string& input) const {
+    return {"-i", input, "-y", "-vcodec", "mpeg4", "-b", "300k", "-acodec", "libfaac", out};
   }
 
   void expectNothingStray() {
@@ -44,6 +44,8 @@ class KilledTest : public testing::Test {
 
   const TempDir folder;
   const std::string clip = movieClip({.seconds = 8, .size = "320x240"});
+  // Takes so long that what happens meanwhile is seen, however busy the machine is.
+  const std::string longClip = movieClip({.seconds = 20, .size = "640x480"});
   const std::string out = folder / "o/out.mp4";
   const std::string runtime = "XDG_RUNTIME_DIR=" + folder / "run";
   std::mt19937 random{7};
@@ -52,7 +54,7 @@ class KilledTest : public testing::Test {
 TEST_F(KilledTest, TheProgramAtAnyMoment) {
   for (int round = 0; round < kRounds; ++round) {
     writeFile(out, "the old file");
-    StartedProgram program(arguments(), {runtime});
+    StartedProgram program(arguments(clip), {runtime});
     poll(nullptr, 0, static_cast<int>(random() % 400));
     kill(program.pid(), SIGKILL);
     const RunResult result = program.wait();
@@ -64,7 +66,7 @@ TEST_F(KilledTest, TheProgramAtAnyMoment) {
 }
 
 TEST_F(KilledTest, TheEncoder) {
-  StartedProgram program(arguments(), {runtime});
+  StartedProgram program(arguments(longClip), {runtime});
   std::vector<pid_t> encoders;
   ASSERT_TRUE(waitUntil([&] {
     encoders = processesAbout(folder / "o/.tarn-ffmpeg");
@@ -79,7 +81,7 @@ TEST_F(KilledTest, TheEncoder) {
 }
 
 TEST_F(KilledTest, TheJanitor) {
-  StartedProgram program(arguments(), {runtime});
+  StartedProgram program(arguments(longClip), {runtime});
   std::vector<pid_t> janitors;
   ASSERT_TRUE(waitUntil([&] {
     janitors = processesNamed("ffmpeg-janitor", folder.path());
@@ -93,7 +95,7 @@ TEST_F(KilledTest, TheJanitor) {
 
 // Whoever waits for the end of our standard error must not wait for the janitor.
 TEST_F(KilledTest, ItsCallerIsToldAtOnce) {
-  StartedProgram program(arguments(), {runtime});
+  StartedProgram program(arguments(longClip), {runtime});
   ASSERT_TRUE(waitUntil([&] { return !processesNamed("ffmpeg-janitor", folder.path()).empty(); }));
   kill(program.pid(), SIGKILL);
   const auto start = std::chrono::steady_clock::now();
