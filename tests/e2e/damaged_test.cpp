@@ -107,7 +107,7 @@ const char kNothingCame[] = R"({"returnValue":true,"xSize":320,"ySize":240,"Imag
 
 TEST_F(DamagedTest, APictureCutInItsDataGivesNothing) {
   const Bytes whole = picture();
-  EXPECT_EQ(kNothingCame, resize(Bytes(whole.begin(), whole.end() - 500)).reply);
+  EXPECT_EQ(resize(Bytes(whole.begin(), whole.end() - 500)).reply, kNothingCame);
 }
 
 TEST_F(DamagedTest, APictureThatLacksItsEndMarkerAloneIsWhole) {

@@ -48,19 +48,19 @@ TEST_F(ImageClientTest, ShrinksAPictureByRelativePaths) {
 
 TEST_F(ImageClientTest, CopiesAPictureThatFitsAndAsksNobody) {
   const auto result = client("resize-image in.jpg out.jpg --size 10M");
-  EXPECT_EQ(0, result.exitCode) << errors();
+  EXPECT_EQ(result.exitCode, 0) << errors();
   EXPECT_THAT(result.out, StartsWith((dir / "out.jpg") + ": 1000 x 750, "));
   EXPECT_THAT(result.out, HasSubstr(", as it was"));
   EXPECT_EQ(readFile(dir / "in.jpg"), readFile(dir / "out.jpg"));
-  EXPECT_EQ(0, system.daemonPid());
+  EXPECT_EQ(system.daemonPid(), 0);
   const std::string bytes = std::to_string(fs::file_size(dir / "in.jpg"));
-  EXPECT_EQ(R"({"returnValue":true,"xSize":1000,"ySize":750,"ImageSize":)" + bytes + "}\n",
-            client("resize-image --json in.jpg out.jpg --size " + bytes).out);
+  EXPECT_EQ(client("resize-image --json in.jpg out.jpg --size " + bytes).out,
+            R"({"returnValue":true,"xSize":1000,"ySize":750,"ImageSize":)" + bytes + "}\n");
 }
 
 TEST_F(ImageClientTest, EncodesAPictureThatFitsAnewWhenTold) {
   const auto result = client("resize-image in.jpg out.jpg --size 10M --always");
-  EXPECT_EQ(0, result.exitCode) << errors();
+  EXPECT_EQ(result.exitCode, 0) << errors();
   EXPECT_THAT(result.out, StartsWith((dir / "out.jpg") + ": 1008 x 752, "));
   EXPECT_NE(readFile(dir / "in.jpg"), readFile(dir / "out.jpg"));
 }
@@ -69,7 +69,7 @@ TEST_F(ImageClientTest, EncodesAPictureThatFitsAnewWhenTold) {
 TEST_F(ImageClientTest, CopiesNoPictureThatBreaksOff) {
   const std::string whole = readFile(dir / "in.jpg");
   dir.write("cut.jpg", whole.substr(0, whole.size() - 1000));
-  EXPECT_EQ(1, client("resize-image cut.jpg out.jpg --size 10M").exitCode);
+  EXPECT_EQ(client("resize-image cut.jpg out.jpg --size 10M").exitCode, 1);
   EXPECT_THAT(errors(), HasSubstr("damaged"));
   EXPECT_FALSE(fs::exists(dir / "out.jpg"));
 }

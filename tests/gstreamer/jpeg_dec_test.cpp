@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "tests/support/jpeg_media.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -197,22 +198,23 @@ TEST(JpegDec, StaysOursWhenTheEncoderIsLoaded) {
 // In whatever order the two files are found, in a new registry, in one that is read again, and when
 // ours has changed.
 TEST(JpegDec, IsOursHoweverTheRegistryCameAbout) {
-  const std::string folder = testing::TempDir() + "jpegdec_" + std::to_string(getpid());
   const auto shell = [](const std::string& command) { return system(command.c_str()); };
   for (const char* paths : {"$F:$F/ours", "$F/ours:$F"}) {
+    const TempDir dir;
+    const std::string& folder = dir.path();
     const std::string isOurs = "F=" + folder +
                                "; export GST_PLUGIN_SYSTEM_PATH_1_0= GST_REGISTRY_FORK=no "
                                "GST_REGISTRY_1_0=$F/registry; gst-inspect-1.0 --gst-plugin-path=" +
                                paths + " jpegdec | grep -q 'Name *tarnphoto'";
-    ASSERT_EQ(0, shell("mkdir -p " + folder + "/ours && cd " + folder +
-                       " && ln -s " SYSTEM_PLUGINS "/libgstjpeg.so . && cp -L " TESTED_PLUGINS
-                       "/libgsttarnphoto.so ours"));
-    EXPECT_EQ(0, shell(isOurs)) << paths;
-    EXPECT_EQ(0, shell(isOurs)) << paths;
-    ASSERT_EQ(0, shell("touch -d 2001-02-03 " + folder + "/ours/libgsttarnphoto.so"));
-    EXPECT_EQ(0, shell(isOurs)) << paths;
-    EXPECT_EQ(0, shell(isOurs)) << paths;
-    EXPECT_EQ(0, shell("rm -r " + folder));
+    ASSERT_EQ(shell("mkdir -p " + folder + "/ours && cd " + folder +
+                    " && ln -s " SYSTEM_PLUGINS "/libgstjpeg.so . && cp -L " TESTED_PLUGINS
+                    "/libgsttarnphoto.so ours"),
+              0);
+    EXPECT_EQ(shell(isOurs), 0) << paths;
+    EXPECT_EQ(shell(isOurs), 0) << paths;
+    ASSERT_EQ(shell("touch -d 2001-02-03 " + folder + "/ours/libgsttarnphoto.so"), 0);
+    EXPECT_EQ(shell(isOurs), 0) << paths;
+    EXPECT_EQ(shell(isOurs), 0) << paths;
   }
 }
 
