@@ -272,6 +272,22 @@ Bytes decodePixels(const Bytes& jpeg) {
   return pixels;
 }
 
+bool hasReadableHeader(const Bytes& jpeg) {
+  DecodeErrors errors;
+  jpeg_decompress_struct decoder;
+  decoder.err = jpeg_std_error(&errors.manager);
+  errors.manager.error_exit = leaveDecoding;
+  errors.manager.output_message = [](j_common_ptr) {};
+  const bool isRead = setjmp(errors.failed) == 0;
+  if (isRead) {
+    jpeg_create_decompress(&decoder);
+    jpeg_mem_src(&decoder, jpeg.data(), jpeg.size());
+    jpeg_read_header(&decoder, TRUE);
+  }
+  jpeg_destroy_decompress(&decoder);
+  return isRead;
+}
+
 Bytes makeIccProfile(size_t sizeBytes) {
   constexpr size_t kHeaderBytes = 132;  // 128 and the number of tags, none
   Bytes profile(std::max(sizeBytes, kHeaderBytes));

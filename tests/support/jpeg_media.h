@@ -58,6 +58,9 @@ Bytes gradientPixels(int width, int height, bool gray);
 // The same of a file; nothing if libjpeg cannot read it or warns.
 Bytes decodePixels(const Bytes& jpeg);
 
+// Whether libjpeg reads the header without an error.
+bool hasReadableHeader(const Bytes& jpeg);
+
 // The payload of an Exif segment ("Exif", two zero bytes, TIFF) for a picture of that size.
 Bytes makeExif(const ExifRecipe& recipe, int width, int height);
 
