@@ -14,8 +14,6 @@
 #include "client/service/movie_info.h"
 #include "client/service/movie_progress.h"
 #include "client/service/service_reply.h"
-#include "client/units/byte_size.h"
-#include "client/units/time_span.h"
 
 namespace fs = std::filesystem;
 
@@ -58,77 +56,28 @@ void removePassLogs(const std::string& output) {
   }
 }
 
-// What the request asked of the movie, as far as it can be checked.
-struct Wanted {
-  std::string in;
-  std::optional<int32_t> maxSizeBytes;
-  double startSeconds = 0;
-  double lengthSeconds = 0;  // 0 is to the end
-  bool isOfTwoPasses = false;
-};
-
-// Where the size runs out a transcoder may leave the rest of the clip away.
-std::string whyCut(const Wanted& wanted, const MovieInfo& made) {
-  const auto source = parseMovieInfo(askMovieInfo(wanted.in));
-  if (!source) return "";
-  double expected = source->seconds - wanted.startSeconds;
-  if (wanted.lengthSeconds > 0) expected = std::min(expected, wanted.lengthSeconds);
-  if (made.seconds >= expected - std::max(0.5, expected * 0.02)) return "";
-  return "only " + formatTime(made.seconds) + " of " + formatTime(expected) + " fit into " +
-         formatByteSize(*wanted.maxSizeBytes) +
-         (wanted.isOfTwoPasses ? "" : "; two passes may do better (--passes 2)");
-}
-
-// Why the file that came out is not what was asked for, or "". Stores what it is.
-std::string whyNotMade(const Wanted& wanted, const std::string& path, MovieInfo* made) {
-  std::error_code missing;
-  const auto bytes = fs::file_size(path, missing);
-  if (missing || bytes == 0) return "no movie came out";
-  made->sizeBytes = static_cast<int32_t>(std::min<uintmax_t>(bytes, INT32_MAX));
-  const auto info = parseMovieInfo(askMovieInfo(path));
-  if (info) *made = *info;
-  if (!wanted.maxSizeBytes) return "";
-  if (made->sizeBytes > *wanted.maxSizeBytes) {
-    return "the movie cannot be made to fit " + formatByteSize(*wanted.maxSizeBytes) + ": it has " +
-           formatByteSize(made->sizeBytes);
-  }
-  return info ? whyCut(wanted, *info) : "";
-}
-
-Wanted wantedOf(const Arguments& arguments, const std::string& in) {
-  Wanted wanted;
-  wanted.in = in;
-  wanted.maxSizeBytes = parseByteSize(arguments.value("--max-size").value_or(""));
-  wanted.startSeconds = parseSeconds(arguments.value("--start").value_or("0")).value_or(0);
-  wanted.lengthSeconds = parseSeconds(arguments.value("--length").value_or("0")).value_or(0);
-  wanted.isOfTwoPasses = arguments.value("--passes") == "2";
-  return wanted;
-}
-
-ExitCode resizeMovie(const Arguments& arguments, const Wanted& wanted, dsjson::JValue request,
+ExitCode resizeMovie(const Arguments& arguments, const std::string& in, dsjson::JValue request,
                      StagedOutput* output) {
   const std::string temporary = output->temporaryPath();
-  request.put("inFile", wanted.in).put("outFile", temporary);
+  request.put("inFile", in).put("outFile", temporary);
   const bool isQuiet = arguments.has("--quiet");
   const Answer answer = callShowingProgress(requestText(request), temporary, isQuiet);
   removePassLogs(temporary);
-  if (answer.kind != Answer::Replied) return sayNoMovie(answer, wanted.in);
+  if (answer.kind != Answer::Replied) return sayNoMovie(answer, in);
 
   const ServiceReply reply = parseServiceReply(answer.payload);
   if (!reply.succeeded) {
     if (arguments.has("--json")) printf("%s\n", answer.payload.c_str());
     return sayFailure(refusal(reply, *output));
   }
+  std::error_code missing;
+  const auto bytes = fs::file_size(temporary, missing);
+  if (missing || bytes == 0) return sayFailure("no movie came out");
   MovieInfo made;
-  const std::string whyNot = whyNotMade(wanted, temporary, &made);
-  if (!whyNot.empty() && wanted.maxSizeBytes && !wanted.isOfTwoPasses &&
-      !arguments.has("--passes")) {
-    // One pass often does and takes half the time; two keep the size more closely.
-    Wanted again = wanted;
-    again.isOfTwoPasses = true;
-    return resizeMovie(arguments, again, request.put("passes", 2), output);
+  made.sizeBytes = static_cast<int32_t>(std::min<uintmax_t>(bytes, INT32_MAX));
+  if (!isQuiet && !arguments.has("--json")) {
+    made = parseMovieInfo(askMovieInfo(temporary)).value_or(made);
   }
-  if (!whyNot.empty()) return sayFailure(whyNot);
   if (!output->commit()) return sayFailure(output->errorText());
   if (arguments.has("--json")) {
     printf("%s\n", answer.payload.c_str());
@@ -172,5 +121,5 @@ ExitCode runResizeMovie(const std::vector<std::string>& words) {
 
   StagedOutput output(files.out);
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());
-  return resizeMovie(arguments, wantedOf(arguments, files.in), request, &output);
+  return resizeMovie(arguments, files.in, request, &output);
 }

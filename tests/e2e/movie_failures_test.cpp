@@ -95,8 +95,11 @@ TEST_F(MovieFailuresTest, FfmpegsOwnWordsAreTheDetail) {
   const std::tuple<std::string, std::string, std::string> cases[] = {
       {out, R"("videoCodec":"nosuch")", "Unknown encoder 'nosuch'"},
       {out, R"("videoCodec":"nosuch","passes":2)", "Unknown encoder 'nosuch'"},
-      {out, R"("picSize":"auto")", "auto"},
-      {dir / "none/out.mp4", "", (dir / "none") + ": No such file or directory"},
+      {out, R"("videoBitrate":800,"audioBitrate":8000)", "option -b cannot take '0k'"},
+      {out, R"("videoFrameRate":-1)", "option -r cannot take '-1.000'"},
+      {"/proc/none/out.mp4", "", "/proc/none: No such file or directory"},
+      {out, R"("picSize":"1600x1200","videoFrameRate":24,"maxOutputSize":15000)",
+       "the whole clip cannot be had in 14250 bytes: about "},
   };
   for (const auto& [outFile, members, words] : cases) {
     const std::string reply = resize(outFile, members);

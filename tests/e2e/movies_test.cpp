@@ -86,12 +86,12 @@ TEST_F(MoviesTest, FitsTheSizeInTwoPasses) {
   EXPECT_EQ(decodingErrors(out), "");
 }
 
-// The length is not looked at: one pass may be cut where the size runs out.
-TEST_F(MoviesTest, StaysBelowTheSizeInOnePass) {
-  const std::string out = system.files() / "out.mp4";
-  const std::string members = R"("maxOutputSize":250000)";
+TEST_F(MoviesTest, FitsTheSizeInOnePass) {
+  const std::string out = system.files() / "new/folder/out.mp4";
+  const std::string members = R"("maxOutputSize":250000,"picSize":"auto")";
   EXPECT_EQ(resize(out, members), kDone);
   EXPECT_LE(std::filesystem::file_size(out), 250000u);
+  EXPECT_NEAR(movieFacts(out).seconds, 3, 0.2);
   EXPECT_EQ(decodingErrors(out), "");
 }
 

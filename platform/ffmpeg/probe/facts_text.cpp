@@ -91,8 +91,8 @@ bool video(Text& text, VideoFacts& v) {
 template <typename Text>
 bool audio(Text& text, AudioFacts& a) {
   return text.number(a.index) && text(a.language) && text(a.codec) && text.number(a.sampleRateHz) &&
-         text.number(a.channels) &&
-         text(a.layout) && text(a.sampleFormat) && text.number(a.bitsPerSecond);
+         text.number(a.channels) && text(a.layout) && text(a.sampleFormat) &&
+         text.number(a.bitsPerSecond);
 }
 
 template <typename Text>
