@@ -74,6 +74,7 @@ TEST(FactsTextTest, FiguresThatNoMovieHasAreRefused) {
       },
       [](MediaFacts* f) { f->video->bitsPerSecond = 0; },
       [](MediaFacts* f) { f->video->width = -2; },
+      [](MediaFacts* f) { f->video->quarterTurns = 4; },
       [](MediaFacts* f) { f->audio.resize(5000); },
   };
   for (const auto& lie : lies) {

@@ -123,7 +123,8 @@ bool keepsPromises(const MediaFacts& facts) {
   if (!facts.video) return true;
   const VideoFacts& v = *facts.video;
   return v.width >= 0 && v.height >= 0 && v.bitsPerSecond > 0 && v.averageRate.isKnown() &&
-         v.nominalRate.isKnown() && v.timeBase.isKnown();
+         v.nominalRate.isKnown() && v.timeBase.isKnown() && v.quarterTurns >= 0 &&
+         v.quarterTurns <= 3;
 }
 
 }  // namespace
