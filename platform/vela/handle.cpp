@@ -163,7 +163,7 @@ bool VSHandle::call(const vela::Uri& uri, const char* payload, const vela::Callb
     if (!link->send(message, nullptr, error)) {
       return false;
     }
-  } else if (!calls->send(*link, message, vela::Callback(callback), error)) {
+  } else if (vela::Callback kept = callback; !calls->send(*link, message, kept, error)) {
     return false;
   }
   ++lastToken;

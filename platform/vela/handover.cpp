@@ -43,7 +43,7 @@ void Handover::send(Entry entry) {
   bytes += entry.sizeBytes;
   VSMessage& request = *entry.request;
   const GlibRef<GDBusMessage> call = request.callOf(service);
-  if (!underWay.send(request.busLink(), call.get(), std::move(entry), nullptr)) {
+  if (!underWay.send(request.busLink(), call.get(), entry, nullptr)) {
     undelivered(std::move(entry));
   }
 }

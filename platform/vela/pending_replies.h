@@ -20,8 +20,8 @@ namespace vela {
 template <typename T>
 class PendingReplies {
  public:
-  // Sends the message and keeps what belongs to it; on failure kept stays as it was.
-  bool send(BusLink& link, GDBusMessage* message, T&& kept, VSError* error) {
+  // Sends the message and takes what belongs to it; on failure kept stays as it was.
+  bool send(BusLink& link, GDBusMessage* message, T& kept, VSError* error) {
     // Held while sending: the reply may come before the serial is known here.
     const MutexLock lock(mutex);
     guint32 serial = 0;

@@ -83,13 +83,13 @@ VELA_EXPORT bool VSGmainAttach(VSHandle* handle, GMainLoop* loop, VSError* error
 
 // Gives the name back, sees everything received to its end, and closes. What has begun is waited
 // for; what has not is handed over to the service's next process, which the bus starts if it can:
-// its replies are relayed. Where the bus delivers to nobody, the handlers run here. Returns when all
-// is answered and nobody has called the unique name for 100 ms. Messages still referenced by a
+// its replies are relayed. Where the bus delivers to nobody, the handlers run here. Returns when
+// all is answered and nobody has called the unique name for 100 ms. Messages still referenced by a
 // handler below this call on the stack are not waited for. The handle is released either way.
 //
 // A process that ends by exit() without this, on any thread, does the same first. The request whose
-// handler called exit() gets NoReply; those that it interrupted are handed over too. When exit() was
-// called on another thread than the loop's, every request with a handler on the stack gets
+// handler called exit() gets NoReply; those that it interrupted are handed over too. When exit()
+// was called on another thread than the loop's, every request with a handler on the stack gets
 // Disconnected.
 VELA_EXPORT bool VSUnregister(VSHandle* handle, VSError* error);
 
