@@ -27,7 +27,7 @@ bool __wrap_VSMessageReply(VSHandle* handle, VSMessage* message, const char* pay
                            VSError* error) {
   const char* path = getenv("TEST_REPLY_LOG");
   if (path != nullptr) {
-    const std::string line = std::string(VSMessageGetPayload(message)) + "\n";
+    const std::string line = std::to_string(getpid()) + " " + VSMessageGetPayload(message) + "\n";
     const int log = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (write(log, line.data(), line.size()) != static_cast<ssize_t>(line.size())) abort();
     close(log);
