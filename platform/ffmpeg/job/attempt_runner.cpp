@@ -131,7 +131,11 @@ bool AttemptRunner::goesOn(const FitPlan& plan, int64_t positionMs, int64_t repo
   progress.at(share, isEarly ? kLikelyAfterFirst : plan.encodesAfter(likely));
 
   const int64_t limit = plan.budget().maxBytes;
-  const int64_t most = kRunaway * std::max(limit, facts.sizeBytes);
+  // The coarsest encode may be far above the limit, but not above a bit for each pixel.
+  const double pixels =
+      attempt.picture.pixels() * attempt.picture.framesPerSecond * lengthMs / 1000;
+  const int64_t most =
+      std::max(kRunaway * std::max(limit, facts.sizeBytes), static_cast<int64_t>(pixels / 8));
   isRunaway = limit > 0 && attempt.stopBytes == 0 && bytes > most;
   if (isRunaway) return false;
   if (attempt.stopBytes == 0) return true;

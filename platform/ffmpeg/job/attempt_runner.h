@@ -1,4 +1,4 @@
-// Runs the plan's attempts on today's ffmpeg and tells what became of each.
+// Runs the plan's attempts on the system's ffmpeg and tells what became of each.
 #ifndef PLATFORM_FFMPEG_JOB_ATTEMPT_RUNNER_H
 #define PLATFORM_FFMPEG_JOB_ATTEMPT_RUNNER_H
 

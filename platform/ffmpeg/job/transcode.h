@@ -19,7 +19,7 @@
 // file, by the log or, where there is none, from scratch. A limit holds in either way.
 class Transcode {
  public:
-  // `program` is today's ffmpeg.
+  // `program` is the system's ffmpeg.
   Transcode(const Options& asked, std::string program);
 
   // Reads the input and makes the output. On success the output is in its place; on failure the
