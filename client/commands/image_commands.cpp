@@ -75,8 +75,10 @@ ExitCode runResizeImage(const std::vector<std::string>& words) {
   exitCode = checkInOut(files);
   if (exitCode != ExitDone) return exitCode;
   JpegSize size;
-  const std::string whyNot = whyNoJpeg(files.in, &size);
-  if (!whyNot.empty()) return sayFailure("cannot read " + files.in + " as a JPEG: " + whyNot);
+  std::string error;
+  if (!readJpegSize(files.in, &size, &error)) {
+    return sayFailure("cannot read " + files.in + " as a JPEG: " + error);
+  }
 
   StagedOutput output(files.out);
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());

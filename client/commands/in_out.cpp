@@ -19,8 +19,10 @@ ExitCode takeInOut(const Arguments& arguments, const std::string& command, InOut
 }
 
 ExitCode checkInOut(const InOut& files) {
-  const std::string whyNot = whyNoInput(files.in);
-  if (!whyNot.empty()) return sayFailure("cannot read " + files.in + ": " + whyNot);
+  std::string error;
+  if (!isUsableInput(files.in, &error)) {
+    return sayFailure("cannot read " + files.in + ": " + error);
+  }
   std::error_code ignored;
   if (fs::equivalent(files.in, files.out, ignored)) {
     return sayFailure("input and output are the same file");

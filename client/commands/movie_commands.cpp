@@ -95,8 +95,8 @@ ExitCode runInfo(const std::vector<std::string>& words) {
   if (arguments.positional().size() != 1) return sayUsage("info needs FILE");
 
   const std::string in = absolutePath(arguments.positional()[0]);
-  const std::string whyNot = whyNoInput(in);
-  if (!whyNot.empty()) return sayFailure("cannot read " + in + ": " + whyNot);
+  std::string error;
+  if (!isUsableInput(in, &error)) return sayFailure("cannot read " + in + ": " + error);
   const Answer answer = askMovieInfo(in);
   if (answer.kind != Answer::Replied) return sayNoMovie(answer, in);
   const auto info = parseMovieInfo(answer);
@@ -114,8 +114,8 @@ ExitCode runResizeMovie(const std::vector<std::string>& words) {
   ExitCode exitCode = takeInOut(arguments, "resize-movie", &files);
   if (exitCode != ExitDone) return exitCode;
   dsjson::JValue request = dsjson::Object();
-  const std::string wrong = putMovieOptions(arguments, &request);
-  if (!wrong.empty()) return sayUsage(wrong);
+  std::string error;
+  if (!putMovieOptions(arguments, &request, &error)) return sayUsage(error);
   exitCode = checkInOut(files);
   if (exitCode != ExitDone) return exitCode;
 

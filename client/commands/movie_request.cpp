@@ -68,15 +68,16 @@ const MovieOption kOptions[] = {
 };
 
 // The service drops these limits without a word when a stream is copied.
-std::string droppedLimit(const Arguments& arguments) {
+bool keepsLimits(const Arguments& arguments, std::string* error) {
   for (const char* codec : {"--video-codec", "--audio-codec"}) {
     for (const char* limit : {"--max-size", "--max-bitrate"}) {
       if (arguments.value(codec) == "copy" && arguments.has(limit)) {
-        return std::string(limit) + " cannot be kept with " + codec + " copy";
+        *error = std::string(limit) + " cannot be kept with " + codec + " copy";
+        return false;
       }
     }
   }
-  return "";
+  return true;
 }
 
 }  // namespace
@@ -88,15 +89,16 @@ std::set<std::string> movieOptions() {
   return names;
 }
 
-std::string putMovieOptions(const Arguments& arguments, dsjson::JValue* request) {
+bool putMovieOptions(const Arguments& arguments, dsjson::JValue* request, std::string* error) {
   for (const MovieOption& option : kOptions) {
     const auto text = arguments.value(option.name);
     if (!text) continue;
     const auto value = option.read(*text);
     if (!value) {
-      return "\"" + *text + "\" is not a value of " + option.name + ": write " + option.examples;
+      *error = "\"" + *text + "\" is not a value of " + option.name + ": write " + option.examples;
+      return false;
     }
     request->put(option.member, *value);
   }
-  return droppedLimit(arguments);
+  return keepsLimits(arguments, error);
 }

@@ -11,8 +11,8 @@
 // The options that there are; each takes a value.
 std::set<std::string> movieOptions();
 
-// Puts a member for each option given. Returns "", or what is wrong with the options; the request
-// is then of no use.
-std::string putMovieOptions(const Arguments& arguments, dsjson::JValue* request);
+// Puts a member for each option given. Where one is wrong *error says what, and the request is of no
+// use.
+bool putMovieOptions(const Arguments& arguments, dsjson::JValue* request, std::string* error);
 
 #endif

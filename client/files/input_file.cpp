@@ -9,15 +9,32 @@
 #include <cstdint>
 #include <cstring>
 
-std::string whyNoInput(const std::string& path) {
-  if (g_utf8_validate(path.c_str(), -1, nullptr) == FALSE) return "its name is not UTF-8";
-  struct stat attributes;
-  if (stat(path.c_str(), &attributes) != 0) return strerror(errno);
-  if (!S_ISREG(attributes.st_mode)) return "it is not a regular file";
-  if (attributes.st_size == 0) return "it is empty";
-  if (attributes.st_size > INT32_MAX) return "it is larger than 2 GB, the most the service takes";
+namespace {
+
+bool opens(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) return strerror(errno);
-  close(descriptor);
-  return "";
+  if (descriptor >= 0) close(descriptor);
+  return descriptor >= 0;
+}
+
+}  // namespace
+
+bool isUsableInput(const std::string& path, std::string* error) {
+  struct stat attributes;
+  if (g_utf8_validate(path.c_str(), -1, nullptr) == FALSE) {
+    *error = "its name is not UTF-8";
+  } else if (stat(path.c_str(), &attributes) != 0) {
+    *error = strerror(errno);
+  } else if (!S_ISREG(attributes.st_mode)) {
+    *error = "it is not a regular file";
+  } else if (attributes.st_size == 0) {
+    *error = "it is empty";
+  } else if (attributes.st_size > INT32_MAX) {
+    *error = "it is larger than 2 GB, the most the service takes";
+  } else if (!opens(path)) {
+    *error = strerror(errno);
+  } else {
+    return true;
+  }
+  return false;
 }

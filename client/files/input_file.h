@@ -4,8 +4,8 @@
 
 #include <string>
 
-// Why the service could not be given the file, or "" when it could: it must be a regular file that
-// opens for reading, of a size that the service can count, under a name that JSON can carry.
-std::string whyNoInput(const std::string& path);
+// Whether the service can be given the file: a regular file that opens for reading, of a size that
+// the service can count, under a name that JSON can carry. If not, *error says why.
+bool isUsableInput(const std::string& path, std::string* error);
 
 #endif

@@ -50,11 +50,16 @@ bool readsAsHeader(FILE* stream, HeaderErrors* errors, JpegSize* size) {
 
 }  // namespace
 
-std::string whyNoJpeg(const std::string& path, JpegSize* size) {
+bool readJpegSize(const std::string& path, JpegSize* size, std::string* error) {
   const Stream stream(fopen(path.c_str(), "rb"));
-  if (stream == nullptr) return strerror(errno);
+  if (stream == nullptr) {
+    *error = strerror(errno);
+    return false;
+  }
   HeaderErrors errors = {};
-  return readsAsHeader(stream.get(), &errors, size) ? "" : errors.text;
+  if (readsAsHeader(stream.get(), &errors, size)) return true;
+  *error = errors.text;
+  return false;
 }
 
 bool isWholeJpeg(const std::string& path) {

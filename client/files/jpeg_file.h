@@ -10,10 +10,10 @@ struct JpegSize {
   int height = 0;
 };
 
-// Why the service could not read the file as a picture, or "" when it could: the picture's size is
-// then in `size`. The same header reader as the service's; there it ends the service on a file that
-// is no JPEG.
-std::string whyNoJpeg(const std::string& path, JpegSize* size);
+// Whether the service can read the file as a picture, whose size is then in *size; if not, *error
+// says why. The same header reader as the service's; there it ends the service on a file that is no
+// JPEG.
+bool readJpegSize(const std::string& path, JpegSize* size, std::string* error);
 
 // Whether the file begins and ends as a whole JPEG does.
 bool isWholeJpeg(const std::string& path);
