@@ -13,7 +13,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-const char kNoReply[] = "org.freedesktop.DBus.Error.NoReply";
+constexpr char kNoReply[] = "org.freedesktop.DBus.Error.NoReply";
 
 class DamagedTest : public testing::Test {
  protected:
@@ -104,7 +104,7 @@ TEST_F(DamagedTest, BystandersAreServedByTheNextProcess) {
 }
 
 // The encode ends in an error and leaves an empty file, which is within any budget.
-const char kNothingCame[] = R"({"returnValue":true,"xSize":320,"ySize":240,"ImageSize":0})";
+constexpr char kNothingCame[] = R"({"returnValue":true,"xSize":320,"ySize":240,"ImageSize":0})";
 
 TEST_F(DamagedTest, APictureCutInItsDataGivesNothing) {
   const Bytes whole = picture();

@@ -13,7 +13,7 @@ namespace {
 
 using tarn::test::BusClient;
 
-const char kBitrate[] = "{\"returnValue\": 204800}";
+constexpr char kBitrate[] = "{\"returnValue\": 204800}";
 
 // Calls getMinimalBitrate from that many clients at once; the payloads are "CLIENT-CALL". Returns
 // how many calls got another answer than the right one.

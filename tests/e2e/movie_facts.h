@@ -1,4 +1,4 @@
-// What today's ffprobe says of a movie file, and requests about movies.
+// What ffprobe says of a movie file, and requests about movies.
 #ifndef TESTS_E2E_MOVIE_FACTS_H
 #define TESTS_E2E_MOVIE_FACTS_H
 

@@ -17,9 +17,9 @@ namespace {
 namespace fs = std::filesystem;
 using testing::Each;
 
-const char kDone[] = "{\"returnValue\":true}";
+constexpr char kDone[] = "{\"returnValue\":true}";
 // Makes nothing before the test says so.
-const char kHeld[] =
+constexpr char kHeld[] =
     ": > \"$here/started-${output##*/}\"\n"
     "while [ ! -e \"$here/go\" ]; do sleep 0.02; done\n"
     "cp \"$input\" \"$output\"";

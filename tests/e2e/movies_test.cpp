@@ -8,7 +8,7 @@
 
 namespace {
 
-const char kDone[] = "{\"returnValue\":true}";
+constexpr char kDone[] = "{\"returnValue\":true}";
 
 struct Case {
   const char* description;
@@ -48,10 +48,10 @@ TEST_P(MoviesTest, MadeAsAsked) {
   EXPECT_THAT(namesIn(folder), testing::ElementsAre(asked.out));
 }
 
-const char kMpeg4[] = "mpeg4,video,320,240 aac,audio";
-const char kCopied[] = "h264,video,320,240 aac,audio";
-const char kQcif[] = "h263,video,176,144 aac,audio";
-const char kCifAmr[] = "h263,video,352,288 amr_nb,audio";
+constexpr char kMpeg4[] = "mpeg4,video,320,240 aac,audio";
+constexpr char kCopied[] = "h264,video,320,240 aac,audio";
+constexpr char kQcif[] = "h263,video,176,144 aac,audio";
+constexpr char kCifAmr[] = "h263,video,352,288 amr_nb,audio";
 
 INSTANTIATE_TEST_SUITE_P(
     Requests, MoviesTest,

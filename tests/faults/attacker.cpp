@@ -1,4 +1,4 @@
-// Stands in for today's ffmpeg: an encoder that was taken over by the file it reads.
+// Stands in for the system's ffmpeg: an encoder that was taken over by the file it reads.
 #include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>

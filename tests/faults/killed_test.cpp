@@ -18,7 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 
-const int kRounds = 12;
+constexpr int kRounds = 12;
 
 class KilledTest : public testing::Test {
  protected:

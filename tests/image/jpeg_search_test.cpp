@@ -21,7 +21,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-const char kRun[] = "virtual LaunchResult JpegTranscodeGstreamer::run()";
+constexpr char kRun[] = "virtual LaunchResult JpegTranscodeGstreamer::run()";
 
 class JpegSearchTest : public testing::Test {
  protected:

@@ -6,8 +6,8 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const char kNoLength[] = "getOrignalLengthInMs() failed\n";
-const char kTooSmall[] = "can't reach targetBitrate, maxOutputSize too small?\n";
+constexpr char kNoLength[] = "getOrignalLengthInMs() failed\n";
+constexpr char kTooSmall[] = "can't reach targetBitrate, maxOutputSize too small?\n";
 
 class Probe final : public MpegInfo {
  public:

@@ -13,8 +13,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-const char kNotMedia[] = "Input file is not a media file";
-const char kNotParsed[] = "can't parse movie information\n";
+constexpr char kNotMedia[] = "Input file is not a media file";
+constexpr char kNotParsed[] = "can't parse movie information\n";
 
 class Info final : public MpegInfoNativeFFMpeg {
  public:

@@ -90,7 +90,7 @@ TEST_F(MpegInfoTest, TaskIsCountedWhileItLives) {
 
 // The handler.
 
-const char kReport[] =
+constexpr char kReport[] =
     "  Duration: 00:01:20.00, start: 0.000000, bitrate: 1000 kb/s\n"
     "    Stream #0.0(und): Video: mpeg4, yuv420p, 640x480, 900 kb/s, 25 fps, 25 tbr, 25 tbn";
 

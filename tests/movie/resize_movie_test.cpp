@@ -13,7 +13,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-const char kReport[] =
+constexpr char kReport[] =
     "  Duration: 00:00:10.00, start: 0.000000, bitrate: 1000 kb/s\n"
     "    Stream #0.0(und): Video: mpeg4, yuv420p, 640x480, 900 kb/s, 25 fps, 50 tbr, 25 tbn";
 

@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-const char kSuccess[] = R"({"returnValue":true})";
+constexpr char kSuccess[] = R"({"returnValue":true})";
 
 // What is left of a worker once it has deleted itself.
 struct Traces {

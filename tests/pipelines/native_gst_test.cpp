@@ -16,13 +16,13 @@ using testing::IsEmpty;
 
 namespace {
 
-const char kTeardown[] = "virtual bool MpegTranscodeNativeGst::teardown(int)\n";
-const char kBusCallIn[] =
+constexpr char kTeardown[] = "virtual bool MpegTranscodeNativeGst::teardown(int)\n";
+constexpr char kBusCallIn[] =
     "+ static gboolean MpegTranscodeNativeGst::bus_call(GstBus*, GstMessage*, void*) MESSAGE TYPE ";
-const char kBusCallOut[] =
+constexpr char kBusCallOut[] =
     "- static gboolean MpegTranscodeNativeGst::bus_call(GstBus*, GstMessage*, void*)\n";
-const char kFailed[] = "MediaPipeline::teardown: failed to set the state to NULL";
-const guint kNoWatch = 0xffffffff;
+constexpr char kFailed[] = "MediaPipeline::teardown: failed to set the state to NULL";
+constexpr guint kNoWatch = 0xffffffff;
 
 class Task : public MpegTranscodeNativeGst {
  public:
@@ -226,9 +226,9 @@ TEST_P(NativeGstTeardown, ActsOnTheStateChange) {
   gst_object_unref(observed);
 }
 
-const char kSucceeded[] = "MediaPipeline::teardown: setting the state to NULL succeeded";
-const char kWaiting[] = "MediaPipeline::teardown: waiting for the state change to NULL to finish";
-const char kUnexpected[] = "MediaPipeline::teardown: unexpected result from gst_element_set_state";
+constexpr char kSucceeded[] = "MediaPipeline::teardown: setting the state to NULL succeeded";
+constexpr char kWaiting[] = "MediaPipeline::teardown: waiting for the state change to NULL to finish";
+constexpr char kUnexpected[] = "MediaPipeline::teardown: unexpected result from gst_element_set_state";
 const GstStateChangeReturn kSuccess = GST_STATE_CHANGE_SUCCESS;
 const GstStateChangeReturn kAsync = GST_STATE_CHANGE_ASYNC;
 const GstStateChangeReturn kFailure = GST_STATE_CHANGE_FAILURE;

@@ -14,11 +14,11 @@ using testing::IsEmpty;
 
 namespace {
 
-const char kSetup[] = "+ virtual int MpegTranscodeNativeOrrin::setupPipeline()\n";
-const char kSetupFailed[] =
+constexpr char kSetup[] = "+ virtual int MpegTranscodeNativeOrrin::setupPipeline()\n";
+constexpr char kSetupFailed[] =
     "- virtual int MpegTranscodeNativeOrrin::setupPipeline() returning -1\n";
-const char kTeardown[] = "virtual bool MpegTranscodeNativeOrrin::teardown(int)\n";
-const char kBaseTeardown[] = "virtual bool MpegTranscodeNativeGst::teardown(int)\n";
+constexpr char kTeardown[] = "virtual bool MpegTranscodeNativeOrrin::teardown(int)\n";
+constexpr char kBaseTeardown[] = "virtual bool MpegTranscodeNativeGst::teardown(int)\n";
 
 class Task : public MpegTranscodeNativeOrrin {
  public:
@@ -194,8 +194,8 @@ INSTANTIATE_TEST_SUITE_P(Missing, NativeOrrinPad,
                          testing::Values("decodeSink", "src", "sinkAudio", "sinkVideo"),
                          [](const auto& test) { return std::string(test.param); });
 
-const char kAudio[] = "audio/x-raw";
-const char kVideo[] = "video/x-raw";
+constexpr char kAudio[] = "audio/x-raw";
+constexpr char kVideo[] = "video/x-raw";
 const auto kEnabling = std::vector<std::string>{"videoenc -> PLAYING",     "audioenc -> PLAYING",
                                                 "tarnmpeg4mux -> PLAYING", "tarnmpeg4mux enable=1",
                                                 "videoenc enable=1",       "audioenc enable=1"};

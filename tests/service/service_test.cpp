@@ -14,7 +14,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
-const char kKeepAlive[] = "VSCall tarn://com.tarn.power/com/tarn/power/activityStart";
+constexpr char kKeepAlive[] = "VSCall tarn://com.tarn.power/com/tarn/power/activityStart";
 
 gboolean quitMainLoop(gpointer) {
   g_main_loop_quit(gMainLoop);

@@ -1,4 +1,4 @@
-// One run of today's ffmpeg: started in a sandbox, watched, and its end told in plain words.
+// One run of the system's ffmpeg: started in a sandbox, watched, and its end told in plain words.
 #ifndef PLATFORM_FFMPEG_ENCODE_ENCODER_H
 #define PLATFORM_FFMPEG_ENCODE_ENCODER_H
 

@@ -1,4 +1,4 @@
-// Reads the key=value lines that today's ffmpeg writes for "-progress".
+// Reads the key=value lines that the system's ffmpeg writes for "-progress".
 #ifndef PLATFORM_FFMPEG_ENCODE_PROGRESS_READER_H
 #define PLATFORM_FFMPEG_ENCODE_PROGRESS_READER_H
 

@@ -8,7 +8,7 @@
 
 struct VideoFacts;
 
-// The filter chain for today's "-vf"; empty when the picture passes as it is. The encoder has
+// The filter chain for ffmpeg's "-vf"; empty when the picture passes as it is. The encoder has
 // already turned rotated clips upright when it applies. A size of another shape than the picture's
 // is filled up with black. Without `mapsTones` a high dynamic range is cut off plainly.
 std::string videoFilter(const Options& options, const VideoFacts& video, PictureSize size,

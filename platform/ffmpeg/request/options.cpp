@@ -99,7 +99,7 @@ const std::map<std::string, Setter>& valueOptions() {
        }},
       {"-s", [](Options* o, const std::string& v) { return setSize(v, &o->size); }},
       {"-sws_flags",
-       // The fast scalers of old cost sharpness that today's machines can afford: taken, not kept.
+       // The fast scalers of old cost sharpness that machines can afford: taken, not kept.
        [](Options*, const std::string& v) { return isName(v); }},
       {"-vcodec",
        [](Options* o, const std::string& v) { return setText(v, isName(v), &o->videoCodec); }},

@@ -13,6 +13,7 @@
 #include "platform/gstreamer/movie/elements.h"
 
 #include "platform/gstreamer/define_type.h"
+#include "platform/gstreamer/gst_ref.h"
 
 struct _TarnDecodeBin2 {
   GstBin parent;
@@ -25,11 +26,6 @@ G_DECLARE_FINAL_TYPE(TarnDecodeBin2, tarn_decode_bin2, TARN, DECODE_BIN2, GstBin
 TARN_DEFINE_TYPE(TarnDecodeBin2, tarn_decode_bin2, GST_TYPE_BIN)
 
 namespace {
-
-struct ObjectUnref {
-  void operator()(gpointer object) const { gst_object_unref(object); }
-};
-using PadPtr = std::unique_ptr<GstPad, ObjectUnref>;
 
 // The answers to "autoplug-select". decodebin looks its own enumeration type up by name, so this
 // one stays an int: a type registered under the same name here would block it for ever.
@@ -65,16 +61,16 @@ GstPad* addGhost(TarnDecodeBin2* self, GstPad* inner) {
 
 gboolean collectUnannounced(GstElement*, GstPad* inner, gpointer pads) {
   if (g_object_get_data(G_OBJECT(inner), kGhost) == nullptr) {
-    static_cast<std::vector<PadPtr>*>(pads)->emplace_back(GST_PAD(gst_object_ref(inner)));
+    static_cast<std::vector<GstRef<GstPad>>*>(pads)->emplace_back(GST_PAD(gst_object_ref(inner)));
   }
   return TRUE;
 }
 
 void onNoMorePads(GstElement* decoder, TarnDecodeBin2* self) {
-  std::vector<PadPtr> pads;
+  std::vector<GstRef<GstPad>> pads;
   gst_element_foreach_src_pad(decoder, collectUnannounced, &pads);
-  for (const PadPtr& inner : pads) {
-    const PadPtr ghost(GST_PAD(gst_object_ref(addGhost(self, inner.get()))));
+  for (const GstRef<GstPad>& inner : pads) {
+    const GstRef<GstPad> ghost(GST_PAD(gst_object_ref(addGhost(self, inner.get()))));
     const gboolean last = inner == pads.back();
     g_signal_emit(self, gSignals[SignalNewDecodedPad], 0, ghost.get(), last);
   }

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "platform/gstreamer/define_type.h"
+#include "platform/gstreamer/gst_ref.h"
 #include "platform/gstreamer/photo/elements.h"
 #include "platform/gstreamer/photo/picture_canvas.h"
 #include "platform/gstreamer/photo/picture_memory.h"
@@ -35,11 +36,6 @@ constexpr size_t kTotalMemory = 256 << 20;
 
 // Never destroyed: a process may exit while pictures wait.
 PictureMemory& gMemory = *new PictureMemory(kTotalMemory);
-
-struct EventUnref {
-  void operator()(GstEvent* event) const { gst_event_unref(event); }
-};
-using EventPtr = std::unique_ptr<GstEvent, EventUnref>;
 
 // The samples on their way downstream.
 struct Picture {
@@ -58,7 +54,7 @@ struct Decoding {
   int eighths = 8;
   std::unique_ptr<Picture> picture;
   std::optional<PictureCanvas> canvas;
-  std::vector<EventPtr> heldEvents;  // until there are caps that they may follow
+  std::vector<GstRef<GstEvent>> heldEvents;  // until there are caps that they may follow
 };
 
 }  // namespace
@@ -215,7 +211,7 @@ GstFlowReturn pushPicture(TarnJpegDec* self) {
   GstSegment segment;
   gst_segment_init(&segment, GST_FORMAT_TIME);
   gst_pad_push_event(self->src, gst_event_new_segment(&segment));
-  for (EventPtr& event : std::exchange(d.heldEvents, {}))
+  for (GstRef<GstEvent>& event : std::exchange(d.heldEvents, {}))
     gst_pad_push_event(self->src, event.release());
 
   Picture* picture = d.picture.release();
@@ -292,7 +288,7 @@ bool takeEnd(TarnJpegDec* self) {
 
 gboolean sinkEvent(GstPad* pad, GstObject* parent, GstEvent* event) {
   auto* self = TARN_JPEG_DEC(parent);
-  EventPtr owned(event);
+  GstRef<GstEvent> owned(event);
   switch (GST_EVENT_TYPE(event)) {
     case GST_EVENT_FLUSH_START:
       gMemory.cancel(self->waiter);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/gstreamer/define_type.h"
+#include "platform/gstreamer/gst_ref.h"
 #include "platform/gstreamer/photo/elements.h"
 #include "platform/gstreamer/photo/metadata_tag.h"
 #include "platform/jpeg/jpeg_metadata.h"
@@ -24,15 +25,10 @@ using Status = JpegHeaderReader::Status;
 // 200 million; more is a mistake or an attack.
 constexpr uint64_t kMaxPixels = 200'000'000;
 
-struct BufferUnref {
-  void operator()(GstBuffer* buffer) const { gst_buffer_unref(buffer); }
-};
-using BufferPtr = std::unique_ptr<GstBuffer, BufferUnref>;
-
 // What is known of the current picture.
 struct Reading {
   JpegHeaderReader header;
-  std::vector<BufferPtr> held;  // until the header is complete
+  std::vector<GstRef<GstBuffer>> held;  // until the header is complete
 };
 
 }  // namespace
@@ -103,14 +99,14 @@ void publishMetadata(MetadataDemux* self) {
 
 GstFlowReturn passHeld(MetadataDemux* self) {
   GstFlowReturn flow = GST_FLOW_OK;
-  std::vector<BufferPtr> held = std::move(self->reading->held);
-  for (BufferPtr& buffer : held) {
+  std::vector<GstRef<GstBuffer>> held = std::move(self->reading->held);
+  for (GstRef<GstBuffer>& buffer : held) {
     if (flow == GST_FLOW_OK) flow = gst_pad_push(self->src, buffer.release());
   }
   return flow;
 }
 
-GstFlowReturn takeData(MetadataDemux* self, BufferPtr buffer) {
+GstFlowReturn takeData(MetadataDemux* self, GstRef<GstBuffer> buffer) {
   JpegHeaderReader& header = self->reading->header;
   if (header.status() == Status::Complete) return gst_pad_push(self->src, buffer.release());
 
@@ -129,7 +125,7 @@ GstFlowReturn takeData(MetadataDemux* self, BufferPtr buffer) {
 
 GstFlowReturn chain(GstPad*, GstObject* parent, GstBuffer* buffer) {
   auto* self = METADATA_DEMUX(parent);
-  BufferPtr owned(buffer);
+  GstRef<GstBuffer> owned(buffer);
   try {
     return takeData(self, std::move(owned));
   } catch (const std::bad_alloc&) {

@@ -11,17 +11,13 @@
 #include <vector>
 
 #include "platform/gstreamer/define_type.h"
+#include "platform/gstreamer/gst_ref.h"
 #include "platform/gstreamer/photo/elements.h"
 #include "platform/gstreamer/photo/metadata_tag.h"
 #include "platform/gstreamer/photo/orphan_watch.h"
 #include "platform/jpeg/jpeg_metadata.h"
 
 namespace {
-
-struct BufferUnref {
-  void operator()(GstBuffer* buffer) const { gst_buffer_unref(buffer); }
-};
-using BufferPtr = std::unique_ptr<GstBuffer, BufferUnref>;
 
 // What is known of the current stream.
 struct Writing {
@@ -76,9 +72,9 @@ bool makeHead(MetadataMux* self, GstBuffer* encoded, JpegHead* head) {
 }
 
 // The head and what of the encoded picture follows it; the latter is shared, not copied.
-BufferPtr join(GstBuffer* encoded, JpegHead head) {
+GstRef<GstBuffer> join(GstBuffer* encoded, JpegHead head) {
   auto* bytes = new std::vector<uint8_t>(std::move(head.bytes));
-  BufferPtr joined(gst_buffer_new_wrapped_full(
+  GstRef<GstBuffer> joined(gst_buffer_new_wrapped_full(
       GST_MEMORY_FLAG_READONLY, bytes->data(), bytes->size(), 0, bytes->size(), bytes,
       [](gpointer data) { delete static_cast<std::vector<uint8_t>*>(data); }));
   gst_buffer_copy_into(joined.get(), encoded, GST_BUFFER_COPY_METADATA, 0, -1);
@@ -106,7 +102,7 @@ GstFlowReturn takePicture(MetadataMux* self, GstBuffer* encoded) {
 
 GstFlowReturn chain(GstPad*, GstObject* parent, GstBuffer* buffer) {
   auto* self = METADATA_MUX(parent);
-  const BufferPtr owned(buffer);
+  const GstRef<GstBuffer> owned(buffer);
   try {
     return takePicture(self, owned.get());
   } catch (const std::bad_alloc&) {

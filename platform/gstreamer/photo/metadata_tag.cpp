@@ -1,13 +1,8 @@
 #include "platform/gstreamer/photo/metadata_tag.h"
 
-#include <memory>
+#include "platform/gstreamer/gst_ref.h"
 
 namespace {
-
-struct SampleUnref {
-  void operator()(GstSample* sample) const { gst_sample_unref(sample); }
-};
-using SamplePtr = std::unique_ptr<GstSample, SampleUnref>;
 
 GstBuffer* makeBuffer(const JpegSegment& segment) {
   const size_t sizeBytes = segment.payload.size();
@@ -29,7 +24,7 @@ GstTagList* makeMetadataTags(const std::vector<JpegSegment>& segments) {
   GstBufferList* buffers = gst_buffer_list_new_sized(static_cast<guint>(segments.size()));
   for (const JpegSegment& segment : segments)
     gst_buffer_list_add(buffers, makeBuffer(segment));
-  const SamplePtr sample(gst_sample_new(nullptr, nullptr, nullptr, nullptr));
+  const GstRef<GstSample> sample(gst_sample_new(nullptr, nullptr, nullptr, nullptr));
   gst_sample_set_buffer_list(sample.get(), buffers);
   gst_buffer_list_unref(buffers);
 
@@ -41,7 +36,7 @@ GstTagList* makeMetadataTags(const std::vector<JpegSegment>& segments) {
 bool readMetadataTags(const GstTagList* tags, std::vector<JpegSegment>* segments) {
   GstSample* found = nullptr;
   if (!gst_tag_list_get_sample_index(tags, METADATA_TAG, 0, &found)) return false;
-  const SamplePtr sample(found);
+  const GstRef<GstSample> sample(found);
   GstBufferList* buffers = gst_sample_get_buffer_list(sample.get());
   segments->clear();
   const guint count = buffers ? gst_buffer_list_length(buffers) : 0;

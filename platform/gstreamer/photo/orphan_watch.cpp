@@ -2,7 +2,7 @@
 
 namespace {
 
-const char kHandled[] = "tarn-orphan-watch";
+constexpr char kHandled[] = "tarn-orphan-watch";
 
 // The caller drops it.
 GstObject* topmost(GstElement* element) {

@@ -4,7 +4,7 @@
 #include "platform/gstreamer/photo/elements.h"
 #include "platform/gstreamer/photo/metadata_tag.h"
 
-static const char kPluginName[] = "tarnphoto";
+static constexpr char kPluginName[] = "tarnphoto";
 
 #ifndef PACKAGE
 #define PACKAGE "tarn-transcode"
