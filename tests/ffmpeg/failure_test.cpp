@@ -149,6 +149,18 @@ TEST_F(FailureTest, EncoderThatGetsNoFurther) {
                 "ffmpeg: the encoder made no progress and was ended\n");
 }
 
+TEST_F(FailureTest, EncoderThatIsBlocked) {
+  expectFailure(runFake("exec sleep 60\n", kPlain, {"TARN_FFMPEG_STALL_MS=300"}),
+                "ffmpeg: the encoder made no progress and was ended\n");
+}
+
+// Whoever runs now and then for a moment is not stuck, but kept waiting.
+TEST_F(FailureTest, EncoderThatHardlyGetsToRun) {
+  expectFailure(runFake("for i in 1 2 3 4 5 6; do sleep 0.25; done\nexit 1\n", kPlain,
+                        {"TARN_FFMPEG_STALL_MS=1000"}),
+                "ffmpeg: the encoder failed\n");
+}
+
 // The disk is not filled for a limit that was lost long ago.
 TEST_F(FailureTest, EncoderThatWritesAndWrites) {
   const RunResult result = runFake(

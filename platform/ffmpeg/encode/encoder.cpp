@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,7 +21,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using End = EncodeResult::End;
 
-constexpr int kNotStarted = 127;  // the child's exit code when it cannot become ffmpeg
+constexpr int kShortestWaitMs = 20;
+constexpr int kWorkShare = 10;        // of the stall limit: the work after which a frame is due
+constexpr int kLongestStarving = 10;  // stall limits
+constexpr int kNotStarted = 127;      // the child's exit code when it cannot become ffmpeg
 
 struct Pipe {
   Pipe() {
@@ -81,13 +85,13 @@ class RunningEncode {
   EncodeResult run() {
     EncodeResult result;
     if (!start()) return result;
-    lastProgress = Clock::now();
+    noteProgress();
     while (!hasEnded()) {
       wait();
       signals.read();
       drain();
       if (signals.received() != 0) kill(End::Stopped);
-      if (Clock::now() - lastProgress > job.stallLimit) kill(End::Stalled);
+      if (isStalled()) kill(End::Stalled);
     }
     drain();
     job.words.finish();
@@ -113,7 +117,7 @@ class RunningEncode {
                         {errorsOpen ? errorPipe.readEnd : -1, POLLIN, 0}};
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         lastProgress + job.stallLimit - Clock::now());
-    const auto limit = std::clamp<int64_t>(left.count() + 1, 1, 1000);
+    const auto limit = std::clamp<int64_t>(left.count() + 1, kShortestWaitMs, 1000);
     poll(watched, 3, static_cast<int>(limit));
   }
 
@@ -131,8 +135,36 @@ class RunningEncode {
     }
     if (count == 0) progressOpen = false;
     if (!further) return;
-    lastProgress = Clock::now();
+    noteProgress();
     if (!watch(reader.positionMs(), reader.bytes())) kill(End::Refused);
+  }
+
+  void noteProgress() {
+    lastProgress = lastWork = Clock::now();
+    cpuAtProgress = cpuAtWork = cpuTime();
+  }
+
+  // What the encoder has had of the processors so far.
+  std::chrono::nanoseconds cpuTime() const {
+    clockid_t clock;
+    timespec time = {};
+    if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &time) != 0) return {};
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  }
+
+  // On a busy machine an honest encoder may hardly get to run: one that works, but has come to
+  // little yet, is given more time.
+  bool isStalled() {
+    const auto now = Clock::now();
+    const auto cpu = cpuTime();
+    if (cpu != cpuAtWork) {
+      lastWork = now;
+      cpuAtWork = cpu;
+    }
+    if (now - lastProgress <= job.stallLimit) return false;
+    const bool isAtWork = now - lastWork <= job.stallLimit;
+    const bool isStarved = isAtWork && cpu - cpuAtProgress < job.stallLimit / kWorkShare;
+    return !isStarved || now - lastProgress > job.stallLimit * kLongestStarving;
   }
 
   void kill(End reason) {
@@ -170,6 +202,9 @@ class RunningEncode {
   bool errorsOpen = true;
   ProgressReader reader;
   Clock::time_point lastProgress;
+  std::chrono::nanoseconds cpuAtProgress{};
+  Clock::time_point lastWork;
+  std::chrono::nanoseconds cpuAtWork{};
   pid_t pid = -1;
   int status = 0;
   End killedFor = End::Done;

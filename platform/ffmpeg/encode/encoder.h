@@ -33,7 +33,8 @@ struct EncodeResult {
 // its result is Refused.
 using EncodeWatch = std::function<bool(int64_t positionMs, int64_t bytes)>;
 
-// Runs the job to its end. The encoder is killed when it gets no further for the job's stall limit,
+// Runs the job to its end. The encoder is killed when it gets no further for the job's stall limit
+// (ten times that where it hardly got to run, on a machine that is busy with other things),
 // when `watch` has seen enough, when one of the stop signals arrives, and by the kernel when this
 // process ends. It is always gone on return.
 EncodeResult runEncode(EncodeJob job, StopSignals& signals, const EncodeWatch& watch);
