@@ -99,8 +99,8 @@ void prepareEnvironment(const std::string& here) {
   setenv("GST_REGISTRY_FORK", "no", 1);
   setenv("GST_REGISTRY_1_0", registryFile().c_str(), 1);
 
-  // Each thread keeps what it frees for its next request, and the threshold for giving it back grows
-  // with the largest picture so far, unless it is fixed.
+  // Each thread keeps what it frees for its next request, and the threshold for giving it back
+  // grows with the largest picture so far, unless it is fixed.
   setenv("MALLOC_TRIM_THRESHOLD_", "131072", 1);
 }
 

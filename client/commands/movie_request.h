@@ -11,8 +11,8 @@
 // The options that there are; each takes a value.
 std::set<std::string> movieOptions();
 
-// Puts a member for each option given. Where one is wrong *error says what, and the request is of no
-// use.
+// Puts a member for each option given. Where one is wrong *error says what, and the request is of
+// no use.
 bool putMovieOptions(const Arguments& arguments, dsjson::JValue* request, std::string* error);
 
 #endif

@@ -11,7 +11,9 @@
 
 namespace {
 
-bool opens(const std::string& path) {
+// Nothing but a regular file is opened: a FIFO would wait.
+bool opens(const std::string& path, const struct stat& attributes) {
+  if (!S_ISREG(attributes.st_mode)) return true;
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor >= 0) close(descriptor);
   return descriptor >= 0;
@@ -23,7 +25,7 @@ bool isUsableInput(const std::string& path, std::string* error) {
   struct stat attributes;
   if (g_utf8_validate(path.c_str(), -1, nullptr) == FALSE) {
     *error = "its name is not UTF-8";
-  } else if (stat(path.c_str(), &attributes) != 0) {
+  } else if (stat(path.c_str(), &attributes) != 0 || !opens(path, attributes)) {
     *error = strerror(errno);
   } else if (!S_ISREG(attributes.st_mode)) {
     *error = "it is not a regular file";
@@ -31,8 +33,6 @@ bool isUsableInput(const std::string& path, std::string* error) {
     *error = "it is empty";
   } else if (attributes.st_size > INT32_MAX) {
     *error = "it is larger than 2 GB, the most the service takes";
-  } else if (!opens(path)) {
-    *error = strerror(errno);
   } else {
     return true;
   }

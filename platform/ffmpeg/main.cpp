@@ -1,4 +1,5 @@
-// ffmpeg as the transcoding daemon knows it: the old command line and report, on the system's ffmpeg.
+// ffmpeg as the transcoding daemon knows it: the old command line and report, on the system's
+// ffmpeg.
 //
 //   ffmpeg -i FILE                        prints the report on FILE, exit 1 as it always was
 //   ffmpeg -i FILE [options] OUTPUT       encodes, exit 0

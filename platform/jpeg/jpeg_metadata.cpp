@@ -109,9 +109,10 @@ bool makeJpegHead(const uint8_t* encoded, size_t sizeBytes,
     if (isJfif(segment)) continue;
     const size_t at = made.bytes.size() + 4;  // of its payload
     append(segment, &made);
-    if (isExif(segment) && !std::exchange(exifSeen, true) && at <= made.bytes.size())
+    if (isExif(segment) && !std::exchange(exifSeen, true) && at <= made.bytes.size()) {
       setExifDimensions(made.bytes.data() + at, made.bytes.size() - at, reader.width(),
                         reader.height());
+    }
   }
   *head = std::move(made);
   return true;

@@ -27,8 +27,9 @@ class JpegTranscode : public TranscodeBase {
   bool parseVSParameters(dsjson::JValue& params) override;
 
   // Opens input and output, reads the picture's dimensions and plans outWidth and outHeight. Both
-  // must be regular files, the output may be a new name, and not the input's. The output file and the directories above it are made before the input is looked at. An input that
-  // is no JPEG ends the process: the JPEG library's own error exit is left in place.
+  // must be regular files, the output may be a new name, and not the input's. The output file and
+  // the directories above it are made before the input is looked at. An input that is no JPEG ends
+  // the process: the JPEG library's own error exit is left in place.
   bool init() override;
 
   // Rounds both up to a multiple of 16; the division truncates toward zero, so negative values

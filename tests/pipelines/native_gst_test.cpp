@@ -227,8 +227,10 @@ TEST_P(NativeGstTeardown, ActsOnTheStateChange) {
 }
 
 constexpr char kSucceeded[] = "MediaPipeline::teardown: setting the state to NULL succeeded";
-constexpr char kWaiting[] = "MediaPipeline::teardown: waiting for the state change to NULL to finish";
-constexpr char kUnexpected[] = "MediaPipeline::teardown: unexpected result from gst_element_set_state";
+constexpr char kWaiting[] =
+    "MediaPipeline::teardown: waiting for the state change to NULL to finish";
+constexpr char kUnexpected[] =
+    "MediaPipeline::teardown: unexpected result from gst_element_set_state";
 const GstStateChangeReturn kSuccess = GST_STATE_CHANGE_SUCCESS;
 const GstStateChangeReturn kAsync = GST_STATE_CHANGE_ASYNC;
 const GstStateChangeReturn kFailure = GST_STATE_CHANGE_FAILURE;

@@ -1,5 +1,6 @@
 #include "platform/ffmpeg/encode/command_line.h"
 
+#include <cmath>
 #include <initializer_list>
 
 #include "platform/ffmpeg/encode/video_filter.h"
@@ -27,7 +28,7 @@ class CommandLine {
 };
 
 std::string decimal(double value) {
-  const auto milliseconds = static_cast<int64_t>(value * 1000 + 0.5);
+  const int64_t milliseconds = std::llround(value * 1000);
   const std::string digits = std::to_string(1000 + milliseconds % 1000);
   return std::to_string(milliseconds / 1000) + "." + digits.substr(1);
 }

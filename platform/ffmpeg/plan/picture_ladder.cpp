@@ -139,6 +139,7 @@ std::vector<Rung> pictureLadder(const Options& options, const VideoFacts& video)
   }
   const std::vector<PictureSize> sizes = sizesFor(options, video);
   std::vector<Rung> rungs;
+  rungs.reserve(sizes.size());
   for (const PictureSize size : sizes) {
     rungs.push_back(rungOf(size, first.rate, options, video));
   }

@@ -25,6 +25,7 @@ std::vector<SamplePart> sampleParts(double clipSeconds, bool canJump) {
   const double seconds = std::min(whole / kParts, clipSeconds / (2 * kParts));
   if (!canJump) return {{0, std::min(whole, clipSeconds)}};
   std::vector<SamplePart> parts;
+  parts.reserve(kParts);
   for (int i = 0; i < kParts; ++i) {
     parts.push_back({clipSeconds * (2 * i + 1) / (2 * kParts) - seconds / 2, seconds});
   }

@@ -182,16 +182,18 @@ GstFlowReturn takeMemory(TarnJpegDec* self) {
 // Behind the header: what will be made, where, and of what.
 GstFlowReturn prepare(TarnJpegDec* self) {
   Decoding& d = *self->decoding;
-  if (!isEncodable(d.decoder.width(), d.decoder.height()))
+  if (!isEncodable(d.decoder.width(), d.decoder.height())) {
     return refuse(self, Failure::TooLarge,
                   "A side has more than " + std::to_string(kMaxSide) + " pixels");
+  }
   if (!chooseLayout(self)) {
     GST_ELEMENT_ERROR(self, STREAM, FORMAT, ("Nobody takes the decoded picture."), (nullptr));
     return GST_FLOW_NOT_NEGOTIATED;
   }
-  if (!isEncodable(GST_VIDEO_INFO_WIDTH(&d.layout), GST_VIDEO_INFO_HEIGHT(&d.layout)))
+  if (!isEncodable(GST_VIDEO_INFO_WIDTH(&d.layout), GST_VIDEO_INFO_HEIGHT(&d.layout))) {
     return refuse(self, Failure::TooLarge,
                   "A new side would have more than " + std::to_string(kMaxSide) + " pixels");
+  }
   d.eighths = chooseEighths(d.decoder, d.layout);
   GST_DEBUG_OBJECT(self, "decoding %d x %d at %d/8 for %d x %d", d.decoder.width(),
                    d.decoder.height(), d.eighths, GST_VIDEO_INFO_WIDTH(&d.layout),

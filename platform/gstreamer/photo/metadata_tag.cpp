@@ -22,8 +22,9 @@ void registerMetadataTag() {
 
 GstTagList* makeMetadataTags(const std::vector<JpegSegment>& segments) {
   GstBufferList* buffers = gst_buffer_list_new_sized(static_cast<guint>(segments.size()));
-  for (const JpegSegment& segment : segments)
+  for (const JpegSegment& segment : segments) {
     gst_buffer_list_add(buffers, makeBuffer(segment));
+  }
   const GstRef<GstSample> sample(gst_sample_new(nullptr, nullptr, nullptr, nullptr));
   gst_sample_set_buffer_list(sample.get(), buffers);
   gst_buffer_list_unref(buffers);
