@@ -100,14 +100,17 @@ TEST_F(JpegSearchTest, TwiceTheBudgetHalvesTheSides) {
               ElementsAre(EncodeAttempt{1008, 752, 85}, EncodeAttempt{512, 384, 85}));
 }
 
-// 180000 bytes ask for quality 47, below 50; a level lower 120000 ask for 70.
+// For a budget of 100000: 180000 bytes ask for quality 47, below 50; a level lower 120000 ask
+// for 70.
+int fitsAtTheSecondLevelOfReducedQuality(const EncodeAttempt& attempt) {
+  if (attempt.width > 600) return 180000;
+  return attempt.quality == 85 ? 120000 : 95000;
+}
+
 TEST_F(JpegSearchTest, EachLevelStartsAtTheDefaultQuality) {
   const FakeEncoderFactory encoder(true);
   makePicture();
-  gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) {
-    if (a.width > 600) return 180000;
-    return a.quality == 85 ? 120000 : 95000;
-  };
+  gFakeEncoder.sizeBytes = fitsAtTheSecondLevelOfReducedQuality;
   resize(100000);
   EXPECT_EQ(reply, success(512, 384, 95000));
   EXPECT_THAT(gFakeEncoder.attempts,
@@ -119,10 +122,7 @@ TEST_F(JpegSearchTest, EachLevelStartsAtTheDefaultQuality) {
 TEST_F(JpegSearchTest, SetsTheQualityBeforeTheDimensions) {
   const FakeEncoderFactory encoder(true);
   makePicture();
-  gFakeEncoder.sizeBytes = [](const EncodeAttempt& a) {
-    if (a.width > 600) return 180000;
-    return a.quality == 85 ? 120000 : 95000;
-  };
+  gFakeEncoder.sizeBytes = fitsAtTheSecondLevelOfReducedQuality;
   resize(100000);
   EXPECT_THAT(gFakeEncoder.qualitySettings,
               ElementsAre(EncodeAttempt{1008, 752, 85}, EncodeAttempt{1008, 752, 85},
