@@ -6,10 +6,9 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 #include "platform/ffmpeg/encode/output_size.h"
+#include "platform/ffmpeg/files/paths.h"
 #include "platform/ffmpeg/probe/media_input.h"
 #include "platform/ffmpeg/process/stop_signals.h"
 
@@ -33,13 +32,6 @@ std::chrono::milliseconds stallLimit() {
   const char* text = getenv("TARN_FFMPEG_STALL_MS");
   const long milliseconds = text ? strtol(text, nullptr, 10) : 0;
   return std::chrono::milliseconds(milliseconds > 0 ? milliseconds : 30'000);
-}
-
-std::string textOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
 }
 
 int64_t fileBytes(const std::string& path) {

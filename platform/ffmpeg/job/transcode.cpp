@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -23,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Names inside the work directory. Today's encoders write "pass-0.log"; some add a second file.
+// Names inside the work directory. Encoders write "pass-0.log"; some add a second file.
 constexpr char kBestName[] = "best";
 constexpr char kPassLog[] = "pass-0.log";
 constexpr char kPassTree[] = "pass-0.log.mbtree";
@@ -125,10 +124,8 @@ void Transcode::continueFromPassLog(FitPlan& plan) const {
   std::ifstream choice(work->file(kPassPicture));
   choice >> picture.size.width >> cross >> picture.size.height >> picture.rate.num >> slash >>
       picture.rate.den;
-  std::ifstream log(work->file(kPassLog));
-  std::ostringstream text;
-  text << log.rdbuf();
-  if (choice && !text.str().empty()) plan.continueFrom(picture, parsePassLog(text.str()));
+  const std::string log = textOf(work->file(kPassLog));
+  if (choice && !log.empty()) plan.continueFrom(picture, parsePassLog(log));
 }
 
 bool Transcode::publishPassLog(const FitPlan& plan, std::string* error) const {
