@@ -6,6 +6,7 @@
 
 #include "tests/e2e/movie_facts.h"
 #include "tests/e2e/scripted_ffmpeg.h"
+#include "tests/support/failure_reply.h"
 #include "tests/support/movie_media.h"
 #include "tests/support/wait_until.h"
 
@@ -15,10 +16,6 @@ using std::chrono::steady_clock;
 using testing::HasSubstr;
 
 constexpr char kNoReply[] = "org.freedesktop.DBus.Error.NoReply";
-
-std::string failure(const std::string& text) {
-  return R"({"returnValue":false,"errorText":")" + text + "\"}";
-}
 
 class MovieFailuresTest : public testing::Test {
  protected:

@@ -6,15 +6,12 @@
 #include <sstream>
 
 #include "tests/e2e/installed_system.h"
+#include "tests/support/failure_reply.h"
 #include "tests/support/jpeg_media.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string failure(const std::string& text) {
-  return R"({"returnValue":false,"errorText":")" + text + "\"}";
-}
 
 class RequestsTest : public testing::Test {
  protected:

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "src/service/transcode_server.h"
+#include "tests/support/failure_reply.h"
 #include "tests/support/fake_vela.h"
 #include "tests/support/jpeg_media.h"
 #include "tests/support/temp_dir.h"
@@ -30,10 +31,6 @@ class PlannedJpeg : public JpegTranscode {
   }
   std::optional<std::pair<int, int>> planned;
 };
-
-std::string failure(const std::string& text) {
-  return R"({"returnValue":false,"errorText":")" + text + "\"}";
-}
 
 class JpegTranscodeTest : public testing::Test {
  protected:

@@ -1,7 +1,7 @@
 // A service that ends hands what it has not begun over to its next process.
 #include <algorithm>
-#include <cstdio>
 
+#include "tests/support/temp_dir.h"
 #include "tests/vela/vela_fixture.h"
 
 using tarn::test::BusClient;
@@ -10,25 +10,28 @@ using testing::ElementsAre;
 
 namespace {
 
-std::string logPath() {
-  return testing::TempDir() + "/vela-handover-" + std::to_string(getpid()) + ".log";
-}
-
-PrivateBus::Options nextProcess(const std::string& program) {
-  return {.services = {{kService, program + " " + kService + " 0 " + logPath()}},
+PrivateBus::Options nextProcess(const std::string& command) {
+  return {.services = {{kService, command}},
           .serviceDirs = {},
           .environment = {{"ASAN_OPTIONS", "detect_leaks=0"}}};
 }
 
 const VSMethod kHere[] = {{"work", echo, 0}, {"die", echo, 0}, {}};
 
-class HandoverTest : public VelaTest {
+// Made before the bus, whose next process writes into it.
+struct Log {
+  const TempDir dir;
+  const std::string log = dir / "log";
+};
+
+class HandoverTest : protected Log, public VelaTest {
  protected:
-  HandoverTest() : VelaTest(nextProcess(SERVICE_PROGRAM)), client(bus.address()) {
+  HandoverTest()
+      : VelaTest(nextProcess(std::string(SERVICE_PROGRAM) + " " + kService + " 0 " + log)),
+        client(bus.address()) {
     serve(kHere);
     unique = client.ownerOf(kService);
   }
-  ~HandoverTest() override { std::remove(logPath().c_str()); }
 
   // A call that waits here when it returns.
   std::shared_ptr<BusClient::Pending> start(const char* method, const std::string& payload) {
@@ -55,7 +58,7 @@ TEST_F(HandoverTest, WhatWasNotBegunIsAnsweredByTheNextProcess) {
   for (size_t i = 0; i < 10; ++i) {
     EXPECT_EQ(client.wait(calls[i]).reply, ids[i]);
   }
-  EXPECT_EQ(linesOf(logPath()), ids) << "there, once and in order";
+  EXPECT_EQ(linesOf(log), ids) << "there, once and in order";
   EXPECT_NE(client.ownerOf(kService), unique);
 }
 
@@ -68,14 +71,14 @@ TEST_F(HandoverTest, CallsOfTheUniqueNameGoOnToo) {
   EXPECT_TRUE(unregister());
   caller.join();
   EXPECT_EQ(result.reply, "late");
-  EXPECT_THAT(linesOf(logPath()), ElementsAre("late"));
+  EXPECT_THAT(linesOf(log), ElementsAre("late"));
 }
 
 TEST_F(HandoverTest, CallsThatWantNoReplyGoOnToo) {
   client.post(kService, "/", kService, "work", "unanswered");
   client.sync();
   EXPECT_TRUE(unregister());
-  EXPECT_THAT(linesOf(logPath()), ElementsAre("unanswered"));
+  EXPECT_THAT(linesOf(log), ElementsAre("unanswered"));
 }
 
 TEST_F(HandoverTest, ErrorsOfTheNextProcessAreRelayed) {
