@@ -71,7 +71,7 @@ bool giveUpCalls() {
     whole = whole && barWhen(filter, "clone", SCMP_A0(SCMP_CMP_MASKED_EQ, kind, kind), EPERM);
   }
   for (const char* name : {"socket", "socketpair"}) {
-    whole = whole && barWhen(filter, name, SCMP_A0(SCMP_CMP_NE, AF_UNIX), EAFNOSUPPORT);
+    whole = whole && barWhen(filter, name, SCMP_A0(SCMP_CMP_NE, AF_UNIX, 0), EAFNOSUPPORT);
   }
   return whole && seccomp_load(filter.get()) == 0;
 }

@@ -26,7 +26,7 @@ bool matchReport(const std::string& report, regmatch_t (&groups)[3]) {
 }
 
 std::string cut(const std::string& report, const regmatch_t& group) {
-  return report.substr(group.rm_so, group.rm_eo - group.rm_so);
+  return {report.begin() + group.rm_so, report.begin() + group.rm_eo};
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ constexpr char kBusCall[] =
     "static gboolean MpegTranscodeNativeGst::bus_call(GstBus*, GstMessage*, void*)";
 constexpr char kTeardown[] = "virtual bool MpegTranscodeNativeGst::teardown(int)";
 
-constexpr guint kNoWatch = -1;
+constexpr guint kNoWatch = G_MAXUINT;
 constexpr int kTeardownSeconds = 5;
 
 // Brings the pipeline to NULL. Returns false only when GStreamer refuses outright.

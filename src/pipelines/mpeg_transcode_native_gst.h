@@ -34,7 +34,7 @@ class MpegTranscodeNativeGst : public MpegTranscodeNative {
   static gboolean bus_call(GstBus* bus, GstMessage* message, void* loop);
 
   GstElement* pipeline = nullptr;  // owned
-  guint busWatchId = -1;           // all bits set: none
+  guint busWatchId = G_MAXUINT;    // all bits set: none
 };
 
 #endif

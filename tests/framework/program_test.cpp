@@ -34,13 +34,13 @@ void writeAll(int descriptor, const std::string& text) {
   while (written < text.size()) {
     const ssize_t n = write(descriptor, text.data() + written, text.size() - written);
     if (n <= 0) _exit(99);
-    written += n;
+    written += static_cast<size_t>(n);
   }
 }
 
 size_t openDescriptors() {
   const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-  return std::distance(begin(all), end(all));
+  return static_cast<size_t>(std::distance(begin(all), end(all)));
 }
 
 struct Outcome {
@@ -71,8 +71,9 @@ TEST(ProgramTest, ResultIsTheChildsProcessId) {
 
 TEST(ProgramTest, StandardErrorIsAppendedWholeAndInOrder) {
   std::string text;
-  for (int i = 0; i < 50; i++)
+  for (int i = 0; i < 50; i++) {
     text += std::to_string(1000 + i);
+  }
   ASSERT_EQ(text.size(), 200U);
   const Outcome outcome([&] {
     writeAll(STDERR_FILENO, text);
@@ -123,8 +124,9 @@ TEST(ProgramTest, BytesThatAreNoTextComeThrough) {
 TEST(ProgramTest, ClosingStandardErrorEarlyDoesNotEndTheWait) {
   const Outcome outcome([] {
     writeAll(STDERR_FILENO, "bye");
-    for (int descriptor = STDERR_FILENO; descriptor < 1024; descriptor++)
+    for (int descriptor = STDERR_FILENO; descriptor < 1024; descriptor++) {
       close(descriptor);
+    }
     return 5;
   });
   EXPECT_TRUE(outcome.exitedWith(5));
@@ -139,8 +141,9 @@ TEST(ProgramTest, KilledChildIsReported) {
 
 TEST(ProgramTest, StoppedChildEndsTheWait) {
   const Outcome outcome([] {
-    for (int descriptor = STDERR_FILENO; descriptor < 1024; descriptor++)
+    for (int descriptor = STDERR_FILENO; descriptor < 1024; descriptor++) {
       close(descriptor);
+    }
     return raise(SIGSTOP);
   });
   EXPECT_TRUE(WIFSTOPPED(outcome.status));

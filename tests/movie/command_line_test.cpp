@@ -61,8 +61,9 @@ class CommandLineTest : public MovieTest {
     const auto calls = ffmpeg.calls();
     if (calls.empty()) return "exit " + std::to_string((status >> 8) & 0xff);
     std::string line;
-    for (const std::string& item : calls[0])
+    for (const std::string& item : calls[0]) {
       line += item + " ";
+    }
     line.pop_back();
     return line;
   }
@@ -204,8 +205,9 @@ TEST_F(CommandLineTest, PassesThatThereAreNotAreRefused) {
     EXPECT_EQ(lineOf(pass), "exit 255");
   }
   transcoder.setPasses(2);
-  for (const int pass : {0, 3})
+  for (const int pass : {0, 3}) {
     EXPECT_EQ(lineOf(pass), "exit 255");
+  }
 }
 
 TEST_F(CommandLineTest, MissingFfmpegReturnsAfterPrintingTheLine) {
@@ -218,8 +220,9 @@ TEST_F(CommandLineTest, MissingFfmpegReturnsAfterPrintingTheLine) {
 
 TEST_F(CommandLineTest, OneAndTwoPassesAreTaken) {
   EXPECT_EQ(transcoder.getPasses(), 1);
-  for (const int ignored : {0, 3, 5, -1})
+  for (const int ignored : {0, 3, 5, -1}) {
     transcoder.setPasses(ignored);
+  }
   EXPECT_EQ(transcoder.getPasses(), 1);
   transcoder.setPasses(2);
   EXPECT_EQ(transcoder.getPasses(), 2);

@@ -47,7 +47,7 @@ class ProbeTest : public MovieTest {
   }
   LaunchResult run(int64_t sizeBytes) {
     info.inFile = dir.write("in put.mov", "");
-    std::filesystem::resize_file(info.inFile, sizeBytes);
+    std::filesystem::resize_file(info.inFile, static_cast<uintmax_t>(sizeBytes));
     return info.run();
   }
   int32_t clipLengthOf(const std::string& duration) {

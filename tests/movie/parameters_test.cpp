@@ -47,7 +47,7 @@ class ParametersTest : public MovieTest {
   // Prepares for an input of that size.
   bool prepare(const std::string& outFile, int64_t sizeBytes = 11) {
     task.inFile = dir.write("in.mov", "");
-    std::filesystem::resize_file(task.inFile, sizeBytes);
+    std::filesystem::resize_file(task.inFile, static_cast<uintmax_t>(sizeBytes));
     task.outFile = outFile;
     return task.prepareParameters();
   }

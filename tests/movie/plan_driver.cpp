@@ -55,8 +55,9 @@ class Planner final : public MpegTranscodeNativeFFMpeg {
   using MpegTranscodeNativeFFMpeg::MpegTranscodeNativeFFMpeg;
 
   LaunchResult run() override {
-    for (int pass = getPasses(); pass >= 1; pass--)
+    for (int pass = getPasses(); pass >= 1; pass--) {
       exec(pass);
+    }
     return LaunchDone;
   }
 };
@@ -118,8 +119,9 @@ Json plan(const Json& line) {
 // The linker puts this in the place of execvp.
 extern "C" int __wrap_execvp(const char*, char* const* argv) {
   Json vector = Json::array();
-  for (; *argv != nullptr; argv++)
+  for (; *argv != nullptr; argv++) {
     vector.push_back(*argv);
+  }
   gRecorded.push_back(vector);
   return -1;
 }

@@ -58,8 +58,9 @@ class Worker final : public MpegTranscodeNativeCmd {
 };
 
 void closeAllFrom(int descriptor) {
-  for (; descriptor < 1024; descriptor++)
+  for (; descriptor < 1024; descriptor++) {
     close(descriptor);
+  }
 }
 
 class WorkerTest : public MovieTest {
@@ -167,7 +168,9 @@ TEST_F(WorkerTest, LongReportIsTheDetailWhole) {
   const std::string text(200000, 'x');
   run(1, [&](int) {
     for (size_t sent = 0; sent < text.size();) {
-      sent += write(STDERR_FILENO, text.data() + sent, text.size() - sent);
+      const ssize_t n = write(STDERR_FILENO, text.data() + sent, text.size() - sent);
+      if (n <= 0) return 99;
+      sent += static_cast<size_t>(n);
     }
     return 1;
   });
@@ -269,8 +272,9 @@ TEST_F(WorkerTest, DumpCmdPrintsTheNameAndUpTo100Arguments) {
   std::vector<const char*> many(150, "x");
   Worker::dumpCmd("100%%", many.data());
   std::string expected = "100%";
-  for (int i = 0; i < 100; i++)
+  for (int i = 0; i < 100; i++) {
     expected += " x";
+  }
   EXPECT_EQ(testing::internal::GetCapturedStdout(), expected + "\n");
 }
 

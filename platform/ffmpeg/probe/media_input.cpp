@@ -29,8 +29,9 @@ void keepLastWords(void* source, int level, const char* format, va_list values) 
   av_log_format_line2(source, level, format, values, line, sizeof(line), &atLineStart);
   const std::lock_guard lock(gLastWordsMutex);
   gLastWords = line;
-  while (!gLastWords.empty() && gLastWords.back() == '\n')
+  while (!gLastWords.empty() && gLastWords.back() == '\n') {
     gLastWords.pop_back();
+  }
 }
 
 std::string explain(int code) {
@@ -78,7 +79,7 @@ MediaInput::MediaInput() {
 
 MediaInput::~MediaInput() {
   avformat_close_input(&avContext);
-  if (reader) av_freep(&reader->buffer);
+  if (reader != nullptr) av_freep(&reader->buffer);
   avio_context_free(&reader);
 }
 
@@ -101,12 +102,12 @@ int64_t MediaInput::seekCallback(void* input, int64_t offset, int whence) {
 
 bool MediaInput::makeContext(std::string* error) {
   auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferBytes));
-  if (buffer) {
+  if (buffer != nullptr) {
     reader = avio_alloc_context(buffer, kBufferBytes, 0, this, readCallback, nullptr, seekCallback);
   }
   avContext = avformat_alloc_context();
-  if (!reader || !avContext) {
-    if (!reader) av_free(buffer);
+  if (reader == nullptr || avContext == nullptr) {
+    if (reader == nullptr) av_free(buffer);
     *error = strerror(ENOMEM);
     return false;
   }

@@ -89,8 +89,9 @@ class CallFilter {
 };
 
 void barNamespaces(CallFilter* filter) {
-  for (const unsigned flag : {CLONE_NEWUSER, CLONE_NEWNS, CLONE_NEWPID, CLONE_NEWNET, CLONE_NEWIPC,
-                              CLONE_NEWUTS, CLONE_NEWCGROUP}) {
+  constexpr scmp_datum_t kNamespaces[] = {CLONE_NEWUSER, CLONE_NEWNS,  CLONE_NEWPID,   CLONE_NEWNET,
+                                          CLONE_NEWIPC,  CLONE_NEWUTS, CLONE_NEWCGROUP};
+  for (const scmp_datum_t flag : kNamespaces) {
     filter->barWhen("clone", {SCMP_A0(SCMP_CMP_MASKED_EQ, flag, flag)});
   }
   filter->barWhen("clone3", {},
@@ -101,9 +102,9 @@ void barNamespaces(CallFilter* filter) {
 void barOtherProcesses(CallFilter* filter) {
   filter->bar(kOtherProcesses);
   const auto self = static_cast<scmp_datum_t>(getpid());
-  filter->barWhen("tgkill", {SCMP_A0(SCMP_CMP_NE, self)});
-  filter->barWhen("kill", {SCMP_A0(SCMP_CMP_NE, self)});
-  filter->barWhen("prlimit64", {SCMP_A0(SCMP_CMP_NE, 0)});
+  filter->barWhen("tgkill", {SCMP_A0(SCMP_CMP_NE, self, 0)});
+  filter->barWhen("kill", {SCMP_A0(SCMP_CMP_NE, self, 0)});
+  filter->barWhen("prlimit64", {SCMP_A0(SCMP_CMP_NE, 0, 0)});
   for (const int command : {F_SETOWN, F_SETOWN_EX, F_SETSIG}) {
     for (const char* name : {"fcntl", "fcntl64"}) {
       filter->barWhen(name,

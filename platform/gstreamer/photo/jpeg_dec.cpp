@@ -134,8 +134,9 @@ bool chooseLayout(TarnJpegDec* self) {
   gst_caps_unref(wanted);
   // GStreamer counts a picture's bytes in 32 bits, and has no layout for one of more.
   if (!gst_video_info_set_format(&d.layout, isGray ? GST_VIDEO_FORMAT_GRAY8 : GST_VIDEO_FORMAT_I420,
-                                 static_cast<guint>(width), static_cast<guint>(height)))
+                                 static_cast<guint>(width), static_cast<guint>(height))) {
     return false;
+  }
   GST_VIDEO_INFO_FPS_N(&d.layout) = 0;
   GST_VIDEO_INFO_FPS_D(&d.layout) = 1;
   d.layout.chroma_site = GST_VIDEO_CHROMA_SITE_JPEG;
@@ -154,8 +155,9 @@ int chooseEighths(const JpegDecoder& decoder, const GstVideoInfo& layout) {
   constexpr double kSpare = 1.75;
   for (const int eighths : {1, 2, 4}) {
     if (decoder.width() * eighths >= 8 * kSpare * GST_VIDEO_INFO_WIDTH(&layout) &&
-        decoder.height() * eighths >= 8 * kSpare * GST_VIDEO_INFO_HEIGHT(&layout))
+        decoder.height() * eighths >= 8 * kSpare * GST_VIDEO_INFO_HEIGHT(&layout)) {
       return eighths;
+    }
   }
   return 8;
 }
@@ -213,8 +215,9 @@ GstFlowReturn pushPicture(TarnJpegDec* self) {
   GstSegment segment;
   gst_segment_init(&segment, GST_FORMAT_TIME);
   gst_pad_push_event(self->src, gst_event_new_segment(&segment));
-  for (GstRef<GstEvent>& event : std::exchange(d.heldEvents, {}))
+  for (GstRef<GstEvent>& event : std::exchange(d.heldEvents, {})) {
     gst_pad_push_event(self->src, event.release());
+  }
 
   Picture* picture = d.picture.release();
   const gsize sizeBytes = GST_VIDEO_INFO_SIZE(&d.layout);
@@ -235,8 +238,9 @@ GstFlowReturn decode(TarnJpegDec* self) {
                               : d.phase == Phase::Start ? d.decoder.start(d.eighths)
                                                         : d.decoder.readRows();
     if (progress == Progress::NeedsData) return GST_FLOW_OK;
-    if (progress == Progress::Failed)
+    if (progress == Progress::Failed) {
       return refuse(self, d.decoder.failure(), d.decoder.errorText());
+    }
     if (d.phase == Phase::Header) {
       const GstFlowReturn flow = prepare(self);
       if (flow != GST_FLOW_OK) return flow;
@@ -288,6 +292,10 @@ bool takeEnd(TarnJpegDec* self) {
   return decodeOrSay(self) == GST_FLOW_EOS;
 }
 
+bool isSerialized(GstEvent* event) {
+  return (gst_event_type_get_flags(GST_EVENT_TYPE(event)) & GST_EVENT_TYPE_SERIALIZED) != 0;
+}
+
 gboolean sinkEvent(GstPad* pad, GstObject* parent, GstEvent* event) {
   auto* self = TARN_JPEG_DEC(parent);
   GstRef<GstEvent> owned(event);
@@ -309,7 +317,7 @@ gboolean sinkEvent(GstPad* pad, GstObject* parent, GstEvent* event) {
       if (!takeEnd(self)) return FALSE;
       break;
     default:
-      if (!GST_EVENT_IS_SERIALIZED(event) || self->decoding->phase == Decoding::Phase::Done) break;
+      if (!isSerialized(event) || self->decoding->phase == Decoding::Phase::Done) break;
       self->decoding->heldEvents.push_back(std::move(owned));
       return TRUE;
   }

@@ -61,8 +61,9 @@ void tellGone(MetadataMux* self, unsigned gone) {
 
 bool makeHead(MetadataMux* self, GstBuffer* encoded, JpegHead* head) {
   auto& metadata = self->writing->metadata;
-  if (!self->exif)
+  if (!self->exif) {
     metadata.erase(std::remove_if(metadata.begin(), metadata.end(), isExif), metadata.end());
+  }
   tellGone(self, shedJpegMetadata(gst_buffer_get_size(encoded), &metadata));
   GstMapInfo map;
   if (!gst_buffer_map(encoded, &map, GST_MAP_READ)) return false;
@@ -77,8 +78,8 @@ GstRef<GstBuffer> join(GstBuffer* encoded, JpegHead head) {
   GstRef<GstBuffer> joined(gst_buffer_new_wrapped_full(
       GST_MEMORY_FLAG_READONLY, bytes->data(), bytes->size(), 0, bytes->size(), bytes,
       [](gpointer data) { delete static_cast<std::vector<uint8_t>*>(data); }));
-  gst_buffer_copy_into(joined.get(), encoded, GST_BUFFER_COPY_METADATA, 0, -1);
-  gst_buffer_copy_into(joined.get(), encoded, GST_BUFFER_COPY_MEMORY, head.restOffset, -1);
+  gst_buffer_copy_into(joined.get(), encoded, GST_BUFFER_COPY_METADATA, 0, G_MAXSIZE);
+  gst_buffer_copy_into(joined.get(), encoded, GST_BUFFER_COPY_MEMORY, head.restOffset, G_MAXSIZE);
   return joined;
 }
 
