@@ -35,8 +35,9 @@ struct Rows {
   void point(Picture* picture, int component, size_t first, size_t count) {
     Plane& plane = picture->planes[component];
     rows[component].clear();
-    for (size_t y = first; y < first + count; y++)
+    for (size_t y = first; y < first + count; y++) {
       rows[component].push_back(plane.samples.data() + y * plane.rowBytes);
+    }
     arrays[component] = rows[component].data();
   }
 };
@@ -132,8 +133,9 @@ int main(int argc, char** argv) {
   const long fileBytes = static_cast<long>(readFile(argv[1]).size());
   // The daemon's plan: the divisor is the largest even number not above the root of the shrinkage.
   int eighths = 8;
-  for (long divisor = 2; divisor <= 8 && divisor * divisor * budget <= fileBytes; divisor *= 2)
+  for (long divisor = 2; divisor <= 8 && divisor * divisor * budget <= fileBytes; divisor *= 2) {
     eighths = static_cast<int>(8 / divisor);
+  }
   for (; eighths >= 1; eighths /= 2) {
     for (int quality = 85; quality >= 50;) {
       Picture picture = decode(readFile(argv[1]), eighths);

@@ -84,8 +84,9 @@ bool keepsLimits(const Arguments& arguments, std::string* error) {
 
 std::set<std::string> movieOptions() {
   std::set<std::string> names;
-  for (const MovieOption& option : kOptions)
+  for (const MovieOption& option : kOptions) {
     names.insert(option.name);
+  }
   return names;
 }
 

@@ -9,8 +9,9 @@ namespace {
 
 // What a unit multiplies by, or 0 for no unit.
 double unitFactor(std::string unit) {
-  for (char& letter : unit)
+  for (char& letter : unit) {
     letter = g_ascii_tolower(letter);
+  }
   if (!unit.empty() && unit.back() == 'b') unit.pop_back();
   if (unit.empty()) return 1;
   if (unit == "k") return 1e3;

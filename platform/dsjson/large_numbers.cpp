@@ -17,8 +17,9 @@ bool isDigit(char c) {
 // The end of the string that begins at the quote.
 size_t endOfString(const std::string& text, size_t quote) {
   size_t at = quote + 1;
-  while (at < text.size() && text[at] != '"')
+  while (at < text.size() && text[at] != '"') {
     at += text[at] == '\\' ? 2 : 1;
+  }
   return at + 1;
 }
 

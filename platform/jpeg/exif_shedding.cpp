@@ -70,16 +70,18 @@ bool addRanges(const Tiff& tiff, size_t directory, int* directoriesLeft,
   for (const Entry& entry : *entries) {
     ranges->push_back(entry.value);
     if (pointsToDirectory(entry.tag) &&
-        !addRanges(tiff, tiff.u32(entry.at + 8), directoriesLeft, ranges))
+        !addRanges(tiff, tiff.u32(entry.at + 8), directoriesLeft, ranges)) {
       return false;
+    }
   }
   return true;
 }
 
 size_t endOf(const std::vector<Range>& ranges) {
   size_t end = 0;
-  for (const Range& range : ranges)
+  for (const Range& range : ranges) {
     end = std::max(end, range.end);
+  }
   return end;
 }
 

@@ -163,8 +163,9 @@ void JpegDecoder::Libjpeg::dropTaken() {
 bool JpegDecoder::Libjpeg::fillInput() {
   if (!ended) return false;
   // Within a scan: an arithmetic decoder takes an end marker for an endless row of zeros.
-  if (decoder.arith_code && decoder.input_iMCU_row + 1 < decoder.total_iMCU_rows)
+  if (decoder.arith_code && decoder.input_iMCU_row + 1 < decoder.total_iMCU_rows) {
     leave(Failure::BreaksOff, "The data ends before the picture does");
+  }
   endWasMissing = true;
   skipBytes = 0;
   source.next_input_byte = kEndMarker;
@@ -188,8 +189,9 @@ void JpegDecoder::Libjpeg::noteScan() {
   lastScan = decoder.input_scan_number;
   if (lastScan > maxScans) leave(Failure::TooLarge, "The picture has too many scans");
   if (decoder.progressive_mode && decoder.Ss != 0) return;
-  for (int i = 0; i < decoder.comps_in_scan; i++)
+  for (int i = 0; i < decoder.comps_in_scan; i++) {
     componentsSeen |= 1U << decoder.cur_comp_info[i]->component_index;
+  }
 }
 
 // Of a picture of several scans: whether a component has none, or the file ended before all bits of
@@ -236,15 +238,17 @@ void JpegDecoder::Libjpeg::layOut() {
     part.rowBytes = static_cast<size_t>(component.width_in_blocks) * static_cast<size_t>(size);
     part.samples.resize(part.rowBytes * static_cast<size_t>(part.perStep));
     part.places.resize(static_cast<size_t>(part.perStep));
-    for (size_t y = 0; y < part.places.size(); y++)
+    for (size_t y = 0; y < part.places.size(); y++) {
       part.places[y] = part.samples.data() + y * part.rowBytes;
+    }
   }
 }
 
 bool JpegDecoder::Libjpeg::readStep() {
   JSAMPARRAY places[MAX_COMPONENTS];
-  for (size_t i = 0; i < rows.size(); i++)
+  for (size_t i = 0; i < rows.size(); i++) {
     places[i] = rows[i].places.data();
+  }
   const auto lines =
       static_cast<JDIMENSION>(decoder.max_v_samp_factor * decoder.min_DCT_scaled_size);
   return jpeg_read_raw_data(&decoder, places, lines) != 0;
@@ -271,8 +275,9 @@ JpegDecoder::Progress JpegDecoder::readHeader() {
   l.dropTaken();
   if (result == JPEG_SUSPENDED) return Progress::NeedsData;
   const auto space = l.decoder.jpeg_color_space;
-  if (space == JCS_UNKNOWN)
+  if (space == JCS_UNKNOWN) {
     return l.fail(Failure::NotSupported, "The picture's colours are of no known kind");
+  }
   return Progress::Ready;
 }
 
@@ -339,8 +344,9 @@ JpegDecoder::Progress JpegDecoder::readRows() {
   const bool isRead = l.readStep();
   l.dropTaken();
   if (!isRead) return Progress::NeedsData;
-  for (Rows& rows : l.rows)
+  for (Rows& rows : l.rows) {
     rows.first += rows.perStep;
+  }
   return Progress::Ready;
 }
 

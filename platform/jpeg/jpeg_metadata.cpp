@@ -42,8 +42,9 @@ bool isExtendedXmp(const JpegSegment& segment) {
 
 size_t bytesOf(const std::vector<JpegSegment>& metadata) {
   size_t bytes = 0;
-  for (const JpegSegment& segment : metadata)
+  for (const JpegSegment& segment : metadata) {
     bytes += 4 + segment.payload.size();
+  }
   return bytes;
 }
 
@@ -52,8 +53,9 @@ bool shed(JpegShedding part, std::vector<JpegSegment>* metadata) {
   if (part == ShedExtendedXmp) return std::erase_if(*metadata, isExtendedXmp) > 0;
   const auto drop = part == ShedThumbnail ? dropExifThumbnail : dropExifMakerNote;
   bool isShorter = false;
-  for (JpegSegment& segment : *metadata)
+  for (JpegSegment& segment : *metadata) {
     isShorter |= isExif(segment) && drop(&segment.payload);
+  }
   return isShorter;
 }
 
@@ -102,8 +104,9 @@ bool makeJpegHead(const uint8_t* encoded, size_t sizeBytes,
   if (std::none_of(metadata.begin(), metadata.end(), tellsDensity)) {
     made.bytes.assign(encoded, encoded + made.restOffset);
   }
-  for (const JpegSegment& segment : metadata)
+  for (const JpegSegment& segment : metadata) {
     if (isJfif(segment)) append(segment, &made);
+  }
   bool exifSeen = false;
   for (const JpegSegment& segment : metadata) {
     if (isJfif(segment)) continue;

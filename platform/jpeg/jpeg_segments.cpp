@@ -36,8 +36,9 @@ JpegHeaderReader::Status JpegHeaderReader::feed(const uint8_t* data, size_t size
       takeByte(data[at]);
     }
     at += used;
-    if (readStatus == Status::NeedsMore && headerBytes > maxHeaderBytes)
+    if (readStatus == Status::NeedsMore && headerBytes > maxHeaderBytes) {
       readStatus = Status::TooLong;
+    }
   }
   return readStatus;
 }
@@ -100,8 +101,9 @@ void JpegHeaderReader::startPayload(size_t payloadBytes) {
 
 size_t JpegHeaderReader::takePayload(const uint8_t* data, size_t sizeBytes) {
   const size_t used = std::min(sizeBytes, payloadLeft);
-  if (isKept(current.marker) || isFrameHeader(current.marker))
+  if (isKept(current.marker) || isFrameHeader(current.marker)) {
     current.payload.insert(current.payload.end(), data, data + used);
+  }
   payloadLeft -= used;
   headerBytes += used;
   if (payloadLeft == 0) endSegment();

@@ -44,8 +44,9 @@ void finishAll() {
   if (open.empty()) return;
   // A request that is still served here may call exit() again and must not take the rest with it.
   atexit(finishAll);
-  for (const std::shared_ptr<VSHandle>& handle : open)
+  for (const std::shared_ptr<VSHandle>& handle : open) {
     handle->finishAtExit();
+  }
 }
 
 }  // namespace

@@ -40,8 +40,9 @@ class PendingReplies {
   std::vector<T> takeAll() {
     const MutexLock lock(mutex);
     std::vector<T> taken;
-    for (auto& [serial, kept] : all)
+    for (auto& [serial, kept] : all) {
       taken.push_back(std::move(kept));
+    }
     all.clear();
     return taken;
   }

@@ -73,7 +73,8 @@ void MpegTranscodeNativeCmd::dumpCmd(const char* program, const char** argv) {
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   printf(program);
 #pragma GCC diagnostic pop
-  for (int i = 0; i < kMaxDumped && argv[i] != nullptr; i++)
+  for (int i = 0; i < kMaxDumped && argv[i] != nullptr; i++) {
     printf(" %s", argv[i]);
+  }
   printf("\n");
 }

@@ -51,8 +51,9 @@ int MpegTranscodeNativeFFMpeg::exec(int pass) {
 
   const Line line = commandLine(pass);
   std::vector<const char*> argv;
-  for (const std::string& item : line)
+  for (const std::string& item : line) {
     argv.push_back(item.c_str());
+  }
   argv.push_back(nullptr);
 
   dumpCmd("ffmpeg", argv.data());

@@ -20,8 +20,9 @@ TEST(ByteSize, ReadsCountsWithAndWithoutUnits) {
                                                    {"1Gi", 1073741824},
                                                    {".5k", 500},
                                                    {"1.9", 1}};
-  for (const auto& [text, bytes] : cases)
+  for (const auto& [text, bytes] : cases) {
     EXPECT_EQ(bytes, parseByteSize(text)) << text;
+  }
 }
 
 TEST(ByteSize, RefusesEverythingElse) {
@@ -36,8 +37,9 @@ TEST(ByteSize, WritesThreeDigitsAtMost) {
       {0, "0 B"},          {999, "999 B"},         {1000, "1.0 kB"},          {9949, "9.9 kB"},
       {9950, "10 kB"},     {287345, "287 kB"},     {999499, "999 kB"},        {999500, "1.0 MB"},
       {1500000, "1.5 MB"}, {2000000000, "2.0 GB"}, {5000000000000, "5000 GB"}};
-  for (const auto& [bytes, text] : cases)
+  for (const auto& [bytes, text] : cases) {
     EXPECT_EQ(text, formatByteSize(bytes)) << bytes;
+  }
 }
 
 }  // namespace

@@ -19,8 +19,9 @@ unsigned modeOf(const std::string& path) {
 
 int filesIn(const std::string& folder) {
   int count = 0;
-  for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder))
+  for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder)) {
     ++count;
+  }
   return count;
 }
 

@@ -65,8 +65,9 @@ TEST(DsjsonParser, LastOfTwoMembersWinsInThePlaceOfTheFirst) {
 // CPU milliseconds that it takes to parse an object of that many members.
 double parsingMs(int members) {
   std::string text = "{";
-  for (int i = 0; i < members; ++i)
+  for (int i = 0; i < members; ++i) {
     text += "\"" + std::to_string(i) + "\":1,";
+  }
   text += "\"last\":7}";
   const clock_t start = clock();
   int32_t last = 0;

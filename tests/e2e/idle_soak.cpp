@@ -36,10 +36,12 @@ class Soak {
 
   bool run() {
     std::vector<std::thread> clients;
-    for (int i = 0; i < kClients; ++i)
+    for (int i = 0; i < kClients; ++i) {
       clients.emplace_back([this, i] { callFrom(i); });
-    for (std::thread& client : clients)
+    }
+    for (std::thread& client : clients) {
       client.join();
+    }
     return report();
   }
 
@@ -89,8 +91,9 @@ class Soak {
       ++runs[line.substr(space + 1)];
     }
     int twice = 0;
-    for (const auto& [payload, count] : runs)
+    for (const auto& [payload, count] : runs) {
       twice += count == 1 ? 0 : 1;
+    }
     const int calls = callsEach * kClients;
     printf("%d calls over %zu lives: %d lost, %d run twice\n", calls, lives.size(), lost.load(),
            twice);

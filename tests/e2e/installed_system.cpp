@@ -75,8 +75,9 @@ CommandOutput runCommand(const std::string& shellCommand) {
   if (pipe == nullptr) return output;
   char chunk[4096];
   size_t length;
-  while ((length = fread(chunk, 1, sizeof chunk, pipe)) > 0)
+  while ((length = fread(chunk, 1, sizeof chunk, pipe)) > 0) {
     output.out.append(chunk, length);
+  }
   const int status = pclose(pipe);
   output.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return output;
@@ -102,7 +103,8 @@ double processorSeconds(pid_t pid) {
 long openDescriptors(pid_t pid) {
   long count = 0;
   const std::string folder = "/proc/" + std::to_string(pid) + "/fd";
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder))
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) {
     ++count;
+  }
   return count;
 }

@@ -101,8 +101,9 @@ TEST_F(LifetimeTest, HundredPicturesLeaveNothingBehind) {
   };
   ASSERT_TRUE(resize().ok);
   const long before = openDescriptors(daemon.pid());
-  for (int i = 0; i < 100; ++i)
+  for (int i = 0; i < 100; ++i) {
     ASSERT_TRUE(resize().ok);
+  }
   // The last pipeline is freed behind its reply.
   EXPECT_TRUE(waitUntil([&] {
     const long now = openDescriptors(daemon.pid());

@@ -30,8 +30,9 @@ int callFromClients(const InstalledSystem& system, int clients, int callsEach) {
       }
     });
   }
-  for (std::thread& thread : threads)
+  for (std::thread& thread : threads) {
     thread.join();
+  }
   return wrong;
 }
 
@@ -55,11 +56,13 @@ TEST(LoadTest, EndsBetweenRequestsLoseNoneAndRunNoneTwice) {
 
   std::map<std::string, int> replies;
   std::istringstream lines(readFile(log));
-  for (std::string line; std::getline(lines, line);)
+  for (std::string line; std::getline(lines, line);) {
     ++replies[line.substr(line.find(' ') + 1)];  // behind the process id
+  }
   EXPECT_EQ(replies.size(), static_cast<size_t>(kClients * kCallsEach));
-  for (const auto& [id, count] : replies)
+  for (const auto& [id, count] : replies) {
     EXPECT_EQ(count, 1) << id;
+  }
 }
 
 TEST(LoadTest, BitrateIsAnsweredWithinAnEncode) {
@@ -86,7 +89,7 @@ TEST(LoadTest, NestedRequestsAreAllAnsweredRight) {
   const std::string one = system.client().wait(pending[0]).reply;
   EXPECT_THAT(one, testing::StartsWith(R"({"returnValue":true,"xSize":4000,"ySize":3008,)"));
   const std::string first = readFile(system.files() / "0.jpg");
-  for (int i = 1; i < 20; ++i) {
+  for (size_t i = 1; i < 20; ++i) {
     EXPECT_EQ(system.client().wait(pending[i]).reply, one);
     EXPECT_EQ(readFile(system.files() / (std::to_string(i) + ".jpg")), first);
   }
@@ -151,8 +154,9 @@ TEST(LoadTest, FiveThousandSmallPicturesWithoutAPause) {
   };
   const double first = hundred();
   EXPECT_GT(first, 0);
-  for (int i = 0; i < 48; ++i)
+  for (int i = 0; i < 48; ++i) {
     hundred();
+  }
   const double last = hundred();
   EXPECT_EQ(system.daemonPid(), daemon);
   EXPECT_LE(last, 1.5 * first) << "first " << first << " s, last " << last << " s";

@@ -65,8 +65,9 @@ TEST_F(MovieInfoTest, EveryContainerAndCodec) {
        .audioCodec = "libopus",
        .more = {"-deadline", "realtime", "-cpu-used", "8"}},
   };
-  for (const ClipRecipe& recipe : recipes)
+  for (const ClipRecipe& recipe : recipes) {
     expectInfo(movieClip(recipe));
+  }
 }
 
 TEST_F(MovieInfoTest, EveryRateAndShape) {

@@ -68,8 +68,9 @@ std::multiset<std::string> metadata(const std::string& path) {
                                  .out;
   std::multiset<std::string> fields;
   std::istringstream lines(output);
-  for (std::string line; std::getline(lines, line);)
+  for (std::string line; std::getline(lines, line);) {
     fields.insert(line);
+  }
   return fields;
 }
 

@@ -32,8 +32,9 @@ SpawnedProgram::SpawnedProgram(const std::string& path, std::vector<std::string>
   std::string program = path;
   char* arguments[] = {program.data(), nullptr};
   std::vector<char*> variables;
-  for (std::string& variable : environment)
+  for (std::string& variable : environment) {
     variables.push_back(variable.data());
+  }
   variables.push_back(nullptr);
   const int log = open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   const gboolean started =

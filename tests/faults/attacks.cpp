@@ -155,8 +155,9 @@ LivingVictim::LivingVictim() {
   prey.process = fork();
   if (prey.process != 0) return;
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  for (;;)
+  for (;;) {
     pause();
+  }
 }
 
 LivingVictim::~LivingVictim() {

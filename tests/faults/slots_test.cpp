@@ -43,8 +43,9 @@ class Holder {
       slots.awaitTurn();
       const int64_t got = slots.begin(bytes);
       if (write(ends[1], &got, sizeof(got)) != sizeof(got)) _exit(1);
-      for (;;)
+      for (;;) {
         pause();
+      }
     }
     close(ends[1]);
     begun = ends[0];

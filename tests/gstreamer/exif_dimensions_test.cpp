@@ -62,8 +62,9 @@ TEST_P(ExifForms, EveryHostileByteIsSurvived) {
       const Bytes before = hostile;
       setExifDimensions(hostile.data(), hostile.size(), 1008, 752);
       size_t changed = 0;
-      for (size_t i = 0; i < hostile.size(); ++i)
+      for (size_t i = 0; i < hostile.size(); ++i) {
         changed += hostile[i] != before[i] ? 1 : 0;
+      }
       ASSERT_LE(changed, 8u) << at;
     }
   }
@@ -74,14 +75,16 @@ Bytes littleEndian() {
 }
 
 void putU32(Bytes* bytes, size_t at, uint32_t value) {
-  for (size_t i = 0; i < 4; ++i)
+  for (size_t i = 0; i < 4; ++i) {
     (*bytes)[at + i] = static_cast<uint8_t>(value >> (8 * i));
+  }
 }
 
 // The offset in the payload of the little-endian entry with that tag.
 size_t entryAt(const Bytes& exif, uint16_t tag) {
-  for (size_t at = kTiffAt + 8; at + 12 <= exif.size(); at += 2)
+  for (size_t at = kTiffAt + 8; at + 12 <= exif.size(); at += 2) {
     if (exif[at] == (tag & 0xFF) && exif[at + 1] == tag >> 8) return at;
+  }
   return 0;
 }
 

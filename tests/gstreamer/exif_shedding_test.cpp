@@ -58,8 +58,9 @@ TEST_P(ExifShedding, AMakerNoteGoesAndTheOtherFieldsStay) {
   EXPECT_TRUE(dropExifMakerNote(&exif));
   EXPECT_EQ(exif.size(), makeExif(without, 4032, 3024).size());
   EXPECT_FALSE(contains(exif, "TESTNOTE"));
-  for (const char* text : {"Tarn", "Test camera", "2020:02:03 04:05:06"})
+  for (const char* text : {"Tarn", "Test camera", "2020:02:03 04:05:06"}) {
     EXPECT_TRUE(contains(exif, text)) << text;
+  }
   EXPECT_TRUE(setExifDimensions(exif.data(), exif.size(), 1008, 752));
   EXPECT_FALSE(dropExifMakerNote(&exif));
 }
@@ -91,8 +92,9 @@ TEST_P(ExifShedding, EveryHostileByteIsSurvived) {
 // Each of a thousand entries points to the directory that they stand in.
 TEST(ExifSheddingBounds, DirectoriesThatPointInCirclesEnd) {
   Bytes exif = {'E', 'x', 'i', 'f', 0, 0, 'I', 'I', 42, 0, 8, 0, 0, 0, 0xE8, 0x03};
-  for (int i = 0; i < 1000; ++i)
+  for (int i = 0; i < 1000; ++i) {
     exif.insert(exif.end(), {0x69, 0x87, 4, 0, 1, 0, 0, 0, 8, 0, 0, 0});
+  }
   exif.resize(exif.size() + 4);
   const Bytes before = exif;
   EXPECT_FALSE(dropExifThumbnail(&exif));

@@ -42,8 +42,9 @@ JpegHeaderReader read(const Bytes& bytes) {
 std::vector<Bytes> payloadsOf(const Bytes& jpeg) {
   const JpegHeaderReader reader = read(jpeg);
   std::vector<Bytes> payloads;
-  for (const JpegSegment& segment : reader.segments())
+  for (const JpegSegment& segment : reader.segments()) {
     payloads.push_back(segment.payload);
+  }
   return payloads;
 }
 

@@ -99,8 +99,9 @@ Bytes pixelsOf(const Decoding& decoding) {
       const double cb = isGray ? 0 : sample(x, y, 1) - 128.0;
       const double cr = isGray ? 0 : sample(x, y, 2) - 128.0;
       for (const double value :
-           {luma + 1.402 * cr, luma - 0.344136 * cb - 0.714136 * cr, luma + 1.772 * cb})
+           {luma + 1.402 * cr, luma - 0.344136 * cb - 0.714136 * cr, luma + 1.772 * cb}) {
         pixels.push_back(static_cast<uint8_t>(std::lround(std::clamp(value, 0.0, 255.0))));
+      }
     }
   }
   return pixels;
@@ -109,8 +110,9 @@ Bytes pixelsOf(const Decoding& decoding) {
 double psnr(const Bytes& one, const Bytes& other) {
   if (one.size() != other.size() || one.empty()) return 0;
   double squares = 0;
-  for (size_t i = 0; i < one.size(); ++i)
+  for (size_t i = 0; i < one.size(); ++i) {
     squares += std::pow(one[i] - other[i], 2);
+  }
   return 10 * std::log10(255 * 255 / (squares / static_cast<double>(one.size()) + 1e-9));
 }
 

@@ -183,8 +183,9 @@ TEST(JpegDecoder, MoreThanAHundredScansAreRefused) {
   const auto end = std::search(first, jpeg.end(), table.begin(), table.end());
   const auto repeated = [&](int times) {
     Bytes all(jpeg.begin(), first);
-    for (int i = 0; i < times; ++i)
+    for (int i = 0; i < times; ++i) {
       all.insert(all.end(), first, end);
+    }
     all.insert(all.end(), end, jpeg.end());
     return all;
   };

@@ -22,8 +22,9 @@ std::vector<JpegSegment> segmentsOf(const Bytes& jpeg) {
 
 std::vector<Bytes> payloadsOf(const std::vector<JpegSegment>& segments) {
   std::vector<Bytes> payloads;
-  for (const JpegSegment& segment : segments)
+  for (const JpegSegment& segment : segments) {
     payloads.push_back(segment.payload);
+  }
   return payloads;
 }
 
@@ -161,8 +162,9 @@ std::vector<JpegSegment> largeMetadata() {
 
 size_t bytesOf(const std::vector<JpegSegment>& metadata) {
   size_t bytes = 0;
-  for (const JpegSegment& segment : metadata)
+  for (const JpegSegment& segment : metadata) {
     bytes += 4 + segment.payload.size();
+  }
   return bytes;
 }
 

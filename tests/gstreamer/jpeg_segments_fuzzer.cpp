@@ -18,8 +18,9 @@ static void fuzzExif(const uint8_t* data, size_t sizeBytes) {
   const std::vector<uint8_t> before = exif;
   const bool set = setExifDimensions(exif.data(), exif.size(), 1008, 752);
   size_t changed = 0;
-  for (size_t i = 0; i < exif.size(); ++i)
+  for (size_t i = 0; i < exif.size(); ++i) {
     changed += exif[i] != before[i] ? 1 : 0;
+  }
   check(changed <= (set ? 8u : 0u));
 }
 

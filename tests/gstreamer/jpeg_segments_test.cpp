@@ -11,8 +11,9 @@ using testing::ElementsAre;
 
 Bytes join(const std::vector<Bytes>& parts) {
   Bytes whole;
-  for (const Bytes& part : parts)
+  for (const Bytes& part : parts) {
     whole.insert(whole.end(), part.begin(), part.end());
+  }
   return whole;
 }
 
@@ -43,8 +44,9 @@ JpegRecipe richRecipe() {
 
 std::vector<int> markersOf(const JpegHeaderReader& reader) {
   std::vector<int> markers;
-  for (const JpegSegment& segment : reader.segments())
+  for (const JpegSegment& segment : reader.segments()) {
     markers.push_back(segment.marker);
+  }
   return markers;
 }
 
@@ -73,12 +75,14 @@ TEST(JpegSegments, PiecesOfAnySizeReadTheSame) {
     reader.feed(jpeg.data(), split);
     ASSERT_EQ(reader.feed(jpeg.data() + split, jpeg.size() - split), Status::Complete) << split;
     ASSERT_EQ(reader.segments().size(), whole.segments().size()) << split;
-    for (size_t i = 0; i < whole.segments().size(); ++i)
+    for (size_t i = 0; i < whole.segments().size(); ++i) {
       ASSERT_EQ(reader.segments()[i].payload, whole.segments()[i].payload) << split;
+    }
   }
   JpegHeaderReader byteByByte;
-  for (uint8_t byte : jpeg)
+  for (uint8_t byte : jpeg) {
     byteByByte.feed(&byte, 1);
+  }
   EXPECT_EQ(byteByByte.status(), Status::Complete);
   EXPECT_EQ(markersOf(byteByByte), markersOf(whole));
 }
@@ -143,10 +147,12 @@ TEST(JpegSegments, TheFirstVerdictStays) {
 }
 
 TEST(JpegSegments, AnyKindOfFrameGivesTheSizeButTablesDoNot) {
-  for (uint8_t marker : std::initializer_list<uint8_t>{0xC1, 0xC2, 0xC3, 0xC5, 0xC9, 0xCF})
+  for (uint8_t marker : std::initializer_list<uint8_t>{0xC1, 0xC2, 0xC3, 0xC5, 0xC9, 0xCF}) {
     EXPECT_EQ(read(join({kSoi, frame(300, 2, marker), kSos})).width(), 300u) << int{marker};
-  for (uint8_t marker : std::initializer_list<uint8_t>{0xC4, 0xC8, 0xCC})
+  }
+  for (uint8_t marker : std::initializer_list<uint8_t>{0xC4, 0xC8, 0xCC}) {
     EXPECT_EQ(read(join({kSoi, frame(300, 2, marker), kSos})).status(), Status::Malformed);
+  }
 }
 
 TEST(JpegSegments, TheLargestOfSeveralFramesCounts) {
@@ -160,8 +166,9 @@ TEST(JpegSegments, AnEndlessHeaderIsGivenUp) {
   JpegHeaderReader reader;
   reader.feed(kSoi.data(), kSoi.size());
   const Bytes block(1 << 20, 0);
-  for (int i = 0; i < 64 && reader.status() == Status::NeedsMore; ++i)
+  for (int i = 0; i < 64 && reader.status() == Status::NeedsMore; ++i) {
     reader.feed(block.data(), block.size());
+  }
   EXPECT_EQ(reader.status(), Status::TooLong);
 }
 
@@ -169,8 +176,9 @@ TEST(JpegSegments, TinySegmentsBeyondTheBoundAreCounted) {
   JpegHeaderReader reader;
   reader.feed(kSoi.data(), kSoi.size());
   const Bytes comment = makeSegment(0xFE, {});
-  for (size_t i = 0; i < JpegHeaderReader::maxSegments + 3; ++i)
+  for (size_t i = 0; i < JpegHeaderReader::maxSegments + 3; ++i) {
     reader.feed(comment.data(), comment.size());
+  }
   EXPECT_EQ(reader.segments().size(), JpegHeaderReader::maxSegments);
   EXPECT_EQ(reader.leftOut(), 3u);
 }

@@ -77,8 +77,9 @@ TEST(PictureMemory, NeverGivesMoreThanThereIsAtOnce) {
       }
     }));
   }
-  for (std::future<void>& asker : askers)
+  for (std::future<void>& asker : askers) {
     asker.get();
+  }
   EXPECT_EQ(wrong, 0);
   EXPECT_EQ(memory.usedBytes(), 0u);
 }

@@ -50,10 +50,13 @@ class Picture {
     });
   }
   void each(const std::function<void(int x, int y, guint c)>& visit) const {
-    for (guint c = 0; c < components(); c++)
-      for (int y = 0; y < height(c); y++)
-        for (int x = 0; x < width(c); x++)
+    for (guint c = 0; c < components(); c++) {
+      for (int y = 0; y < height(c); y++) {
+        for (int x = 0; x < width(c); x++) {
           visit(x, y, c);
+        }
+      }
+    }
   }
   // The greatest difference of a sample from the value.
   int farthestFrom(const std::function<double(int x, int y, guint c)>& value) const {
@@ -107,9 +110,11 @@ double boxMean(const Picture& source, const Picture& scaled, int x, int y) {
   const int across = source.width() / scaled.width();
   const int down = source.height() / scaled.height();
   double sum = 0;
-  for (int j = 0; j < down; j++)
-    for (int i = 0; i < across; i++)
+  for (int j = 0; j < down; j++) {
+    for (int i = 0; i < across; i++) {
       sum += source.at(x * across + i, y * down + j);
+    }
+  }
   return sum / (across * down);
 }
 

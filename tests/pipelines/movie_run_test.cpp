@@ -23,8 +23,9 @@ std::string outputOf(const std::string& command) {
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
   std::string text;
   char part[512];
-  while (pipe && fgets(part, sizeof part, pipe.get()) != nullptr)
+  while (pipe && fgets(part, sizeof part, pipe.get()) != nullptr) {
     text += part;
+  }
   return text;
 }
 

@@ -76,12 +76,14 @@ TEST_F(MovieStop, AtRandomMoments) {
   const auto finishTimers = [] {
     EXPECT_TRUE(waitUntil([] { return liveObjects().count("GstPipeline") == 0; }));
   };
-  for (int i = 0; i < 10; ++i)
+  for (int i = 0; i < 10; ++i) {
     runOnce(stopLater);
+  }
   finishTimers();
   const Footprint before;
-  for (int i = 0; i < 140; ++i)
+  for (int i = 0; i < 140; ++i) {
     runOnce(stopLater);
+  }
   finishTimers();
   expectNoGrowth(before);
 }
@@ -94,20 +96,24 @@ TEST_F(MovieStop, WhileThePadsAreAnnounced) {
         G_CALLBACK(+[](GstElement*, GstPad*, GstElement* pipeline) { postError(pipeline); }),
         task.pipeline);
   };
-  for (int i = 0; i < 10; ++i)
+  for (int i = 0; i < 10; ++i) {
     runOnce(stopAtFirstPad);
+  }
   const Footprint before;
-  for (int i = 0; i < 60; ++i)
+  for (int i = 0; i < 60; ++i) {
     runOnce(stopAtFirstPad);
+  }
   expectNoGrowth(before);
 }
 
 TEST_F(MovieStop, WholeRunsDoNotGrow) {
-  for (int i = 0; i < 3; ++i)
+  for (int i = 0; i < 3; ++i) {
     runOnce(nullptr);
+  }
   const Footprint before;
-  for (int i = 0; i < 10; ++i)
+  for (int i = 0; i < 10; ++i) {
     runOnce(nullptr);
+  }
   expectNoGrowth(before);
 }
 

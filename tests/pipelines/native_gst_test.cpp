@@ -50,8 +50,9 @@ std::function<GstElement*()> pipelineWith(const std::vector<GstMessage*>& messag
     GstElement* pipeline = gst_pipeline_new(nullptr);
     GstBus* bus = gst_pipeline_get_bus(GST_PIPELINE(pipeline));
     gst_bus_set_flushing(bus, FALSE);
-    for (GstMessage* message : messages)
+    for (GstMessage* message : messages) {
       gst_bus_post(bus, message);
+    }
     gst_object_unref(bus);
     return pipeline;
   };

@@ -119,8 +119,9 @@ TEST_F(NativeOrrin, SetupTakesAReferenceBesideThePipelines) {
   EXPECT_THAT(children,
               ElementsAre(task.muxerElement, task.audioEncoderElement, task.videoEncoderElement,
                           GST_ELEMENT(task.decodeBin), task.fileSource));
-  for (GstElement* child : children)
+  for (GstElement* child : children) {
     EXPECT_EQ(GST_OBJECT_REFCOUNT_VALUE(child), 2);
+  }
   EXPECT_EQ(GST_OBJECT_REFCOUNT_VALUE(task.pipeline), 1);
   EXPECT_TRUE(task.teardown(5));
 }
@@ -427,8 +428,9 @@ TEST_F(NativeOrrin, ARefusedStateChangeStillReleasesTheElements) {
     fake::refuseStates = true;
     EXPECT_TRUE(task.teardown(5));
     EXPECT_NE(task.pipeline, nullptr);
-    for (GstElement* element : task.held())
+    for (GstElement* element : task.held()) {
       EXPECT_EQ(element, nullptr);
+    }
     fake::refuseStates = false;
   }
   // The destructor brought the pipeline down.

@@ -199,8 +199,9 @@ TEST_F(ServiceTest, TickWithALiveTaskKeepsAwakeAndTicksOn) {
 
 // Runs in a death test's child: prints what the tick did before it ended the process.
 void printOperations() {
-  for (const auto& operation : fake_vela::operations())
+  for (const auto& operation : fake_vela::operations()) {
     fprintf(stderr, "<%s>", operation.c_str());
+  }
 }
 
 TEST_F(ServiceTest, IdleTickUnregistersAndEndsTheProcess) {

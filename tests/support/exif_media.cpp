@@ -89,8 +89,9 @@ std::vector<Entry> exifEntries(const TiffWriter& tiff, const ExifRecipe& recipe,
   if (recipe.makerNoteBytes > 0) {
     static constexpr std::string_view kStart = "TESTNOTE";
     Bytes note(std::max(recipe.makerNoteBytes, kStart.size()));
-    for (size_t i = 0; i < note.size(); ++i)
+    for (size_t i = 0; i < note.size(); ++i) {
       note[i] = i < kStart.size() ? static_cast<uint8_t>(kStart[i]) : static_cast<uint8_t>(i * 7);
+    }
     entries.push_back({0x927C, Undefined, static_cast<uint32_t>(note.size()), note});
   }
   const auto dimension = [&](uint16_t tag, int value) {
@@ -153,8 +154,9 @@ Bytes makeExif(const ExifRecipe& recipe, int width, int height) {
   const Bytes order = recipe.bigEndian ? Bytes{'M', 'M'} : Bytes{'I', 'I'};
   for (const Bytes& part :
        {order, tiff.u16(42), tiff.u32(kMainAt),
-        tiff.directory(kMainAt, mainEntries(exifAt, gpsAt), secondAt), exif, gps})
+        tiff.directory(kMainAt, mainEntries(exifAt, gpsAt), secondAt), exif, gps}) {
     TiffWriter::append(&payload, part);
+  }
   if (recipe.thumbnail) {
     const Bytes picture = makeThumbnail();
     constexpr uint32_t kEntries = 3;

@@ -25,8 +25,9 @@ void append(Bytes* to, std::string_view text) {
 }
 
 void putU32(Bytes* to, size_t value) {
-  for (int shift = 24; shift >= 0; shift -= 8)
+  for (int shift = 24; shift >= 0; shift -= 8) {
     to->push_back(static_cast<uint8_t>(value >> shift));
+  }
 }
 
 Bytes xmpPayload(const std::string& packet) {
@@ -132,8 +133,9 @@ bool hasInks(const JpegRecipe& recipe) {
 
 void separateScans(jpeg_compress_struct* encoder) {
   static jpeg_scan_info scans[MAX_COMPONENTS];
-  for (int i = 0; i < encoder->num_components; ++i)
+  for (int i = 0; i < encoder->num_components; ++i) {
     scans[i] = {1, {i}, 0, DCTSIZE2 - 1, 0, 0};
+  }
   encoder->scan_info = scans;
   encoder->num_scans = encoder->num_components;
 }
@@ -259,8 +261,9 @@ Bytes gradientPixels(int width, int height, bool gray) {
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
       const auto colour = gradientAt(recipe, x, y);
-      for (size_t i = 0; i < 3; ++i)
+      for (size_t i = 0; i < 3; ++i) {
         pixels.push_back(static_cast<uint8_t>(gray ? colour[0] : colour[i]));
+      }
     }
   }
   return pixels;
@@ -294,8 +297,9 @@ Bytes makeIccProfile(size_t sizeBytes) {
   const auto put = [&](size_t at, std::string_view text) {
     std::copy(text.begin(), text.end(), profile.begin() + static_cast<ptrdiff_t>(at));
   };
-  for (size_t i = kHeaderBytes; i < profile.size(); ++i)
+  for (size_t i = kHeaderBytes; i < profile.size(); ++i) {
     profile[i] = static_cast<uint8_t>(i * 13);
+  }
   Bytes length;
   putU32(&length, profile.size());
   std::copy(length.begin(), length.end(), profile.begin());

@@ -82,8 +82,9 @@ bool dieElsewhere(VSHandle*, VSMessage*, void*) {
 bool answerWhenToldTo(VSHandle* handle, VSMessage* message, void*) {
   VSMessageRef(message);
   std::thread([handle, message] {
-    while (access(VSMessageGetPayload(message), F_OK) != 0)
+    while (access(VSMessageGetPayload(message), F_OK) != 0) {
       usleep(2000);
+    }
     VSMessageReply(handle, message, "told", nullptr);
     VSMessageUnref(message);
   }).detach();

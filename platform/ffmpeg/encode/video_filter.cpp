@@ -69,8 +69,9 @@ std::string videoFilter(const Options& options, const VideoFacts& video, Picture
   const PictureSize inner = shapeWithin(size, seen);
   const bool isSquare = !video.pixelAspect.isKnown() || video.pixelAspect.value() == 1;
   const bool isEven = video.width % 2 == 0 && video.height % 2 == 0;
-  if (inner == seen && inner == size && isSquare && isEven && change.empty() && !isMapped)
+  if (inner == seen && inner == size && isSquare && isEven && change.empty() && !isMapped) {
     return "";
+  }
 
   std::string chain = "scale=" + std::to_string(inner.width) + ":" + std::to_string(inner.height) +
                       ":flags=bicubic" + change + ",setsar=1";

@@ -45,8 +45,9 @@ std::vector<PictureSize> freeSizes(const VideoFacts& video) {
     const PictureSize size = scaled(sizes.front(), scale);
     const double pixels = static_cast<double>(size.width) * size.height;
     if (pixels < kSmallestPixels ||
-        pixels >= static_cast<double>(sizes.front().width) * sizes.front().height)
+        pixels >= static_cast<double>(sizes.front().width) * sizes.front().height) {
       break;
+    }
     if (size != sizes.back()) sizes.push_back(size);
   }
   return sizes;
@@ -101,8 +102,9 @@ Rate wantedRate(const Options& options, const VideoFacts& video) {
   if (options.frameRate.empty()) return {ownRate(options, video)};
   const Ratio asked = askedRate(options.frameRate);
   const bool isUneven = video.nominalRate.value() > video.averageRate.value();
-  if (isUneven && isNear(asked.value(), video.averageRate.value()))
+  if (isUneven && isNear(asked.value(), video.averageRate.value())) {
     return {ownRate(options, video)};
+  }
   const bool isFilledIn = options.videoCodec == "h263" && isNear(asked.value(), kFilledInRate);
   return {asked, !isFilledIn};
 }

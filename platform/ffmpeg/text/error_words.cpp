@@ -23,8 +23,9 @@ void removeAddresses(std::string* line) {
   const std::string mark = " @ 0x";
   for (size_t at = line->find(mark); at != std::string::npos; at = line->find(mark, at)) {
     size_t end = at + mark.size();
-    while (end < line->size() && isxdigit(static_cast<unsigned char>((*line)[end])))
+    while (end < line->size() && isxdigit(static_cast<unsigned char>((*line)[end]))) {
       ++end;
+    }
     line->erase(at, end - at);
   }
 }

@@ -82,8 +82,9 @@ void constructed(GObject* object) {
   auto* self = encoderBin(object);
   GstElement* inside = nullptr;
   const char* const* choice = TARN_ENCODER_BIN_CLASS(G_OBJECT_GET_CLASS(object))->choices;
-  while (inside == nullptr && *choice != nullptr)
+  while (inside == nullptr && *choice != nullptr) {
     inside = build(*choice++);
+  }
   if (inside != nullptr) gst_bin_add(GST_BIN(self), inside);
   self->usable = inside != nullptr;
   addPad(self, inside, "sink");

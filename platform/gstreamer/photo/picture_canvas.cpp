@@ -46,8 +46,9 @@ PictureCanvas::PictureCanvas(const JpegDecoder& source, const GstVideoInfo& pict
 
 void PictureCanvas::takeRows() {
   for (size_t i = 0; i < resamplers.size(); i++) {
-    for (int y = 0; y < decoder.rowCount(i); y++)
+    for (int y = 0; y < decoder.rowCount(i); y++) {
       resamplers[i].takeRow(decoder.row(i, y), 1);
+    }
   }
 }
 
@@ -64,8 +65,9 @@ Rgb PictureCanvas::pixel(int x, int y) const {
   const auto place = static_cast<size_t>(y) * static_cast<size_t>(GST_VIDEO_INFO_WIDTH(&layout)) +
                      static_cast<size_t>(x);
   std::array<int, 4> values = {};
-  for (size_t i = 0; i < scaled.size(); i++)
+  for (size_t i = 0; i < scaled.size(); i++) {
     values[i] = scaled[i][place];
+  }
   return toRgb(decoder.colours(), decoder.isInverted(), values);
 }
 

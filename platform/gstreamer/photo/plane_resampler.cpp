@@ -40,8 +40,9 @@ double lanczos(double x) {
       1024;  // for each unit of x; between two, a straight line is exact to 2^-18
   static const auto table = [] {
     std::array<double, kLobes* kSteps + 2> values = {};
-    for (int i = 0; i < kLobes * kSteps; i++)
+    for (int i = 0; i < kLobes * kSteps; i++) {
       values[static_cast<size_t>(i)] = exactLanczos(static_cast<double>(i) / kSteps);
+    }
     return values;
   }();
   const double place = std::min(std::abs(x), static_cast<double>(kLobes)) * kSteps;
@@ -53,8 +54,9 @@ double lanczos(double x) {
 // Each weight takes over what was lost in rounding those before it, so that the sum is exact.
 void roundWeights(const std::vector<double>& exact, int16_t* weights) {
   double sum = 0;
-  for (const double weight : exact)
+  for (const double weight : exact) {
     sum += weight;
+  }
   double soFar = 0;
   int roundedSoFar = 0;
   for (const double weight : exact) {
@@ -99,8 +101,9 @@ void weighRows(const uint8_t* const* rows, const int16_t* weights, int count, si
       sums[2] = _mm_add_epi32(sums[2], _mm_madd_epi16(_mm_unpacklo_epi8(high, zero), pair));
       sums[3] = _mm_add_epi32(sums[3], _mm_madd_epi16(_mm_unpackhi_epi8(high, zero), pair));
     }
-    for (__m128i& sum : sums)
+    for (__m128i& sum : sums) {
       sum = _mm_srai_epi32(sum, kRowShift);
+    }
     auto* const to = reinterpret_cast<__m128i*>(weighed + x);
     _mm_storeu_si128(to, _mm_packs_epi32(sums[0], sums[1]));
     _mm_storeu_si128(to + 1, _mm_packs_epi32(sums[2], sums[3]));
@@ -110,8 +113,9 @@ void weighRows(const uint8_t* const* rows, const int16_t* weights, int count, si
 // Four sums of one window, to be added up.
 __m128i weighWindow(const int16_t* samples, const int16_t* weights, int stride) {
   __m128i sums = _mm_madd_epi16(load(samples), load(weights));
-  for (int i = kWeightsAtOnce; i < stride; i += kWeightsAtOnce)
+  for (int i = kWeightsAtOnce; i < stride; i += kWeightsAtOnce) {
     sums = _mm_add_epi32(sums, _mm_madd_epi16(load(samples + i), load(weights + i)));
+  }
   return sums;
 }
 
@@ -140,14 +144,17 @@ void weighRows(const uint8_t* const* rows, const int16_t* weights, int count, si
                int16_t* weighed) {
   for (size_t x = 0; x < width; x += kSamplesAtOnce) {
     int32_t sums[kSamplesAtOnce];
-    for (int32_t& sum : sums)
+    for (int32_t& sum : sums) {
       sum = 1 << (kRowShift - 1);
-    for (int i = 0; i < count; i++) {
-      for (size_t j = 0; j < kSamplesAtOnce; j++)
-        sums[j] += static_cast<int16_t>(rows[i][x + j]) * weights[i];
     }
-    for (size_t j = 0; j < kSamplesAtOnce; j++)
+    for (int i = 0; i < count; i++) {
+      for (size_t j = 0; j < kSamplesAtOnce; j++) {
+        sums[j] += static_cast<int16_t>(rows[i][x + j]) * weights[i];
+      }
+    }
+    for (size_t j = 0; j < kSamplesAtOnce; j++) {
       weighed[x + j] = static_cast<int16_t>(sums[j] >> kRowShift);
+    }
   }
 }
 
@@ -155,8 +162,9 @@ void weighWindows(const int16_t* row, const int* firsts, const int16_t* weights,
                   int count, uint8_t* samples) {
   for (int x = 0; x < count; x++) {
     int32_t sum = 1 << (kWeightBits + kRowBits - 1);
-    for (int i = 0; i < stride; i++)
+    for (int i = 0; i < stride; i++) {
       sum += row[firsts[x] + i] * weights[i];
+    }
     samples[x] = static_cast<uint8_t>(std::clamp(sum >> (kWeightBits + kRowBits), 0, 255));
     weights += stride;
   }
@@ -189,8 +197,9 @@ PlaneResampler::Filter PlaneResampler::makeFilter(const PlaneSide& from, int new
   for (size_t i = 0; i < static_cast<size_t>(newSize); i++) {
     const double centre = (static_cast<double>(i) + 0.5) * scale;
     exact.clear();
-    for (int j = filter.firsts[i]; j < filter.ends[i]; j++)
+    for (int j = filter.firsts[i]; j < filter.ends[i]; j++) {
       exact.push_back(lanczos((j + 0.5 - centre) / stretch));
+    }
     roundWeights(exact, &filter.weights[i * static_cast<size_t>(filter.stride)]);
   }
   return filter;
@@ -228,8 +237,9 @@ void PlaneResampler::takeRow(const uint8_t* samples, ptrdiff_t stepBytes) {
   if (stepBytes == 1) {
     std::copy_n(samples, width, place);
   } else {
-    for (int x = 0; x < width; x++)
+    for (int x = 0; x < width; x++) {
       place[x] = samples[x * stepBytes];
+    }
   }
   while (made < to.height && down.ends[static_cast<size_t>(made)] <= taken) {
     makeRow(made);
@@ -241,8 +251,9 @@ void PlaneResampler::makeRow(int y) {
   const auto window = static_cast<size_t>(y);
   const int first = down.firsts[window];
   const int count = down.ends[window] - first;
-  for (int i = 0; i < count; i++)
+  for (int i = 0; i < count; i++) {
     windowRows[static_cast<size_t>(i)] = keptRow(first + i);
+  }
   // An odd row is paired with itself, of weight zero.
   if (count % 2 != 0) windowRows[static_cast<size_t>(count)] = keptRow(first);
   weighRows(windowRows.data(), &down.weights[window * static_cast<size_t>(down.stride)],
@@ -257,14 +268,16 @@ void PlaneResampler::putRow(const uint8_t* samples, ptrdiff_t stepBytes, int y) 
     std::copy_n(samples, to.width, place);
     return;
   }
-  for (int x = 0; x < to.width; x++)
+  for (int x = 0; x < to.width; x++) {
     place[x * to.stepBytes] = samples[x * stepBytes];
+  }
 }
 
 void resamplePlane(const PlaneOf<const uint8_t>& from, const PlaneOf<uint8_t>& to) {
   const PlaneSide width = {from.width, static_cast<double>(from.width)};
   const PlaneSide height = {from.height, static_cast<double>(from.height)};
   PlaneResampler resampler(width, height, to, to.width, to.height);
-  for (int y = 0; y < from.height; y++)
+  for (int y = 0; y < from.height; y++) {
     resampler.takeRow(from.samples + y * from.rowBytes, from.stepBytes);
+  }
 }

@@ -15,8 +15,9 @@ static constexpr char kPluginName[] = "tarnphoto";
 // looked at or loaded; ours follows it at once.
 static void takeNameBack(GstRegistry*, GstPluginFeature* feature, gpointer plugin) {
   if (strcmp(gst_plugin_feature_get_name(feature), kJpegDecName) == 0 &&
-      strcmp(gst_plugin_feature_get_plugin_name(feature), kPluginName) != 0)
+      strcmp(gst_plugin_feature_get_plugin_name(feature), kPluginName) != 0) {
     registerJpegDec(static_cast<GstPlugin*>(plugin));
+  }
 }
 
 static gboolean registerElements(GstPlugin* plugin) {

@@ -65,8 +65,9 @@ GstCaps* fixateCaps(GstBaseTransform*, GstPadDirection, GstCaps* caps, GstCaps* 
   GstStructure* other = gst_caps_get_structure(others, 0);
   for (const char* side : {"width", "height"}) {
     int size = 0;
-    if (gst_structure_get_int(known, side, &size))
+    if (gst_structure_get_int(known, side, &size)) {
       gst_structure_fixate_field_nearest_int(other, side, size);
+    }
   }
   return gst_caps_fixate(others);
 }
@@ -87,8 +88,9 @@ PlaneOf<Sample> component(const GstVideoFrame& frame, guint i) {
 
 GstFlowReturn transformFrame(GstVideoFilter* filter, GstVideoFrame* in, GstVideoFrame* out) {
   try {
-    for (guint i = 0; i < GST_VIDEO_FRAME_N_COMPONENTS(in); i++)
+    for (guint i = 0; i < GST_VIDEO_FRAME_N_COMPONENTS(in); i++) {
       resamplePlane(component<const uint8_t>(*in, i), component<uint8_t>(*out, i));
+    }
     return GST_FLOW_OK;
   } catch (const std::bad_alloc&) {
     GST_ELEMENT_ERROR(filter, RESOURCE, NO_SPACE_LEFT, ("There is not enough memory."), (nullptr));
