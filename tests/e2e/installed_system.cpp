@@ -18,11 +18,8 @@ namespace {
 PrivateBus::Options busOptions(const std::string& executable, const TempDir& dir) {
   PrivateBus::Options options;
   options.environment = {{"XDG_CACHE_HOME", dir / "cache"}, {"XDG_RUNTIME_DIR", dir / "run"}};
-  if (executable.empty()) {
-    options.serviceDirs = {installed("share/dbus-1/services")};
-  } else {
-    options.services = {{kTranscode, executable}};
-  }
+  options.serviceDirs = {installed("share/dbus-1/services")};
+  if (!executable.empty()) options.services = {{kTranscode, executable}};  // comes before those
   return options;
 }
 
@@ -47,14 +44,7 @@ std::shared_ptr<BusClient::Pending> InstalledSystem::start(const std::string& me
 }
 
 pid_t InstalledSystem::daemonPid() {
-  const std::string owner = busClient.ownerOf(kTranscode);
-  if (owner.empty()) return 0;
-  const Result result =
-      busClient.callRaw("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                        "GetConnectionUnixProcessID", g_variant_new("(s)", owner.c_str()));
-  int pid = 0;
-  sscanf(result.reply.c_str(), "(%d,)", &pid);
-  return pid;
+  return busClient.processOf(kTranscode);
 }
 
 void InstalledSystem::endDaemon() {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -315,6 +316,15 @@ std::string BusClient::ownerOf(const std::string& name) {
   return callRaw("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                  "GetNameOwner", g_variant_new("(s)", name.c_str()))
       .reply;
+}
+
+pid_t BusClient::processOf(const std::string& name) {
+  const Result result =
+      callRaw("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+              "GetConnectionUnixProcessID", g_variant_new("(s)", name.c_str()));
+  int pid = 0;
+  sscanf(result.reply.c_str(), "(%d,)", &pid);
+  return pid;
 }
 
 bool BusClient::waitForName(const std::string& name, bool present, int deadlineMs) {

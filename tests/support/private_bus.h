@@ -107,6 +107,8 @@ class BusClient {
   bool waitForName(const std::string& name, bool present, int deadlineMs = kTimeoutMs);
   // The unique name behind a name, "" for none.
   std::string ownerOf(const std::string& name);
+  // The process behind a name, 0 for none.
+  pid_t processOf(const std::string& name);
   // For what the above does not do. Borrowed.
   GDBusConnection* raw() const { return connection; }
 
