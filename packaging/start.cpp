@@ -105,6 +105,8 @@ void prepareEnvironment(const std::string& here) {
   // Each thread keeps what it frees for its next request, and the threshold for giving it back
   // grows with the largest picture so far, unless it is fixed.
   setenv("MALLOC_TRIM_THRESHOLD_", "131072", 1);
+  // One arena for the main thread and one for all that decode: a heap a thread is a leftover each.
+  setenv("MALLOC_ARENA_MAX", "2", 1);
 }
 
 // Every child process leaves two descriptors open in the daemon.

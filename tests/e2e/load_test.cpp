@@ -8,6 +8,7 @@
 
 #include "tests/e2e/installed_system.h"
 #include "tests/support/jpeg_media.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -135,6 +136,31 @@ TEST(LoadTest, TwoHundredBigPicturesStayInBounds) {
   }
   EXPECT_GT(peakKb, 10 * 1024);
   EXPECT_LT(peakKb, 600 * 1024);
+}
+
+// Of many at once no more stays than of one: their streaming threads leave nothing behind.
+TEST(LoadTest, MemoryIsBackAfterTwentyPicturesAtOnce) {
+  InstalledSystem system(lastingDaemon());
+  const std::string in = writePicture(system, 2000, 1500);
+  const auto request = [&](int i) {
+    return resizeRequest(in, system.files() / (std::to_string(i) + ".jpg"), 50000);
+  };
+  ASSERT_THAT(system.call("resizeImage", request(0)).reply,
+              testing::StartsWith(R"({"returnValue":true,)"));
+  const pid_t daemon = system.daemonPid();
+  const long afterOne = residentKb(daemon);
+  ASSERT_GT(afterOne, 0);
+  std::vector<std::shared_ptr<BusClient::Pending>> pending;
+  for (int i = 0; i < 20; ++i)
+    pending.push_back(system.start("resizeImage", request(i)));
+  for (const auto& call : pending) {
+    EXPECT_THAT(system.client().wait(call).reply, testing::StartsWith(R"({"returnValue":true,)"));
+  }
+  // Well before the threads, which keep some of it, end.
+  EXPECT_TRUE(
+      waitUntil([&] { return residentKb(daemon) <= afterOne + 2048; }, std::chrono::seconds(5)))
+      << afterOne << " kB after one, " << residentKb(daemon) << " kB after twenty";
+  EXPECT_EQ(system.daemonPid(), daemon);
 }
 
 // What the first requests left behind must not slow the last ones down.

@@ -47,6 +47,7 @@ TEST_F(LauncherTest, TheDaemonHasGivenUpWhatItDoesNotNeed) {
   EXPECT_THAT(about("status"), HasSubstr("Seccomp:\t2\n"));
   EXPECT_TRUE(hasVariable("PATH=" + installed("libexec/tarn-transcode/bin")));
   EXPECT_TRUE(hasVariable("MALLOC_TRIM_THRESHOLD_=131072"));
+  EXPECT_TRUE(hasVariable("MALLOC_ARENA_MAX=2"));
   EXPECT_TRUE(serves());
   EXPECT_TRUE(std::filesystem::exists(system.files() / "home/.cache/tarn-transcode/registry.bin"));
 }

@@ -21,6 +21,7 @@
 #include "platform/gstreamer/define_type.h"
 #include "platform/gstreamer/gst_ref.h"
 #include "platform/gstreamer/photo/elements.h"
+#include "platform/gstreamer/photo/heap_trim.h"
 #include "platform/gstreamer/photo/picture_canvas.h"
 #include "platform/gstreamer/photo/picture_memory.h"
 #include "platform/jpeg/jpeg_decoder.h"
@@ -339,6 +340,7 @@ void finalize(GObject* object) {
   delete self->decoding;
   delete self->waiter;
   G_OBJECT_CLASS(tarn_jpeg_dec_parent_class)->finalize(object);
+  trimHeapWhenQuiet();
 }
 
 }  // namespace
