@@ -30,6 +30,20 @@ struct HeaderErrors {
 
 void sayNothing(j_common_ptr) {}
 
+constexpr int kMarker = 0xff;
+constexpr int kStart = 0xd8;
+constexpr int kScan = 0xda;
+constexpr int kEnd = 0xd9;
+
+int nextByte(const Stream& stream) {
+  return getc_unlocked(stream.get());
+}
+
+// Whether no segment follows: a byte of data that looks like a marker, or one between two parts.
+bool standsAlone(int marker) {
+  return marker == 0 || marker == 1 || (marker >= 0xd0 && marker <= 0xd7);
+}
+
 // No object with a destructor may live in here: longjmp skips them.
 bool readsAsHeader(FILE* stream, HeaderErrors* errors, JpegSize* size) {
   jpeg_decompress_struct reader;
@@ -64,10 +78,22 @@ bool readJpegSize(const std::string& path, JpegSize* size, std::string* error) {
 
 bool isWholeJpeg(const std::string& path) {
   const Stream stream(fopen(path.c_str(), "rb"));
-  if (stream == nullptr) return false;
-  unsigned char start[2];
-  unsigned char end[2];
-  return fread(start, 1, 2, stream.get()) == 2 && fseek(stream.get(), -2, SEEK_END) == 0 &&
-         ftell(stream.get()) >= 2 && fread(end, 1, 2, stream.get()) == 2 && start[0] == 0xff &&
-         start[1] == 0xd8 && end[0] == 0xff && end[1] == 0xd9;
+  if (stream == nullptr || nextByte(stream) != kMarker || nextByte(stream) != kStart) return false;
+  bool hasScan = false;
+  for (int byte = nextByte(stream); byte != EOF; byte = nextByte(stream)) {
+    if (byte != kMarker) {
+      if (!hasScan) return false;
+      continue;  // the data of a scan
+    }
+    do {
+      byte = nextByte(stream);
+    } while (byte == kMarker);
+    if (byte == kEnd) return hasScan;
+    if (standsAlone(byte)) continue;
+    hasScan |= byte == kScan;
+    const int high = nextByte(stream);
+    const int low = nextByte(stream);
+    if (low == EOF || fseek(stream.get(), high * 256 + low - 2, SEEK_CUR) != 0) return false;
+  }
+  return false;
 }

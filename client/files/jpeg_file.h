@@ -15,7 +15,8 @@ struct JpegSize {
 // JPEG.
 bool readJpegSize(const std::string& path, JpegSize* size, std::string* error);
 
-// Whether the file begins and ends as a whole JPEG does.
+// Whether the file begins with a JPEG picture that goes to its end marker. Its data is not decoded.
+// What follows it is not looked at: telephones put a clip there, or nothing but zeros.
 bool isWholeJpeg(const std::string& path);
 
 #endif

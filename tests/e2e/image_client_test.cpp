@@ -58,6 +58,17 @@ TEST_F(ImageClientTest, CopiesAPictureThatFitsAndAsksNobody) {
             R"({"returnValue":true,"xSize":1000,"ySize":750,"ImageSize":)" + bytes + "}\n");
 }
 
+// As telephones write them: a clip of the moment behind the picture.
+TEST_F(ImageClientTest, CopiesAPictureThatFitsWithWhatIsBehindIt) {
+  const std::string file = readFile(dir / "in.jpg") + std::string(
+                                                          "\0\0\0\x18"
+                                                          "ftypmp42",
+                                                          12);
+  dir.write("in.jpg", file);
+  EXPECT_EQ(client("resize-image in.jpg out.jpg --size 10M").exitCode, 0) << errors();
+  EXPECT_EQ(readFile(dir / "out.jpg"), file);
+}
+
 TEST_F(ImageClientTest, EncodesAPictureThatFitsAnewWhenTold) {
   const auto result = client("resize-image in.jpg out.jpg --size 10M --always");
   EXPECT_EQ(result.exitCode, 0) << errors();
