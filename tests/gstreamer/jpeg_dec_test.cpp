@@ -4,11 +4,9 @@
 #include <gst/video/video.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <memory>
 
 #include "tests/support/jpeg_media.h"
-#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -180,49 +178,6 @@ TEST_P(JpegDecKinds, ShrunkColoursAreTheSourceToo) {
     EXPECT_GE(psnr(pixelsOf(decoding), gradientPixels(width, height, isGray)), 36) << width;
   }
 }
-
-bool isOurs() {
-  g_autoptr(GstElementFactory) factory = gst_element_factory_find("jpegdec");
-  return factory != nullptr &&
-         g_strcmp0(gst_plugin_feature_get_plugin_name(GST_PLUGIN_FEATURE(factory)), "tarnphoto") ==
-             0;
-}
-
-// The encoder beside it is GStreamer's, whose plug-in has a "jpegdec" too, and registers it again
-// when the encoder is made.
-TEST(JpegDec, StaysOursWhenTheEncoderIsLoaded) {
-  gst_object_unref(gst_object_ref_sink(gst_element_factory_make("jpegdec", nullptr)));
-  EXPECT_TRUE(isOurs());
-  gst_object_unref(gst_object_ref_sink(gst_element_factory_make("jpegenc", nullptr)));
-  EXPECT_TRUE(isOurs());
-}
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // gst-inspect is not sanitized
-
-// In whatever order the two files are found, in a new registry, in one that is read again, and when
-// ours has changed.
-TEST(JpegDec, IsOursHoweverTheRegistryCameAbout) {
-  const auto shell = [](const std::string& command) { return system(command.c_str()); };
-  for (const char* paths : {"$F:$F/ours", "$F/ours:$F"}) {
-    const TempDir dir;
-    const std::string& folder = dir.path();
-    const std::string isOurs = "F=" + folder +
-                               "; export GST_PLUGIN_SYSTEM_PATH_1_0= GST_REGISTRY_FORK=no "
-                               "GST_REGISTRY_1_0=$F/registry; gst-inspect-1.0 --gst-plugin-path=" +
-                               paths + " jpegdec | grep -q 'Name *tarnphoto'";
-    ASSERT_EQ(shell("mkdir -p " + folder + "/ours && cd " + folder +
-                    " && ln -s " SYSTEM_PLUGINS "/libgstjpeg.so . && cp -L " TESTED_PLUGINS
-                    "/libgsttarnphoto.so ours"),
-              0);
-    EXPECT_EQ(shell(isOurs), 0) << paths;
-    EXPECT_EQ(shell(isOurs), 0) << paths;
-    ASSERT_EQ(shell("touch -d 2001-02-03 " + folder + "/ours/libgsttarnphoto.so"), 0);
-    EXPECT_EQ(shell(isOurs), 0) << paths;
-    EXPECT_EQ(shell(isOurs), 0) << paths;
-  }
-}
-
-#endif
 
 TEST(JpegDec, MakesTheSizeThatComesFirstDownstream) {
   Decoding decoding("video/x-raw,width=100,height=60;video/x-raw");

@@ -14,6 +14,9 @@ bool registerMetadataMux(GstPlugin* plugin);
 // "jpegdec": decodes a JPEG picture into the size that downstream would rather have.
 constexpr char kJpegDecName[] = "jpegdec";
 bool registerJpegDec(GstPlugin* plugin);
+// "filesink": puts whole pictures into a file.
+constexpr char kFileSinkName[] = "filesink";
+bool registerFileSink(GstPlugin* plugin);
 // "videoscale": makes the picture another size.
 bool registerVideoScale(GstPlugin* plugin);
 

@@ -10,24 +10,32 @@ static constexpr char kPluginName[] = "tarnphoto";
 #define PACKAGE "tarn-transcode"
 #endif
 
-// GStreamer's own plug-in of JPEG elements, whose encoder is in use, has a "jpegdec" too, and of
-// two features with one name the one registered last stays. It registers its own whenever it is
-// looked at or loaded; ours follows it at once.
+// GStreamer's own plug-ins of JPEG and of core elements, other parts of which are in use, have
+// elements of these names too, and of two features with one name the one registered last stays.
+// They register theirs whenever they are looked at or loaded; ours follow at once.
+static constexpr struct {
+  const char* name;
+  bool (*registerOurs)(GstPlugin*);
+} kTaken[] = {{kJpegDecName, registerJpegDec}, {kFileSinkName, registerFileSink}};
+
 static void takeNameBack(GstRegistry*, GstPluginFeature* feature, gpointer plugin) {
-  if (strcmp(gst_plugin_feature_get_name(feature), kJpegDecName) == 0 &&
-      strcmp(gst_plugin_feature_get_plugin_name(feature), kPluginName) != 0) {
-    registerJpegDec(static_cast<GstPlugin*>(plugin));
+  if (strcmp(gst_plugin_feature_get_plugin_name(feature), kPluginName) == 0) return;
+  for (const auto& [name, registerOurs] : kTaken) {
+    if (strcmp(gst_plugin_feature_get_name(feature), name) == 0) {
+      registerOurs(static_cast<GstPlugin*>(plugin));
+    }
   }
 }
 
 static gboolean registerElements(GstPlugin* plugin) {
   g_signal_connect(gst_registry_get(), "feature-added", G_CALLBACK(takeNameBack), plugin);
-  // When that file changes and is looked at again, so is this one.
-  gst_plugin_add_dependency_simple(plugin, nullptr, GST_PLUGINS_DIR, "libgstjpeg.so",
+  // When one of those files changes and is looked at again, so is this one.
+  gst_plugin_add_dependency_simple(plugin, nullptr, GST_PLUGINS_DIR,
+                                   "libgstjpeg.so,libgstcoreelements.so",
                                    GST_PLUGIN_DEPENDENCY_FLAG_NONE);
   registerMetadataTag();
   return registerMetadataDemux(plugin) && registerMetadataMux(plugin) && registerJpegDec(plugin) &&
-         registerVideoScale(plugin);
+         registerVideoScale(plugin) && registerFileSink(plugin);
 }
 
 // The macro casts const away.
