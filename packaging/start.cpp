@@ -16,6 +16,8 @@
 #include <memory>
 #include <string>
 
+#include "packaging/daemon_log.h"
+
 namespace {
 
 // Who takes over the daemon by a photo should find no way from it to the network, to other
@@ -79,7 +81,7 @@ bool giveUpCalls() {
 // A folder that the environment names, "" when it does not.
 std::string folderOf(const char* variable) {
   const char* value = getenv(variable);
-  return value && value[0] == '/' ? value : "";
+  return value != nullptr && value[0] == '/' ? value : "";
 }
 
 // Where GStreamer keeps what it knows of its plug-ins. Beneath a device there can be no file: it
@@ -139,7 +141,9 @@ int main() {
   raiseDescriptorLimit();
   if (!giveUpCalls()) return fail("the system calls that nobody needs cannot be given up");
   const std::string daemon = here + "/transcoded";
+  const int formerError = redirectOutput();
   const std::string plugins = "--gst-plugin-path=" + here + "/" + TARN_PLUGINDIR_FROM_LIBEXEC;
   execl(daemon.c_str(), daemon.c_str(), plugins.c_str(), nullptr);
+  if (formerError >= 0) dup2(formerError, STDERR_FILENO);
   return fail(daemon.c_str());
 }

@@ -17,7 +17,8 @@ namespace {
 
 PrivateBus::Options busOptions(const std::string& executable, const TempDir& dir) {
   PrivateBus::Options options;
-  options.environment = {{"XDG_CACHE_HOME", dir / "cache"}, {"XDG_RUNTIME_DIR", dir / "run"}};
+  options.environment = {
+      {"XDG_CACHE_HOME", dir / "cache"}, {"XDG_RUNTIME_DIR", dir / "run"}, {"TARN_LOG", "-"}};
   options.serviceDirs = {installed("share/dbus-1/services")};
   if (!executable.empty()) options.services = {{kTranscode, executable}};  // comes before those
   return options;

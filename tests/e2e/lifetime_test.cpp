@@ -21,6 +21,7 @@ class LifetimeTest : public testing::Test {
   std::vector<std::string> environment(std::vector<std::string> more = {}) {
     auto variables = system.bus().environment();
     variables.push_back("XDG_CACHE_HOME=" + (system.files() / "cache"));
+    variables.emplace_back("TARN_LOG=-");
     variables.insert(variables.end(), more.begin(), more.end());
     return variables;
   }
@@ -77,10 +78,11 @@ TEST_F(LifetimeTest, FailsWithStatusZeroWhenTheNameIsTaken) {
 }
 
 TEST_F(LifetimeTest, FailsWithStatusZeroWithoutABus) {
-  SpawnedProgram daemon(installed("libexec/tarn-transcode/start"),
-                        {"PATH=/usr/bin:/bin", "DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere",
-                         "XDG_CACHE_HOME=" + (system.files() / "cache")},
-                        logPath());
+  SpawnedProgram daemon(
+      installed("libexec/tarn-transcode/start"),
+      {"TARN_LOG=-", "PATH=/usr/bin:/bin", "DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere",
+       "XDG_CACHE_HOME=" + (system.files() / "cache")},
+      logPath());
   const auto status = daemon.waitForEnd(20000);
   ASSERT_TRUE(status);
   EXPECT_EQ(*status, 0);

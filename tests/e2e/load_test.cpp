@@ -185,7 +185,9 @@ TEST(LoadTest, FiveThousandSmallPicturesWithoutAPause) {
   }
   const double last = hundred();
   EXPECT_EQ(system.daemonPid(), daemon);
-  EXPECT_LE(last, 1.5 * first) << "first " << first << " s, last " << last << " s";
+  // A busy machine's caches cost up to the same again; what stayed behind would cost many times
+  // that.
+  EXPECT_LE(last, 3 * first) << "first " << first << " s, last " << last << " s";
 }
 
 #endif

@@ -52,6 +52,41 @@ TEST_F(LauncherTest, TheDaemonHasGivenUpWhatItDoesNotNeed) {
   EXPECT_TRUE(std::filesystem::exists(system.files() / "home/.cache/tarn-transcode/registry.bin"));
 }
 
+TEST_F(LauncherTest, TheDaemonsWordsGoToAFileOfItsOwn) {
+  const std::string folder = system.files() / "run/tarn-transcode";
+  std::filesystem::create_directories(folder);
+  writeFile(folder + "/log", std::string(2000000, 'x'));
+  launch({"XDG_RUNTIME_DIR=" + (system.files() / "run")});
+  EXPECT_TRUE(serves());
+  EXPECT_THAT(readFile(folder + "/log"), AllOf(HasSubstr("trying res"), Not(HasSubstr("xx"))));
+  EXPECT_EQ(readFile(system.files() / "log"), "");
+}
+
+TEST_F(LauncherTest, TheDaemonsWordsGoWhereTarnLogSays) {
+  const std::string named = system.files() / "named";
+  writeFile(named, "before\n");
+  launch({"TARN_LOG=" + named});
+  EXPECT_TRUE(serves());
+  EXPECT_THAT(readFile(named), AllOf(testing::StartsWith("before\n"), HasSubstr("trying res")));
+  EXPECT_EQ(readFile(system.files() / "log"), "");
+}
+
+TEST_F(LauncherTest, TheDaemonsWordsStayWhereTarnLogIsADash) {
+  launch({"TARN_LOG=-"});
+  EXPECT_TRUE(serves());
+  EXPECT_THAT(readFile(system.files() / "log"), HasSubstr("trying res"));
+}
+
+// The bus's standard error is often a terminal: a service manager's is told by its number.
+TEST_F(LauncherTest, TheDaemonsWordsStayInTheJournal) {
+  const std::string log = system.files().write("log", "");
+  struct stat status {};
+  ASSERT_EQ(stat(log.c_str(), &status), 0);
+  launch({"JOURNAL_STREAM=" + std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino)});
+  EXPECT_TRUE(serves());
+  EXPECT_THAT(readFile(log), HasSubstr("trying res"));
+}
+
 TEST_F(LauncherTest, WithoutAHomeNothingIsWrittenElsewhere) {
   std::filesystem::create_directory(system.files() / "run");
   launch({"XDG_RUNTIME_DIR=" + (system.files() / "run")});
@@ -77,7 +112,7 @@ TEST_F(LauncherTest, NoWayToTheNetworkIntoTheKernelOrToOthersMemory) {
   std::filesystem::copy_file(installed("libexec/tarn-transcode/start"), folder + "/start");
   std::filesystem::copy_file(ATTACKER, folder + "/transcoded");
   SpawnedProgram attacker(folder + "/start",
-                          {"ATTACK_FOLDER=" + prey.victim().folder,
+                          {"TARN_LOG=-", "ATTACK_FOLDER=" + prey.victim().folder,
                            "ATTACK_PROCESS=" + std::to_string(prey.victim().process)},
                           system.files() / "log");
   ASSERT_TRUE(attacker.waitForEnd(10000));
