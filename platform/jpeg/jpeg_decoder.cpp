@@ -42,7 +42,8 @@ struct JpegDecoder::Libjpeg {
   jpeg_progress_mgr progress = {};
   jmp_buf failed = {};
 
-  std::vector<uint8_t> data;   // what libjpeg has not taken yet
+  std::vector<uint8_t> data;
+  size_t takenBytes = 0;       // of data, by libjpeg
   size_t skipBytes = 0;        // of data still to come
   bool ended = false;          // no more data will come
   bool endWasMissing = false;  // and libjpeg was given an end marker in its place
@@ -66,7 +67,7 @@ struct JpegDecoder::Libjpeg {
   [[noreturn]] void leave(Failure why, const char* words);
   Progress fail(Failure why, const char* words);
   void offerData();
-  void dropTaken();
+  void noteTaken();
   bool fillInput();
   void noteWarning(int level);
   void noteScan();
@@ -148,16 +149,16 @@ JpegDecoder::Failure JpegDecoder::Libjpeg::reasonOf(int messageCode) {
 
 void JpegDecoder::Libjpeg::offerData() {
   if (endWasMissing) return;  // it is at our end marker
-  const size_t skipped = std::min(skipBytes, data.size());
+  const size_t skipped = std::min(skipBytes, data.size() - takenBytes);
   skipBytes -= skipped;
-  source.next_input_byte = data.data() + skipped;
-  source.bytes_in_buffer = data.size() - skipped;
+  takenBytes += skipped;
+  source.next_input_byte = data.data() + takenBytes;
+  source.bytes_in_buffer = data.size() - takenBytes;
 }
 
 // Unless libjpeg is at an end marker of ours, which stands in no data.
-void JpegDecoder::Libjpeg::dropTaken() {
-  const size_t left = endWasMissing ? 0 : source.bytes_in_buffer;
-  data.erase(data.begin(), data.end() - static_cast<ptrdiff_t>(left));
+void JpegDecoder::Libjpeg::noteTaken() {
+  takenBytes = data.size() - (endWasMissing ? 0 : source.bytes_in_buffer);
 }
 
 bool JpegDecoder::Libjpeg::fillInput() {
@@ -259,7 +260,10 @@ JpegDecoder::JpegDecoder() : library(std::make_unique<Libjpeg>()) {}
 JpegDecoder::~JpegDecoder() = default;
 
 void JpegDecoder::addData(const uint8_t* data, size_t sizeBytes) {
-  library->data.insert(library->data.end(), data, data + sizeBytes);
+  Libjpeg& l = *library;
+  l.data.erase(l.data.begin(), l.data.begin() + static_cast<ptrdiff_t>(l.takenBytes));
+  l.takenBytes = 0;
+  l.data.insert(l.data.end(), data, data + sizeBytes);
 }
 
 void JpegDecoder::endData() {
@@ -272,7 +276,7 @@ JpegDecoder::Progress JpegDecoder::readHeader() {
   l.offerData();
   if (setjmp(l.failed) != 0) return Progress::Failed;
   const int result = jpeg_read_header(&l.decoder, TRUE);
-  l.dropTaken();
+  l.noteTaken();
   if (result == JPEG_SUSPENDED) return Progress::NeedsData;
   const auto space = l.decoder.jpeg_color_space;
   if (space == JCS_UNKNOWN) {
@@ -324,14 +328,14 @@ JpegDecoder::Progress JpegDecoder::start(int eighths) {
   Libjpeg& l = *library;
   if (l.failure != Failure::None) return Progress::Failed;
   if (l.decoder.arith_code != FALSE && !l.ended) {
-    if (l.data.size() <= maxArithmeticBytes) return Progress::NeedsData;
+    if (l.data.size() - l.takenBytes <= maxArithmeticBytes) return Progress::NeedsData;
     return l.fail(Failure::TooLarge, "The picture's arithmetic coding is too long");
   }
   l.decoder.mem->max_memory_to_use = static_cast<long>(coefficientBytes() + kWorkBytes);
   l.offerData();
   if (setjmp(l.failed) != 0) return Progress::Failed;
   const bool isStarted = l.start(eighths);
-  l.dropTaken();
+  l.noteTaken();
   return isStarted ? Progress::Ready : Progress::NeedsData;
 }
 
@@ -342,7 +346,7 @@ JpegDecoder::Progress JpegDecoder::readRows() {
   l.offerData();
   if (setjmp(l.failed) != 0) return Progress::Failed;
   const bool isRead = l.readStep();
-  l.dropTaken();
+  l.noteTaken();
   if (!isRead) return Progress::NeedsData;
   for (Rows& rows : l.rows) {
     rows.first += rows.perStep;
