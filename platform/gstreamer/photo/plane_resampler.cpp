@@ -7,7 +7,7 @@
 #include <numbers>
 
 #ifdef __SSE2__
-#include <emmintrin.h>
+#include <immintrin.h>
 #endif
 
 namespace {
@@ -20,7 +20,7 @@ constexpr int kRowBits = 6;
 constexpr int kRowShift = kWeightBits - kRowBits;
 // What is weighed at once: samples of a row, weights of a window, windows. Rows and filters are
 // padded to whole numbers of them.
-constexpr int kSamplesAtOnce = 16;
+constexpr int kSamplesAtOnce = 32;
 constexpr int kWeightsAtOnce = 8;
 constexpr int kWindowsAtOnce = 4;
 
@@ -84,11 +84,11 @@ __m128i weightPair(const int16_t* weights) {
   return _mm_set1_epi32(pair);
 }
 
-void weighRows(const uint8_t* const* rows, const int16_t* weights, int count, size_t width,
-               int16_t* weighed) {
+void weighRowsNarrow(const uint8_t* const* rows, const int16_t* weights, int count, size_t width,
+                     int16_t* weighed) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i half = _mm_set1_epi32(1 << (kRowShift - 1));
-  for (size_t x = 0; x < width; x += kSamplesAtOnce) {
+  for (size_t x = 0; x < width; x += sizeof(__m128i)) {
     __m128i sums[4] = {half, half, half, half};
     for (int i = 0; i < count; i += 2) {
       const __m128i pair = weightPair(weights + i);
@@ -108,6 +108,42 @@ void weighRows(const uint8_t* const* rows, const int16_t* weights, int count, si
     _mm_storeu_si128(to, _mm_packs_epi32(sums[0], sums[1]));
     _mm_storeu_si128(to + 1, _mm_packs_epi32(sums[2], sums[3]));
   }
+}
+
+// The same in steps of twice the width, where the processor has them. They work on two halves side
+// by side, which are put into order at the end.
+__attribute__((target("avx2"))) void weighRowsWide(const uint8_t* const* rows,
+                                                   const int16_t* weights, int count, size_t width,
+                                                   int16_t* weighed) {
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i half = _mm256_set1_epi32(1 << (kRowShift - 1));
+  for (size_t x = 0; x < width; x += sizeof(__m256i)) {
+    __m256i sums[4] = {half, half, half, half};
+    for (int i = 0; i < count; i += 2) {
+      const __m256i pair = _mm256_broadcastd_epi32(weightPair(weights + i));
+      const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rows[i] + x));
+      const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rows[i + 1] + x));
+      const __m256i low = _mm256_unpacklo_epi8(a, b);
+      const __m256i high = _mm256_unpackhi_epi8(a, b);
+      const __m256i words[4] = {_mm256_unpacklo_epi8(low, zero), _mm256_unpackhi_epi8(low, zero),
+                                _mm256_unpacklo_epi8(high, zero), _mm256_unpackhi_epi8(high, zero)};
+      for (int j = 0; j < 4; j++)
+        sums[j] = _mm256_add_epi32(sums[j], _mm256_madd_epi16(words[j], pair));
+    }
+    for (__m256i& sum : sums)
+      sum = _mm256_srai_epi32(sum, kRowShift);
+    const __m256i low = _mm256_packs_epi32(sums[0], sums[1]);
+    const __m256i high = _mm256_packs_epi32(sums[2], sums[3]);
+    auto* const to = reinterpret_cast<__m256i*>(weighed + x);
+    _mm256_storeu_si256(to, _mm256_permute2x128_si256(low, high, 0x20));
+    _mm256_storeu_si256(to + 1, _mm256_permute2x128_si256(low, high, 0x31));
+  }
+}
+
+void weighRows(const uint8_t* const* rows, const int16_t* weights, int count, size_t width,
+               int16_t* weighed) {
+  static const bool isWide = __builtin_cpu_supports("avx2");
+  (isWide ? weighRowsWide : weighRowsNarrow)(rows, weights, count, width, weighed);
 }
 
 // Four sums of one window, to be added up.
