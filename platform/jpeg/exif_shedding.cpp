@@ -111,17 +111,19 @@ bool isSpare(const Bytes& tiff, size_t from, const std::vector<Range>& ranges) {
   return std::all_of(rest.begin(), rest.end(), [](uint8_t b) { return b == 0 || b == 0xFF; });
 }
 
-// Writes directories anew, in the byte order of the old structure.
+// Writes directories anew, in the byte order of the old structure, without the maker note and,
+// where places are private, without the position.
 class Rewriter {
  public:
-  explicit Rewriter(Bytes* from) : source(from->data(), from->size()), old(*from), made(*from) {}
+  explicit Rewriter(Bytes* from, bool hides = false)
+      : source(from->data(), from->size()), old(*from), made(*from), hidesPlaces(hides) {}
 
   // Returns the new structure, or none.
   std::optional<Bytes> rewrite() {
     if (!source.readByteOrder()) return std::nullopt;
     made.resize(kTiffHeaderBytes);
     const size_t directory = append(source.u32(4));
-    if (directory == 0 || !foundMakerNote) return std::nullopt;
+    if (directory == 0 || (!foundMakerNote && !hidesPlaces)) return std::nullopt;
     putU32(4, directory);
     return made;
   }
@@ -134,7 +136,8 @@ class Rewriter {
     if (!entries || --directoriesLeft < 0 || made.size() > old.size()) return 0;
     std::erase_if(*entries, [this](const Entry& entry) {
       foundMakerNote |= entry.tag == kTagMakerNote;
-      return entry.tag == kTagMakerNote || entry.tag == kTagSubDirectories;
+      return entry.tag == kTagMakerNote || entry.tag == kTagSubDirectories ||
+             (hidesPlaces && entry.tag == kTagGpsDirectory);
     });
     const size_t at = made.size();
     made.resize(at + 2 + entries->size() * kTiffEntryBytes + 4);
@@ -169,6 +172,7 @@ class Rewriter {
   Tiff source;
   const Bytes old;
   Bytes made;
+  const bool hidesPlaces;
   int directoriesLeft = kMostDirectories;
   bool foundMakerNote = false;
 };
@@ -209,4 +213,13 @@ bool dropExifMakerNote(std::vector<uint8_t>* payload) {
   Bytes bytes = tiffOf(*payload);
   const auto made = Rewriter(&bytes).rewrite();
   return made && replaceTiff(*made, payload);
+}
+
+bool dropExifPlaces(std::vector<uint8_t>* payload) {
+  Bytes bytes = tiffOf(*payload);
+  const auto made = Rewriter(&bytes, true).rewrite();
+  if (!made) return false;
+  payload->resize(sizeof kExifSignature);
+  payload->insert(payload->end(), made->begin(), made->end());
+  return true;
 }

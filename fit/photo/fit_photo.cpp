@@ -1,0 +1,144 @@
+#include "fit/photo/fit_photo.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "fit/photo/photo_codec.h"
+#include "fit/photo/photo_progress.h"
+#include "fit/photo/photo_source.h"
+#include "fit/picture/jpeg_writing.h"
+#include "fit/search/budget_search.h"
+#include "platform/jpeg/jpeg_metadata.h"
+
+namespace {
+
+// A picture that fits does not look better for having more pixels than it has bytes by this number.
+constexpr double kMostPixelsPerByte = 16;
+constexpr int kLeastSide = 64;  // of the longest side: what is smaller shows nothing
+constexpr int kFinestQuality = 99;
+
+constexpr Shed kSheds[] = {Shed::Nothing,    Shed::Thumbnail,     Shed::Extras,
+                           Shed::AllButExif, Shed::AllButProfile, Shed::Everything};
+
+// How much of the budget the metadata may take: what is left of it at the end is the colours.
+double shareFor(Shed shed) {
+  return shed < Shed::AllButProfile ? 0.1 : 0.33;
+}
+
+bool isWithin(const PictureSize& size, const PhotoRequest& request) {
+  return (request.maxWidth == 0 || size.width <= request.maxWidth) &&
+         (request.maxHeight == 0 || size.height <= request.maxHeight);
+}
+
+double mostScale(const PictureSize& size, const PhotoRequest& request) {
+  double scale = 1;
+  if (request.maxWidth > 0) scale = std::min(scale, request.maxWidth / (size.width + 0.0));
+  if (request.maxHeight > 0) scale = std::min(scale, request.maxHeight / (size.height + 0.0));
+  return scale;
+}
+
+// The source's own picture, with as much of its metadata as fits.
+bool takeAsItIs(std::span<const uint8_t> file, const PhotoSource& source,
+                const PhotoRequest& request, FittedPhoto* photo) {
+  const auto budget = static_cast<size_t>(request.maxBytes);
+  if (request.keep == KeepMetadata::All && file.size() <= budget) {
+    photo->file.assign(file.begin(), file.end());
+    return true;
+  }
+  const PhotoMetadata& metadata = source.metadata();
+  if (file.size() > budget + metadata.bytes() + (file.size() - budget) / 2 &&
+      file.size() > 4 * budget)
+    return false;
+  for (const Shed shed : kSheds) {
+    photo->file = withMetadata(file, metadata.kept(request.keep, shed));
+    if (photo->file.empty()) return false;
+    if (photo->file.size() <= budget) return true;
+  }
+  return false;
+}
+
+Segments metadataFor(const PhotoMetadata& metadata, const PhotoRequest& request) {
+  for (const Shed shed : kSheds) {
+    Segments segments = metadata.keptUpright(request.keep, shed);
+    const double share = shareFor(shed);
+    if (static_cast<double>(bytesOf(segments)) <= share * static_cast<double>(request.maxBytes)) {
+      return segments;
+    }
+  }
+  return {};
+}
+
+bool join(const Segments& segments, std::vector<uint8_t> encoded, FittedPhoto* photo) {
+  JpegHead head;
+  if (!makeJpegHead(encoded.data(), encoded.size(), segments, &head)) return false;
+  photo->file = std::move(head.bytes);
+  photo->file.insert(photo->file.end(), encoded.begin() + static_cast<ptrdiff_t>(head.restOffset),
+                     encoded.end());
+  return true;
+}
+
+bool searchPhoto(PhotoSource* source, const PhotoRequest& request, PhotoProgress* progress,
+                 FittedPhoto* photo, PhotoFailure* failure) {
+  const PictureSize whole = source->size();
+  const Segments segments = metadataFor(source->metadata(), request);
+  const auto metadataBytes = static_cast<int64_t>(bytesOf(segments));
+  const double most = mostScale(whole, request);
+
+  Picture picture;
+  const double enough = std::min(whole.pixels() * most * most,
+                                 static_cast<double>(request.maxBytes) * kMostPixelsPerByte);
+  const double judged = std::pow(std::min(1.0, kJudgedSide / (whole.longestSide() + 0.0)), 2);
+  const auto onShare = [&](double share) { progress->decoded(share); };
+  if (!source->read(std::max(enough, judged * whole.pixels()), onShare, &picture, failure)) {
+    return false;
+  }
+
+  SearchLimits limits;
+  limits.budgetBytes = request.maxBytes - metadataBytes;
+  limits.pixels = whole.pixels();
+  limits.leastScale = std::min(most, kLeastSide / (whole.longestSide() + 0.0));
+  limits.mostScale = std::min(most, static_cast<double>(picture.size.width) / whole.width);
+  limits.finest = coarsenessOfQuality(kFinestQuality);
+  limits.coarsest = coarsenessOfQuality(request.qualityFloor);
+  PhotoCodec codec(std::move(picture), whole, progress);
+  BudgetSearch search(limits, &codec);
+  if (!search.run()) {
+    failure->name = codec.errorText().empty() ? "LimitTooSmall" : "TooLarge";
+    failure->message = codec.errorText();
+    if (codec.errorText().empty()) {
+      failure->smallestBytes = search.smallestBytes() + metadataBytes;
+      failure->message = "The photo cannot be made smaller than " +
+                         std::to_string(failure->smallestBytes) + " bytes";
+    }
+    return false;
+  }
+  photo->size = codec.keptSize();
+  photo->similarity = search.similarity();
+  photo->encodes = search.encodes();
+  return join(segments, codec.takeKept(), photo);
+}
+
+}  // namespace
+
+bool fitPhoto(std::span<const uint8_t> file, const PhotoRequest& request,
+              const std::function<void(double)>& onProgress, FittedPhoto* photo,
+              PhotoFailure* failure) {
+  PhotoSource source(file);
+  if (!source.open(failure)) return false;
+  if (isWithin(source.size(), request) && takeAsItIs(file, source, request, photo)) {
+    photo->size = source.size();
+    return source.check(failure);
+  }
+  PhotoProgress progress(source.size().pixels(), static_cast<double>(request.maxBytes), onProgress);
+  return searchPhoto(&source, request, &progress, photo, failure);
+}
+
+bool inspectPhoto(std::span<const uint8_t> file, PhotoFacts* facts, PhotoFailure* failure) {
+  PhotoSource source(file);
+  if (!source.open(failure)) return false;
+  facts->size = source.size();
+  facts->orientation = source.metadata().orientation();
+  facts->metadataBytes = source.metadata().bytes();
+  return true;
+}

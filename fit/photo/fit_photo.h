@@ -1,0 +1,57 @@
+// Makes one photo fit: a JPEG of at most so many bytes that looks as much like the source as can
+// be.
+#ifndef FIT_PHOTO_FIT_PHOTO_H
+#define FIT_PHOTO_FIT_PHOTO_H
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "fit/metadata/photo_metadata.h"
+#include "fit/picture/picture.h"
+
+struct PhotoRequest {
+  int64_t maxBytes = 0;
+  int maxWidth = 0;  // of the upright picture; 0 is no limit
+  int maxHeight = 0;
+  KeepMetadata keep = KeepMetadata::All;
+  int qualityFloor =
+      10;  // libjpeg's scale; the picture is made smaller rather than coarser than that
+};
+
+struct FittedPhoto {
+  std::vector<uint8_t> file;
+  PictureSize size;  // upright
+  double similarity =
+      1;            // to the source, of luma, seen at the smaller of the source and 1280 pixels
+  int encodes = 0;  // 0: the source's own picture
+};
+
+// Why there is none. The names are those of the bus errors, behind com.tarn.Fit1.Error.
+struct PhotoFailure {
+  std::string name;
+  std::string message;
+  int64_t smallestBytes = 0;  // where no picture was small enough: the least that would do
+};
+
+// What a photo is, without making it anything else.
+struct PhotoFacts {
+  PictureSize size;  // upright
+  int orientation = 1;
+  size_t metadataBytes = 0;
+};
+
+// The longest side at which pictures are compared.
+constexpr int kJudgedSide = 1280;
+
+// `onProgress` hears the share of the work that is done, never less than before. A file that fits
+// as it is comes back byte for byte; one whose picture does, with its metadata shed.
+bool fitPhoto(std::span<const uint8_t> file, const PhotoRequest& request,
+              const std::function<void(double)>& onProgress, FittedPhoto* photo,
+              PhotoFailure* failure);
+
+bool inspectPhoto(std::span<const uint8_t> file, PhotoFacts* facts, PhotoFailure* failure);
+
+#endif

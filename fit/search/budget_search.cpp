@@ -1,0 +1,213 @@
+#include "fit/search/budget_search.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+namespace {
+
+// Where the best picture usually lies, and what it takes there, of 30 photos and budgets: the more
+// bytes there are the finer it is.
+constexpr double kUsualBudget = 300000;
+constexpr double kLikelyCoarseness = 0.45;
+constexpr double kLikelyBytesPerPixel = 0.16;
+constexpr double kFinerWithBytes = 0.35;
+// How 1 - similarity falls when the bytes of a picture of the same scale grow.
+constexpr double kLossPower = 0.6;
+// From one scale to the next that is tried.
+constexpr double kStep = 1.22;
+// Near enough to the budget to be judged: what it would be there is then told well.
+constexpr double kNear = 1.08;
+// Of the budget: a little less is no loss, a little more is one.
+constexpr double kAim = 0.992;
+// As good; of two such pictures the larger is taken.
+constexpr double kAsGood = 0.0001;
+
+double atBudget(double similarity, int64_t bytes, int64_t budgetBytes) {
+  const double share = static_cast<double>(bytes) / static_cast<double>(budgetBytes);
+  return 1 - (1 - similarity) * std::pow(share, kLossPower);
+}
+
+}  // namespace
+
+double BudgetSearch::clampScale(double scale) const {
+  return std::clamp(scale, limits.leastScale, limits.mostScale);
+}
+
+bool BudgetSearch::encode(double scale, double coarseness) {
+  if (isBroken || encodes() >= kMostEncodes) return false;
+  Trial trial = {.scale = scale, .coarseness = coarseness};
+  isBroken = !codec->encode(scale, coarseness, &trial.bytes);
+  if (isBroken) return false;
+  if (!trials.empty()) learn(trial);
+  trials.push_back(trial);
+  smallest = smallest == 0 ? trial.bytes : std::min(smallest, trial.bytes);
+  return true;
+}
+
+bool BudgetSearch::judgeLast() {
+  Trial& trial = trials.back();
+  isBroken = isBroken || !codec->judge(&trial.similarity);
+  if (isBroken) return false;
+  trial.atBudget = atBudget(trial.similarity, trial.bytes, limits.budgetBytes);
+  return true;
+}
+
+// Judges the last trial and keeps it where it is within the budget and better.
+bool BudgetSearch::keepLast() {
+  if (trials.back().bytes > limits.budgetBytes) return false;
+  if (trials.back().similarity < 0 && !judgeLast()) return false;
+  if (best.bytes != 0 && trials.back().similarity < best.similarity) return true;
+  best = trials.back();
+  codec->keep();
+  return true;
+}
+
+// The trial that tells most about another one.
+const BudgetSearch::Trial& BudgetSearch::nearestTo(double scale, double coarseness) const {
+  const auto distance = [&](const Trial& trial) {
+    return 2 * std::abs(std::log(trial.scale / scale)) +
+           std::abs(std::log(trial.coarseness / coarseness));
+  };
+  return *std::min_element(trials.begin(), trials.end(), [&](const Trial& a, const Trial& b) {
+    return distance(a) < distance(b);
+  });
+}
+
+// The logarithm of the bytes.
+double BudgetSearch::predict(const Trial& from, double scale, double coarseness) const {
+  return std::log(static_cast<double>(from.bytes)) + 2 * pixelPower * std::log(scale / from.scale) -
+         coarsenessPower * std::log(coarseness / from.coarseness);
+}
+
+// Turns both powers as little as explains the trial (normalised least mean squares).
+void BudgetSearch::learn(const Trial& trial) {
+  const Trial& near = nearestTo(trial.scale, trial.coarseness);
+  const double x = 2 * std::log(trial.scale / near.scale);
+  const double y = -std::log(trial.coarseness / near.coarseness);
+  const double miss =
+      std::log(static_cast<double>(trial.bytes)) - predict(near, trial.scale, trial.coarseness);
+  const double rate = 1 / (x * x + y * y + 0.02);
+  pixelPower = std::clamp(pixelPower + rate * miss * x, 0.5, 1.1);
+  coarsenessPower = std::clamp(coarsenessPower + rate * miss * y, 0.3, 1.1);
+}
+
+// What meets the budget at that scale.
+double BudgetSearch::coarsenessFor(double scale) const {
+  const double wanted = std::log(kAim * static_cast<double>(limits.budgetBytes));
+  double coarseness = trials.back().coarseness;
+  for (int round = 0; round < 2; ++round) {
+    const Trial& near = nearestTo(scale, coarseness);
+    const double share = predict(near, scale, near.coarseness) - wanted;
+    coarseness = near.coarseness * std::exp(share / coarsenessPower);
+  }
+  return std::clamp(coarseness, limits.finest, limits.coarsest);
+}
+
+// The scale at which the last trial's picture would meet the budget so coarsely.
+double BudgetSearch::scaleFor(double coarseness) const {
+  const Trial& last = trials.back();
+  const double bytes = predict(last, last.scale, coarseness);
+  const double share = std::log(kAim * static_cast<double>(limits.budgetBytes)) - bytes;
+  return clampScale(last.scale * std::exp(0.5 * share / pixelPower));
+}
+
+bool BudgetSearch::tryScale(double scale, Trial* trial) {
+  for (int round = 0; round < 3; ++round) {
+    if (!encode(scale, coarsenessFor(scale))) return false;
+    const double share =
+        static_cast<double>(trials.back().bytes) / static_cast<double>(limits.budgetBytes);
+    const double coarseness = trials.back().coarseness;
+    // At an end of the range it is what it is; too large is no candidate.
+    if (coarseness <= limits.finest && share < 1) break;
+    if (coarseness >= limits.coarsest && share > 1) return false;
+    if (share < kNear && share > 1 / kNear) break;
+  }
+  const bool isWithin = trials.back().bytes <= limits.budgetBytes;
+  if (isWithin ? !keepLast() : !judgeLast()) return false;
+  *trial = trials.back();
+  if (isWithin && trial->coarseness <= limits.finest) trial->atBudget = trial->similarity;
+  return true;
+}
+
+double BudgetSearch::likelyCoarseness() const {
+  const double share = static_cast<double>(limits.budgetBytes) / kUsualBudget;
+  const double likely = kLikelyCoarseness * std::pow(share, -kFinerWithBytes);
+  return std::clamp(likely, limits.finest, limits.coarsest);
+}
+
+bool BudgetSearch::findStart() {
+  const auto budget = static_cast<double>(limits.budgetBytes);
+  const double bytesPerPixel =
+      kLikelyBytesPerPixel * std::pow(budget / kUsualBudget, kFinerWithBytes);
+  const double pixels = budget / bytesPerPixel;
+  return encode(clampScale(std::sqrt(pixels / limits.pixels)), likelyCoarseness());
+}
+
+BudgetSearch::Trial BudgetSearch::climb(Trial start) {
+  Trial top = start;
+  for (const double step : {kStep, 1 / kStep}) {
+    for (;;) {
+      const double scale = clampScale(top.scale * step);
+      Trial next;
+      if (scale == top.scale || !tryScale(scale, &next)) break;
+      const double margin = step > 1 ? -kAsGood : kAsGood;
+      if (next.atBudget <= top.atBudget + margin) break;
+      top = next;
+    }
+    if (top.scale > start.scale) break;  // the other side is known to be lower
+  }
+  return top;
+}
+
+// Meets the budget closely: a secant between two trials of this scale that bracket it.
+void BudgetSearch::fill(double scale) {
+  const auto budget = static_cast<double>(limits.budgetBytes);
+  for (int round = 0; round < 6; ++round) {
+    std::optional<Trial> under;
+    std::optional<Trial> over;
+    for (const Trial& trial : trials) {
+      if (trial.scale != scale) continue;
+      if (trial.bytes <= limits.budgetBytes) {
+        if (!under || trial.bytes > under->bytes) under = trial;
+      } else if (!over || trial.bytes < over->bytes) {
+        over = trial;
+      }
+    }
+    if (under && static_cast<double>(under->bytes) >= kFullEnough * budget) return;
+    if (under && under->coarseness <= limits.finest) return;
+    double coarseness = coarsenessFor(scale);
+    if (under && over) {
+      const double low = std::log(static_cast<double>(under->bytes));
+      const double high = std::log(static_cast<double>(over->bytes));
+      const double share = (std::log(kAim * budget) - low) / (high - low);
+      coarseness = under->coarseness *
+                   std::pow(over->coarseness / under->coarseness, std::clamp(share, 0.05, 0.95));
+      if (under->coarseness / over->coarseness < 1.002) return;  // no table lies between
+    }
+    if (!encode(scale, coarseness)) return;
+    keepLast();
+  }
+}
+
+// Nothing is small enough yet: the coarsest of ever smaller pictures.
+bool BudgetSearch::shrinkToFit() {
+  while (best.bytes == 0 && !isBroken) {
+    const double scale = std::min(scaleFor(limits.coarsest), trials.back().scale * 0.8);
+    const double before = trials.back().scale;
+    if (!encode(clampScale(scale), limits.coarsest)) return false;
+    if (keepLast() || before <= limits.leastScale) break;
+  }
+  return best.bytes != 0;
+}
+
+bool BudgetSearch::run() {
+  if (!findStart()) return false;
+  const double share =
+      static_cast<double>(trials[0].bytes) / static_cast<double>(limits.budgetBytes);
+  const double start =
+      share < kNear && share > 1 / kNear ? trials[0].scale : scaleFor(likelyCoarseness());
+  Trial first;
+  if (tryScale(start, &first)) fill(climb(first).scale);
+  return !isBroken && (best.bytes != 0 || shrinkToFit());
+}

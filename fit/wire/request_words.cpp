@@ -1,0 +1,74 @@
+#include "fit/wire/request_words.h"
+
+#include <charconv>
+
+namespace {
+
+constexpr KeepMetadata kKeeps[] = {KeepMetadata::All, KeepMetadata::NoLocation, KeepMetadata::None};
+
+template <typename Number>
+bool parseNumber(const std::string& text, Number* number) {
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), *number);
+  return result.ec == std::errc() && result.ptr == text.data() + text.size() && *number >= 0;
+}
+
+bool parseWord(const std::string& word, PhotoRequest* photo) {
+  const size_t equals = word.find('=');
+  if (equals == std::string::npos) return false;
+  const std::string name = word.substr(0, equals);
+  const std::string value = word.substr(equals + 1);
+  if (name == "max-bytes") return parseNumber(value, &photo->maxBytes);
+  if (name == "max-width") return parseNumber(value, &photo->maxWidth);
+  if (name == "max-height") return parseNumber(value, &photo->maxHeight);
+  if (name == "quality-floor") return parseNumber(value, &photo->qualityFloor);
+  return name == "keep-metadata" && parseKeepMetadata(value, &photo->keep);
+}
+
+}  // namespace
+
+const char* nameOf(KeepMetadata keep) {
+  switch (keep) {
+    case KeepMetadata::NoLocation:
+      return "no-location";
+    case KeepMetadata::None:
+      return "none";
+    default:
+      return "all";
+  }
+}
+
+bool parseKeepMetadata(const std::string& name, KeepMetadata* keep) {
+  for (const KeepMetadata candidate : kKeeps) {
+    if (name != nameOf(candidate)) continue;
+    *keep = candidate;
+    return true;
+  }
+  return false;
+}
+
+std::vector<std::string> wordsOf(const WorkerRequest& request) {
+  if (request.task == WorkerTask::Inspect) return {"inspect"};
+  const PhotoRequest& photo = request.photo;
+  return {"fit",
+          "max-bytes=" + std::to_string(photo.maxBytes),
+          "max-width=" + std::to_string(photo.maxWidth),
+          "max-height=" + std::to_string(photo.maxHeight),
+          "quality-floor=" + std::to_string(photo.qualityFloor),
+          std::string("keep-metadata=") + nameOf(photo.keep)};
+}
+
+bool parseWords(const std::vector<std::string>& words, WorkerRequest* request, std::string* error) {
+  if (words.empty() || (words[0] != "fit" && words[0] != "inspect")) {
+    *error = "the first word is fit or inspect";
+    return false;
+  }
+  request->task = words[0] == "fit" ? WorkerTask::Fit : WorkerTask::Inspect;
+  for (size_t i = 1; i < words.size(); ++i) {
+    if (parseWord(words[i], &request->photo)) continue;
+    *error = words[i] + " means nothing";
+    return false;
+  }
+  if (request->task == WorkerTask::Inspect || request->photo.maxBytes > 0) return true;
+  *error = "max-bytes is missing";
+  return false;
+}

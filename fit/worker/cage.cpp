@@ -1,0 +1,93 @@
+#include "fit/worker/cage.h"
+
+#include <seccomp.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <initializer_list>
+#include <memory>
+
+namespace {
+
+// Needed by memory, clocks and the end of a process, whatever their arguments.
+constexpr const char* kHarmless[] = {
+    "brk",       "munmap",          "mremap",         "madvise",
+    "futex",     "clock_gettime",   "exit",           "getpid",
+    "gettid",    "clock_gettime64", "exit_group",     "restart_syscall",
+    "getrandom", "sched_yield",     "rt_sigprocmask", "rt_sigreturn",
+    "sigreturn", "sigaltstack"};
+
+// Their shadow memory is beyond every limit.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsInstrumented = true;
+#else
+constexpr bool kIsInstrumented = false;
+#endif
+
+class AllowList {
+ public:
+  AllowList() : filter(seccomp_init(SCMP_ACT_ERRNO(EPERM)), seccomp_release) {}
+
+  // A name that this machine has no call of is nothing to allow.
+  void allow(const char* name, std::initializer_list<scmp_arg_cmp> arguments = {}) {
+    const int number = seccomp_syscall_resolve_name(name);
+    if (!filter || number == __NR_SCMP_ERROR) return;
+    isWhole = isWhole && seccomp_rule_add_array(filter.get(), SCMP_ACT_ALLOW, number,
+                                                static_cast<unsigned>(arguments.size()),
+                                                arguments.begin()) == 0;
+  }
+  bool load() const { return filter && isWhole && seccomp_load(filter.get()) == 0; }
+
+ private:
+  std::unique_ptr<void, void (*)(void*)> filter;
+  bool isWhole = true;
+};
+
+void allowMemory(AllowList* list) {
+  for (const char* name : {"mmap", "mmap2"}) {
+    list->allow(name, {SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0),
+                       SCMP_A3(SCMP_CMP_MASKED_EQ, MAP_ANONYMOUS, MAP_ANONYMOUS)});
+  }
+  list->allow("mprotect", {SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0)});
+}
+
+void allowDescriptors(AllowList* list) {
+  list->allow("pread64", {SCMP_A0(SCMP_CMP_EQ, STDIN_FILENO)});
+  list->allow("pwrite64", {SCMP_A0(SCMP_CMP_EQ, STDOUT_FILENO)});
+  for (const char* name : {"ftruncate", "ftruncate64"})
+    list->allow(name, {SCMP_A0(SCMP_CMP_EQ, STDOUT_FILENO)});
+  list->allow("write", {SCMP_A0(SCMP_CMP_EQ, STDERR_FILENO)});
+}
+
+void limit(decltype(RLIMIT_AS) what, rlim_t most) {
+  const rlimit wanted = {most, most};
+  setrlimit(what, &wanted);
+}
+
+void enterLimits(const CageLimits& limits) {
+  limit(RLIMIT_CORE, 0);
+  limit(RLIMIT_NOFILE, 0);
+  limit(RLIMIT_NPROC, 0);
+  limit(RLIMIT_MEMLOCK, 0);
+  limit(RLIMIT_FSIZE, static_cast<rlim_t>(limits.outputBytes));
+  limit(RLIMIT_CPU, static_cast<rlim_t>(limits.processorSeconds));
+  if (!kIsInstrumented) limit(RLIMIT_DATA, static_cast<rlim_t>(limits.memoryBytes));
+}
+
+}  // namespace
+
+bool enterCage(const CageLimits& limits) {
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
+  const bool kernelHasFilters = prctl(PR_GET_SECCOMP, 0, 0, 0, 0) >= 0;
+  enterLimits(limits);
+  if (!kernelHasFilters) return true;
+  AllowList list;
+  for (const char* name : kHarmless)
+    list.allow(name);
+  allowMemory(&list);
+  allowDescriptors(&list);
+  return list.load();
+}

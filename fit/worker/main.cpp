@@ -1,0 +1,148 @@
+// Makes one photo fit, in a process that holds three descriptors and can get no other: the photo is
+// its standard input, the file to write its standard output, and what it tells its standard error.
+//
+//     fit-worker fit max-bytes=300000 <photo.jpg 1<>small.jpg
+//     fit-worker inspect <photo.jpg
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "fit/photo/fit_photo.h"
+#include "fit/wire/report_lines.h"
+#include "fit/wire/request_words.h"
+#include "fit/worker/cage.h"
+
+namespace {
+
+constexpr int64_t kLargestInput = int64_t{128} << 20;
+constexpr CageLimits kLimits = {int64_t{512} << 20, 64 << 10, 60};
+
+void tell(const std::string& line) {
+  [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, line.data(), line.size());
+}
+
+int fail(const PhotoFailure& failure) {
+  tell(failureLine(failure));
+  return 1;
+}
+
+// A service that has died before we asked for its death's signal is seen by the pipe's end.
+void endWithService() {
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  pollfd end = {STDERR_FILENO, POLLOUT, 0};
+  if (poll(&end, 1, 0) > 0 && (end.revents & POLLERR) != 0) _exit(1);
+}
+
+bool readInput(int64_t size, std::vector<uint8_t>* file) {
+  file->resize(static_cast<size_t>(size));
+  size_t done = 0;
+  while (done < file->size()) {
+    const ssize_t count =
+        pread(STDIN_FILENO, file->data() + done, file->size() - done, static_cast<off_t>(done));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    if (count == 0) break;  // it became shorter
+    done += static_cast<size_t>(count);
+  }
+  file->resize(done);
+  return true;
+}
+
+bool writeAll(const std::vector<uint8_t>& file) {
+  size_t done = 0;
+  while (done < file.size()) {
+    const ssize_t count =
+        pwrite(STDOUT_FILENO, file.data() + done, file.size() - done, static_cast<off_t>(done));
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    done += static_cast<size_t>(count);
+  }
+  return true;
+}
+
+// The end of the service does not interrupt it: the output is whole or empty.
+bool writeOutput(const std::vector<uint8_t>& file, PhotoFailure* failure) {
+  sigset_t stop;
+  sigemptyset(&stop);
+  sigaddset(&stop, SIGTERM);
+  sigprocmask(SIG_BLOCK, &stop, nullptr);
+  tell(writingLine());
+  if (ftruncate(STDOUT_FILENO, 0) == 0 && writeAll(file)) return true;
+  *failure = {"CannotWrite", std::string("The output cannot be written: ") + strerror(errno), 0};
+  [[maybe_unused]] const int ignored = ftruncate(STDOUT_FILENO, 0);
+  return false;
+}
+
+int fit(const std::vector<uint8_t>& file, const PhotoRequest& request) {
+  FittedPhoto photo;
+  PhotoFailure failure;
+  const auto onProgress = [](double share) { tell(progressLine(share)); };
+  if (!fitPhoto(file, request, onProgress, &photo, &failure)) return fail(failure);
+  if (!writeOutput(photo.file, &failure)) return fail(failure);
+  tell(resultLine({{"bytes", static_cast<int64_t>(photo.file.size())},
+                   {"width", photo.size.width},
+                   {"height", photo.size.height},
+                   {"similarity", std::lround(photo.similarity * kSimilarityUnit)},
+                   {"encodes", photo.encodes}}));
+  return 0;
+}
+
+int inspect(const std::vector<uint8_t>& file) {
+  PhotoFacts facts;
+  PhotoFailure failure;
+  if (!inspectPhoto(file, &facts, &failure)) return fail(failure);
+  tell(resultLine({{"bytes", static_cast<int64_t>(file.size())},
+                   {"width", facts.size.width},
+                   {"height", facts.size.height},
+                   {"orientation", facts.orientation},
+                   {"metadata", static_cast<int64_t>(facts.metadataBytes)}}));
+  return 0;
+}
+
+int work(const WorkerRequest& request) {
+  struct stat input {};
+  if (fstat(STDIN_FILENO, &input) != 0 || !S_ISREG(input.st_mode)) {
+    return fail({"CannotRead", "The input is no regular file", 0});
+  }
+  if (input.st_size > kLargestInput) return fail({"TooLarge", "The input is over 128 MiB", 0});
+  CageLimits limits = kLimits;
+  if (request.task == WorkerTask::Fit) limits.outputBytes = request.photo.maxBytes;
+  if (!enterCage(limits)) return fail({"CannotRead", "The cage cannot be entered", 0});
+
+  std::vector<uint8_t> file;
+  if (!readInput(input.st_size, &file)) {
+    return fail({"CannotRead", std::string("The input cannot be read: ") + strerror(errno), 0});
+  }
+  return request.task == WorkerTask::Fit ? fit(file, request.photo) : inspect(file);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  closefrom(STDERR_FILENO + 1);
+  endWithService();
+  signal(SIGXFSZ, SIG_IGN);  // the write fails instead
+  int status = 1;
+  try {
+    WorkerRequest request;
+    std::string error;
+    if (!parseWords(std::vector<std::string>(argv + 1, argv + argc), &request, &error)) {
+      tell("fit-worker: " + error + "\n");
+      _exit(2);
+    }
+    strerror(EIO);  // messages are looked up now, while files can be opened
+    status = work(request);
+  } catch (const std::exception&) {
+    status = fail({"TooLarge", "The photo takes too much memory", 0});
+  }
+  _exit(status);  // nothing is left to do that the cage would allow
+}
