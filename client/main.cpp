@@ -13,6 +13,9 @@ struct Command {
 
 const Command kCommands[] = {
     {"call", runCall},
+#ifdef TARN_FIT
+    {"fit", runFit},
+#endif
     {"info", runInfo},
     {"min-bitrate", runMinBitrate},
     {"resize-image", runResizeImage},

@@ -14,6 +14,9 @@ ExitCode runCall(const std::vector<std::string>& words);
 // resize-image IN OUT --size SIZE: a JPEG of at most SIZE bytes.
 ExitCode runResizeImage(const std::vector<std::string>& words);
 
+// fit IN OUT, fit FILES --out-dir DIR: photos of at most so many bytes, by com.tarn.Fit1.
+ExitCode runFit(const std::vector<std::string>& words);
+
 // info FILE: a movie's length, size and bitrate.
 ExitCode runInfo(const std::vector<std::string>& words);
 

@@ -1,0 +1,168 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <set>
+
+#include "client/commands/arguments.h"
+#include "client/commands/commands.h"
+#include "client/commands/in_out.h"
+#include "client/commands/progress_line.h"
+#include "client/files/staged_output.h"
+#include "client/service/fit_call.h"
+#include "client/service/service_reply.h"
+#include "client/units/byte_size.h"
+#include "client/units/shared_size.h"
+#include "dsjson/dsjson.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct FitTask {
+  InOut files;
+  int64_t maxBytes = 0;
+};
+
+class OpenFile {
+ public:
+  OpenFile(const std::string& path, int mode) : fd(open(path.c_str(), mode | O_CLOEXEC)) {}
+  ~OpenFile() {
+    if (fd >= 0) close(fd);
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  const int fd;
+};
+
+int64_t fileBytes(const std::string& path) {
+  std::error_code missing;
+  const uintmax_t bytes = fs::file_size(path, missing);
+  return missing ? 0 : static_cast<int64_t>(std::min<uintmax_t>(bytes, INT64_MAX));
+}
+
+// IN and OUT, or each of FILES and a file of its name in DIR.
+ExitCode takeFiles(const Arguments& arguments, std::vector<FitTask>* tasks) {
+  const auto folder = arguments.value("--out-dir");
+  if (!folder) {
+    FitTask& task = tasks->emplace_back();
+    const ExitCode exitCode = takeInOut(arguments, "fit", &task.files);
+    return exitCode == ExitDone ? checkInOut(task.files) : exitCode;
+  }
+  if (arguments.positional().empty()) return sayUsage("fit needs FILES");
+  std::set<std::string> names;
+  for (const std::string& word : arguments.positional()) {
+    const fs::path in = absolutePath(word);
+    if (!names.insert(in.filename()).second) {
+      return sayFailure("two files would become " + in.filename().string());
+    }
+    const std::string out = absolutePath(*folder + "/" + in.filename().string());
+    tasks->push_back({{in, out}, 0});
+    const ExitCode exitCode = checkInOut(tasks->back().files);
+    if (exitCode != ExitDone) return exitCode;
+  }
+  return ExitDone;
+}
+
+// The limit of each file: its own, its share of the total, or the smaller where both are told.
+ExitCode takeLimits(const Arguments& arguments, std::vector<FitTask>* tasks) {
+  const auto size = arguments.value("--size");
+  const auto total = arguments.value("--total");
+  const auto sizeBytes = parseByteSize(size.value_or(""));
+  const auto totalBytes = parseByteSize(total.value_or(""));
+  if ((size && !sizeBytes) || (total && !totalBytes) || (!size && !total)) {
+    return sayUsage("fit needs --size or --total, such as 300k or 1.5M");
+  }
+  std::vector<int64_t> sizes;
+  for (const FitTask& task : *tasks)
+    sizes.push_back(std::min<int64_t>(fileBytes(task.files.in), sizeBytes.value_or(INT32_MAX)));
+  if (total) sizes = sharesOf(*totalBytes, sizes);
+  for (size_t i = 0; i < tasks->size(); ++i)
+    (*tasks)[i].maxBytes = std::max<int64_t>(1, total ? sizes[i] : *sizeBytes);
+  return ExitDone;
+}
+
+bool takeSide(const Arguments& arguments, const char* option, uint32_t* side) {
+  const std::string text = arguments.value(option).value_or("0");
+  const bool isNumber = !text.empty() && text.size() <= 5 &&
+                        text.find_first_not_of("0123456789") == std::string::npos;
+  if (isNumber) *side = static_cast<uint32_t>(std::stoul(text));
+  return isNumber;
+}
+
+void printResult(const Arguments& arguments, const InOut& files, const FitAnswer& answer) {
+  if (arguments.has("--json")) {
+    dsjson::JValue line = dsjson::Object();
+    line.put("in", files.in)
+        .put("out", files.out)
+        .put("bytes", static_cast<int32_t>(answer.bytes))
+        .put("width", static_cast<int32_t>(answer.width))
+        .put("height", static_cast<int32_t>(answer.height))
+        .put("ssim", answer.similarity);
+    printf("%s\n", requestText(line).c_str());
+  } else if (!arguments.has("--quiet")) {
+    printf("%s: %u x %u, %s%s\n", files.out.c_str(), answer.width, answer.height,
+           formatByteSize(static_cast<int64_t>(answer.bytes)).c_str(),
+           answer.isUntouched ? ", as it was" : "");
+  }
+  fflush(stdout);
+}
+
+ExitCode fitOne(const Arguments& arguments, const FitTask& task, FitWish wish,
+                const std::function<void(double)>& onProgress, bool* isStopped) {
+  const OpenFile in(task.files.in, O_RDONLY);
+  if (in.fd < 0) return sayFailure("cannot read " + task.files.in + ": " + strerror(errno));
+  StagedOutput output(task.files.out);
+  if (output.temporaryPath().empty()) return sayFailure(output.errorText());
+  const OpenFile out(output.temporaryPath(), O_WRONLY);
+  if (out.fd < 0) return sayFailure("cannot write " + task.files.out + ": " + strerror(errno));
+  wish.input = in.fd;
+  wish.output = out.fd;
+  wish.maxBytes = static_cast<uint64_t>(task.maxBytes);
+  const FitAnswer answer = fitPhoto(wish, onProgress);
+  if (answer.kind != FitAnswer::Made) {
+    sayFailure(task.files.in + ": " + answer.errorText);
+    *isStopped = answer.kind == FitAnswer::Cancelled || answer.kind == FitAnswer::NoService;
+    return answer.kind == FitAnswer::NoService ? ExitNoService : ExitFailed;
+  }
+  if (!output.commit()) return sayFailure(output.errorText());
+  printResult(arguments, task.files, answer);
+  return ExitDone;
+}
+
+}  // namespace
+
+ExitCode runFit(const std::vector<std::string>& words) {
+  const Arguments arguments(
+      words, {"--size", "--total", "--out-dir", "--max-width", "--max-height", "--keep-metadata"},
+      {"--json", "--quiet"});
+  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
+  FitWish wish;
+  if (!takeSide(arguments, "--max-width", &wish.maxWidth) ||
+      !takeSide(arguments, "--max-height", &wish.maxHeight)) {
+    return sayUsage("a width or height is a number of pixels");
+  }
+  wish.keepMetadata = arguments.value("--keep-metadata").value_or("");
+  std::vector<FitTask> tasks;
+  ExitCode exitCode = takeFiles(arguments, &tasks);
+  if (exitCode == ExitDone) exitCode = takeLimits(arguments, &tasks);
+  if (exitCode != ExitDone) return exitCode;
+
+  ExitCode worst = ExitDone;
+  bool isStopped = false;
+  const bool showsProgress = !arguments.has("--quiet") && isatty(STDERR_FILENO) != 0;
+  for (const FitTask& task : tasks) {
+    ProgressLine line(true);
+    const auto show = [&](double share) {
+      if (showsProgress) line.show(share);
+    };
+    worst = std::max(worst, fitOne(arguments, task, wish, show, &isStopped));
+    if (isStopped) break;
+  }
+  return worst;
+}

@@ -1,0 +1,36 @@
+// Has com.tarn.Fit1 make one photo fit, and waits for its end.
+//
+// Thread: one; the call runs the default main context while it waits.
+#ifndef CLIENT_SERVICE_FIT_CALL_H
+#define CLIENT_SERVICE_FIT_CALL_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+struct FitWish {
+  int input = -1;  // descriptors, borrowed
+  int output = -1;
+  uint64_t maxBytes = 0;
+  uint32_t maxWidth = 0;  // 0: no limit
+  uint32_t maxHeight = 0;
+  std::string keepMetadata;  // empty: all
+};
+
+struct FitAnswer {
+  enum Kind { Made, Refused, Cancelled, Died, NoService };
+  Kind kind = Died;
+  std::string errorText;  // of all but Made
+  // Of Made:
+  uint64_t bytes = 0;
+  uint32_t width = 0;
+  uint32_t height = 0;
+  double similarity = 0;
+  bool isUntouched = false;  // the picture is the source's own
+};
+
+// `onProgress` hears the share that is done. SIGINT and SIGTERM cancel the job at once. A service
+// that dies is asked once more.
+FitAnswer fitPhoto(const FitWish& wish, const std::function<void(double)>& onProgress);
+
+#endif
