@@ -69,11 +69,13 @@ struct Piece {
 
 // False at the end of the file.
 bool pieceAt(std::span<const uint8_t> file, size_t at, Piece* piece) {
-  while (at < file.size() && file[at] != 0xFF)
+  while (at < file.size() && file[at] != 0xFF) {
     ++at;
+  }
   piece->begin = at;
-  while (at < file.size() && file[at] == 0xFF)
+  while (at < file.size() && file[at] == 0xFF) {
     ++at;
+  }
   if (at >= file.size()) return false;
   piece->marker = file[at];
   piece->end = at + 1;
@@ -158,8 +160,9 @@ Segments PhotoMetadata::keptUpright(KeepMetadata keep, Shed shed) const {
 
 size_t bytesOf(const Segments& segments) {
   size_t bytes = 0;
-  for (const JpegSegment& segment : segments)
+  for (const JpegSegment& segment : segments) {
     bytes += 4 + segment.payload.size();
+  }
   return bytes;
 }
 

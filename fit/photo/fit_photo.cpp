@@ -48,8 +48,9 @@ bool takeAsItIs(std::span<const uint8_t> file, const PhotoSource& source,
   }
   const PhotoMetadata& metadata = source.metadata();
   if (file.size() > budget + metadata.bytes() + (file.size() - budget) / 2 &&
-      file.size() > 4 * budget)
+      file.size() > 4 * budget) {
     return false;
+  }
   for (const Shed shed : kSheds) {
     photo->file = withMetadata(file, metadata.kept(request.keep, shed));
     if (photo->file.empty()) return false;

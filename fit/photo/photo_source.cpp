@@ -28,8 +28,9 @@ constexpr Kind kOtherKinds[] = {
 const char* otherKindOf(std::span<const uint8_t> file) {
   for (const Kind& kind : kOtherKinds) {
     if (file.size() >= kind.offset + kind.magic.size() &&
-        memcmp(&file[kind.offset], kind.magic.data(), kind.magic.size()) == 0)
+        memcmp(&file[kind.offset], kind.magic.data(), kind.magic.size()) == 0) {
       return kind.name;
+    }
   }
   return nullptr;
 }
@@ -86,8 +87,9 @@ bool PhotoSource::check(PhotoFailure* failure) {
 bool PhotoSource::read(double pixels, const std::function<void(double)>& onShare, Picture* picture,
                        PhotoFailure* failure) {
   int eighths = 1;
-  while (eighths < 8 && size().pixels() * eighths * eighths / 64 < pixels)
+  while (eighths < 8 && size().pixels() * eighths * eighths / 64 < pixels) {
     eighths *= 2;
+  }
   if (!reading.read(eighths, picture, &error, onShare)) return fail(failure);
   turnUpright(told.orientation(), picture);
   return true;

@@ -87,8 +87,9 @@ void FitJob::tellChanged(std::initializer_list<const char*> names) {
   if (registration == 0 || over) return;
   GVariantBuilder changed;
   g_variant_builder_init(&changed, G_VARIANT_TYPE_VARDICT);
-  for (const char* name : names)
+  for (const char* name : names) {
     put(&changed, name, property(name));
+  }
   g_dbus_connection_emit_signal(
       connection, callerName.c_str(), objectPath.c_str(), "org.freedesktop.DBus.Properties",
       "PropertiesChanged", g_variant_new("(sa{sv}as)", kInterface, &changed, nullptr), nullptr);

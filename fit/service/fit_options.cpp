@@ -23,10 +23,12 @@ class OptionReader {
   bool take(const std::string& name, GVariant* value) {
     if (name == "format") return takeFormat(value);
     if (name == "maxWidth") return takeNumber(name, value, 0, kMostPixels, &parsed->photo.maxWidth);
-    if (name == "maxHeight")
+    if (name == "maxHeight") {
       return takeNumber(name, value, 0, kMostPixels, &parsed->photo.maxHeight);
-    if (name == "qualityFloor")
+    }
+    if (name == "qualityFloor") {
       return takeNumber(name, value, 1, kBestFloor, &parsed->photo.qualityFloor);
+    }
     if (name == "keepMetadata") return takeKeepMetadata(value);
     if (name == "handle_token") return takeToken(value);
     if (name == "wait") return takeWait(value);

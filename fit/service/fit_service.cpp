@@ -204,7 +204,11 @@ void FitService::endInspection(guint number, const WorkerReport& report) {
 }
 
 void FitService::noteChange() {
-  keepAwake.setNeeded(!isIdle());
+  if (isIdle()) {
+    sleepLock.reset();
+  } else if (!sleepLock) {
+    sleepLock.emplace("tarn-fit", "A photo is being made to fit");
+  }
   if (idleSource != 0) g_source_remove(std::exchange(idleSource, 0));
   if (!isIdle()) return;
   if (isSucceeded) {

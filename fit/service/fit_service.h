@@ -11,12 +11,13 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "fit/service/glib_ref.h"
 #include "fit/service/job_queue.h"
-#include "fit/service/keep_awake.h"
 #include "fit/service/worker_process.h"
+#include "platform/power/sleep_lock.h"
 
 class FitService {
  public:
@@ -57,7 +58,7 @@ class FitService {
   const guint idleSeconds;
   const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop;
   ObjectRef<TarnFit1> skeleton;
-  KeepAwake keepAwake;
+  std::optional<SleepLock> sleepLock;  // while there is a job
   JobQueue queue;
   std::map<guint, Inspection> inspections;
   guint numbers = 0;   // of paths and inspections

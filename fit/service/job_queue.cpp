@@ -12,8 +12,9 @@ JobQueue::JobQueue(GDBusConnection* bus, std::string program, size_t count,
 
 JobQueue::~JobQueue() {
   if (removal != 0) g_source_remove(removal);
-  for (const Entry& entry : entries)
+  for (const Entry& entry : entries) {
     g_bus_unwatch_name(entry.callerWatch);
+  }
 }
 
 bool JobQueue::isFull(const std::string& caller) const {

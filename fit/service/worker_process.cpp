@@ -27,8 +27,9 @@ std::vector<std::string> workerEnvironment() {
 
 std::vector<char*> pointersTo(std::vector<std::string>* texts) {
   std::vector<char*> pointers;
-  for (std::string& text : *texts)
+  for (std::string& text : *texts) {
     pointers.push_back(text.data());
+  }
   pointers.push_back(nullptr);
   return pointers;
 }

@@ -32,8 +32,9 @@ bool parseNumber(const std::string& text, int64_t* number) {
 // Plain text that may go into a D-Bus message.
 std::string printable(std::string text) {
   text.resize(std::min(text.size(), kLongestText));
-  for (char& letter : text)
+  for (char& letter : text) {
     if (letter < ' ' || letter > '~') letter = '?';
+  }
   return text;
 }
 
@@ -44,8 +45,9 @@ void takeResult(std::string words, WorkerReport* report) {
     const size_t equals = word.find('=');
     int64_t number = 0;
     if (equals == std::string::npos || !kNumbers.contains(word.substr(0, equals)) ||
-        !parseNumber(word.substr(equals + 1), &number))
+        !parseNumber(word.substr(equals + 1), &number)) {
       return;
+    }
     numbers[word.substr(0, equals)] = number;
   }
   report->result = numbers;
@@ -63,8 +65,9 @@ std::string writingLine() {
 
 std::string resultLine(const ReportedNumbers& numbers) {
   std::string line = "result";
-  for (const auto& [name, number] : numbers)
+  for (const auto& [name, number] : numbers) {
     line += " " + name + "=" + std::to_string(number);
+  }
   return line + "\n";
 }
 
@@ -88,8 +91,10 @@ void takeReportLine(const std::string& line, WorkerReport* report) {
   } else if (kind == "failure") {
     PhotoFailure failure;
     failure.name = takeWord(&rest);
-    if (!kFailures.contains(failure.name) || !parseNumber(takeWord(&rest), &failure.smallestBytes))
+    if (!kFailures.contains(failure.name) ||
+        !parseNumber(takeWord(&rest), &failure.smallestBytes)) {
       return;
+    }
     failure.message = printable(rest);
     report->failure = failure;
   }

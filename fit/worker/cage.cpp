@@ -57,8 +57,9 @@ void allowMemory(AllowList* list) {
 void allowDescriptors(AllowList* list) {
   list->allow("pread64", {SCMP_A0(SCMP_CMP_EQ, STDIN_FILENO)});
   list->allow("pwrite64", {SCMP_A0(SCMP_CMP_EQ, STDOUT_FILENO)});
-  for (const char* name : {"ftruncate", "ftruncate64"})
+  for (const char* name : {"ftruncate", "ftruncate64"}) {
     list->allow(name, {SCMP_A0(SCMP_CMP_EQ, STDOUT_FILENO)});
+  }
   list->allow("write", {SCMP_A0(SCMP_CMP_EQ, STDERR_FILENO)});
 }
 
@@ -85,8 +86,9 @@ bool enterCage(const CageLimits& limits) {
   enterLimits(limits);
   if (!kernelHasFilters) return true;
   AllowList list;
-  for (const char* name : kHarmless)
+  for (const char* name : kHarmless) {
     list.allow(name);
+  }
   allowMemory(&list);
   allowDescriptors(&list);
   return list.load();

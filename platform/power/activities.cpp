@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+constexpr char kWho[] = "tarn-transcode";
+
 Activities::Activities(std::function<void()> callback) : whenNone(std::move(callback)) {}
 
 Activities::~Activities() {
@@ -17,7 +19,7 @@ bool Activities::start(const std::string& id, int durationMs) {
   } else if (byId.size() == kMost) {
     return false;
   } else {
-    byId[id].reset(new Activity{SleepLock(id + " is at work"), endUs});
+    byId[id].reset(new Activity{SleepLock(kWho, id + " is at work"), endUs});
   }
   awaitNextEnd();
   return true;

@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr char kWho[] = "tarn-transcode";
-
 void warnOnce(const GError* error) {
   static bool warned = false;
   if (!std::exchange(warned, true)) g_warning("nothing keeps the device awake: %s", error->message);
@@ -21,7 +19,8 @@ bool isCancelled(const GError* error) {
 
 }  // namespace
 
-SleepLock::SleepLock(std::string reason) : why(std::move(reason)), asking(g_cancellable_new()) {
+SleepLock::SleepLock(std::string program, std::string reason)
+    : who(std::move(program)), why(std::move(reason)), asking(g_cancellable_new()) {
   g_bus_get(G_BUS_TYPE_SYSTEM, asking, onBus, this);
 }
 
@@ -46,7 +45,7 @@ void SleepLock::ask(GDBusConnection* systemBus) {
   g_dbus_connection_call_with_unix_fd_list(
       systemBus, "org.freedesktop.login1", "/org/freedesktop/login1",
       "org.freedesktop.login1.Manager", "Inhibit",
-      g_variant_new("(ssss)", "sleep", kWho, why.c_str(), "block"), G_VARIANT_TYPE("(h)"),
+      g_variant_new("(ssss)", "sleep", who.c_str(), why.c_str(), "block"), G_VARIANT_TYPE("(h)"),
       G_DBUS_CALL_FLAGS_NONE, -1, nullptr, asking, onAnswer, this);
 }
 

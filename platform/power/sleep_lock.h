@@ -7,14 +7,14 @@
 #include <string>
 
 // Asks logind for the lock, without waiting, and holds it from the answer until it is destroyed.
-// `why` is what `systemd-inhibit --list` shows the user.
+// `who` and `why` are what `systemd-inhibit --list` shows the user.
 //
 // Thread: the one whose default context the main loop runs.
 // Errors: without logind, or when it refuses, nothing is held; the first such lock of the process
 // logs a warning.
 class SleepLock {
  public:
-  explicit SleepLock(std::string why);
+  SleepLock(std::string who, std::string why);
   ~SleepLock();
   SleepLock(const SleepLock&) = delete;
   SleepLock& operator=(const SleepLock&) = delete;
@@ -24,7 +24,8 @@ class SleepLock {
   static void onAnswer(GObject* source, GAsyncResult* result, gpointer self);
   void ask(GDBusConnection* systemBus);
 
-  std::string why;
+  const std::string who;
+  const std::string why;
   GCancellable* asking;  // owned; cancelled when the lock goes, so that no callback sees it gone
   int lock = -1;         // logind's descriptor: closing it gives the lock back
 };
