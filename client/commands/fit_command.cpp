@@ -79,11 +79,13 @@ ExitCode takeLimits(const Arguments& arguments, std::vector<FitTask>* tasks) {
     return sayUsage("fit needs --size or --total, such as 300k or 1.5M");
   }
   std::vector<int64_t> sizes;
-  for (const FitTask& task : *tasks)
+  for (const FitTask& task : *tasks) {
     sizes.push_back(std::min<int64_t>(fileBytes(task.files.in), sizeBytes.value_or(INT32_MAX)));
+  }
   if (total) sizes = sharesOf(*totalBytes, sizes);
-  for (size_t i = 0; i < tasks->size(); ++i)
+  for (size_t i = 0; i < tasks->size(); ++i) {
     (*tasks)[i].maxBytes = std::max<int64_t>(1, total ? sizes[i] : *sizeBytes);
+  }
   return ExitDone;
 }
 

@@ -52,12 +52,14 @@ class Call {
     subscription =
         g_dbus_connection_signal_subscribe(bus, nullptr, nullptr, nullptr, path.c_str(), nullptr,
                                            G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
-    for (size_t i = 0; i < 2; ++i)
+    for (size_t i = 0; i < 2; ++i) {
       signals[i] = g_unix_signal_add(i == 0 ? SIGINT : SIGTERM, onStop, this);
+    }
   }
   ~Call() {
-    for (const guint source : signals)
+    for (const guint source : signals) {
       g_source_remove(source);
+    }
     if (watch != 0) g_bus_unwatch_name(watch);
     g_dbus_connection_signal_unsubscribe(connection, subscription);
     g_main_loop_unref(loop);
@@ -84,8 +86,9 @@ class Call {
     if (service &&
         tarn_fit1_call_fit_image_sync(service.get(), g_variant_new_handle(input),
                                       g_variant_new_handle(output), wish.maxBytes, options(wish),
-                                      list.get(), nullptr, nullptr, nullptr, &error) != FALSE)
+                                      list.get(), nullptr, nullptr, nullptr, &error) != FALSE) {
       return true;
+    }
     answer = failed(error);
     return false;
   }
@@ -99,8 +102,9 @@ class Call {
     add("handle_token", g_variant_new_string(token.c_str()));
     if (wish.maxWidth != 0) add("maxWidth", g_variant_new_uint32(wish.maxWidth));
     if (wish.maxHeight != 0) add("maxHeight", g_variant_new_uint32(wish.maxHeight));
-    if (!wish.keepMetadata.empty())
+    if (!wish.keepMetadata.empty()) {
       add("keepMetadata", g_variant_new_string(wish.keepMetadata.c_str()));
+    }
     return g_variant_builder_end(&builder);
   }
 

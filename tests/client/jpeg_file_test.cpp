@@ -44,8 +44,9 @@ TEST_F(JpegFileTest, WhatFollowsThePictureIsNotLookedAt) {
 // The thumbnail's end is not the picture's.
 TEST_F(JpegFileTest, APictureThatBreaksOffAnywhereIsNotWhole) {
   const Bytes whole = picture();
-  for (size_t length = 0; length < whole.size(); length += length + 40 < whole.size() ? 31 : 1)
+  for (size_t length = 0; length < whole.size(); length += length + 40 < whole.size() ? 31 : 1) {
     EXPECT_FALSE(isWhole(cut(whole, length))) << length;
+  }
 }
 
 TEST_F(JpegFileTest, WhatIsNoPictureIsNotWhole) {

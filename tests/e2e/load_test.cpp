@@ -151,8 +151,9 @@ TEST(LoadTest, MemoryIsBackAfterTwentyPicturesAtOnce) {
   const long afterOne = residentKb(daemon);
   ASSERT_GT(afterOne, 0);
   std::vector<std::shared_ptr<BusClient::Pending>> pending;
-  for (int i = 0; i < 20; ++i)
+  for (int i = 0; i < 20; ++i) {
     pending.push_back(system.start("resizeImage", request(i)));
+  }
   for (const auto& call : pending) {
     EXPECT_THAT(system.client().wait(call).reply, testing::StartsWith(R"({"returnValue":true,)"));
   }

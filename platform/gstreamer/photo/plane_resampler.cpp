@@ -127,11 +127,13 @@ __attribute__((target("avx2"))) void weighRowsWide(const uint8_t* const* rows,
       const __m256i high = _mm256_unpackhi_epi8(a, b);
       const __m256i words[4] = {_mm256_unpacklo_epi8(low, zero), _mm256_unpackhi_epi8(low, zero),
                                 _mm256_unpacklo_epi8(high, zero), _mm256_unpackhi_epi8(high, zero)};
-      for (int j = 0; j < 4; j++)
+      for (int j = 0; j < 4; j++) {
         sums[j] = _mm256_add_epi32(sums[j], _mm256_madd_epi16(words[j], pair));
+      }
     }
-    for (__m256i& sum : sums)
+    for (__m256i& sum : sums) {
       sum = _mm256_srai_epi32(sum, kRowShift);
+    }
     const __m256i low = _mm256_packs_epi32(sums[0], sums[1]);
     const __m256i high = _mm256_packs_epi32(sums[2], sums[3]);
     auto* const to = reinterpret_cast<__m256i*>(weighed + x);
