@@ -20,10 +20,13 @@ using HarnessPtr = std::unique_ptr<GstHarness, HarnessTeardown>;
 // The element alone, between a source of JPEG data and what takes those caps.
 class Decoding {
  public:
-  explicit Decoding(const char* taken = "video/x-raw") : harness(gst_harness_new("jpegdec")) {
+  explicit Decoding(const std::string& taken = "video/x-raw")
+      : Decoding(gst_harness_new("jpegdec"), taken) {}
+  // The element with others behind it.
+  Decoding(GstHarness* elements, const std::string& taken) : harness(elements) {
     bus = gst_bus_new();
     gst_element_set_bus(harness->element, bus);
-    gst_harness_set_sink_caps_str(harness.get(), taken);
+    gst_harness_set_sink_caps_str(harness.get(), taken.c_str());
     gst_harness_set_src_caps_str(harness.get(), "image/jpeg");
   }
   ~Decoding() {
@@ -176,6 +179,23 @@ TEST_P(JpegDecKinds, ShrunkColoursAreTheSourceToo) {
             .c_str());
     ASSERT_TRUE(decoding.decode(jpeg)) << decoding.error();
     EXPECT_GE(psnr(pixelsOf(decoding), gradientPixels(width, height, isGray)), 36) << width;
+  }
+}
+
+// Detail finer than the new pixels becomes its mean, as where every pixel of the photo is computed.
+TEST(JpegDec, FineDetailShrinksAsIfAllOfItWereDecoded) {
+  const Bytes jpeg = makeJpeg(
+      {.width = 1024, .height = 768, .subsampling = Subsampling::Gray, .content = Content::Noise});
+  for (const auto& [divisor, least] : {std::pair(2, 60.0), {4, 33.0}, {8, 43.0}, {16, 48.0}}) {
+    const int width = 1024 / divisor;
+    const int height = 768 / divisor;
+    const std::string small =
+        "video/x-raw,width=" + std::to_string(width) + ",height=" + std::to_string(height);
+    Decoding ours(small);
+    Decoding whole(
+        gst_harness_new_parse("jpegdec ! video/x-raw,width=1024,height=768 ! videoscale"), small);
+    ASSERT_TRUE(ours.decode(jpeg) && whole.decode(jpeg));
+    EXPECT_GE(psnr(ours.samples(), whole.samples()), least) << divisor;
   }
 }
 
