@@ -13,18 +13,22 @@
 
 namespace {
 
-size_t gLongest;  // of the directories that may be made
+size_t gLongest;  // of the directories that may be made; 0 while the fuzzer itself is at work
 
 }  // namespace
 
 extern "C" {
 
 // Linked in with --wrap. Some of the names are there, some cannot be made.
-int __wrap_stat(const char* path, struct stat*) {
+int __real_stat(const char* path, struct stat* status);
+int __wrap_stat(const char* path, struct stat* status) {
+  if (gLongest == 0) return __real_stat(path, status);
   return strlen(path) % 3 == 0 ? 0 : -1;
 }
 
+int __real_mkdir(const char* path, mode_t mode);
 int __wrap_mkdir(const char* path, mode_t mode) {
+  if (gLongest == 0) return __real_mkdir(path, mode);
   if (path[0] != '/' || strlen(path) > gLongest || mode != 0777) abort();
   errno = EACCES;
   return strlen(path) % 7 == 0 ? -1 : 0;
@@ -36,6 +40,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (path.find_first_not_of('/') == std::string::npos) return 0;
   gLongest = path.size() + 1;
   makeDestDir(path.c_str());
+  gLongest = 0;
   return 0;
 }
 }
