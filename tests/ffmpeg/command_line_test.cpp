@@ -29,7 +29,8 @@ Options options(const std::vector<const char*>& words) {
 
 constexpr char kHead[] =
     "/usr/bin/ffmpeg -nostdin -hide_banner -nostats -loglevel error -progress pipe:1 "
-    "-stats_period 0.25 -y -protocol_whitelist file -format_whitelist FORMATS "
+    "-stats_period 0.25 -y -filter_threads 1 -threads 1 -protocol_whitelist file -format_whitelist "
+    "FORMATS "
     "-max_pixels 36000000 -i file:in.mov ";
 constexpr char kClean[] = "-sn -dn -map_metadata -1 -map_chapters -1 ";
 
@@ -112,8 +113,10 @@ TEST(CommandLineTest, SamplesAreLoggedQuantiserBySizeByPart) {
   const std::string text =
       joined(sampleLine(options({"-vcodec", "h263", "-ss", "1.5", "o.3gp"}), facts(),
                         {{2, 0.5}, {4, 0.5}}, {large, small}, {"/usr/bin/ffmpeg", "", "/w/s"}));
-  EXPECT_NE(text.find("-ss 3.500 -t 0.500 -protocol_whitelist"), std::string::npos) << text;
-  EXPECT_NE(text.find("-ss 5.500 -t 0.500 -protocol_whitelist"), std::string::npos) << text;
+  EXPECT_NE(text.find("-ss 3.500 -t 0.500 -threads 1 -protocol_whitelist"), std::string::npos)
+      << text;
+  EXPECT_NE(text.find("-ss 5.500 -t 0.500 -threads 1 -protocol_whitelist"), std::string::npos)
+      << text;
   std::string order;
   for (size_t at = text.find("-map "); at != std::string::npos; at = text.find("-map ", at + 1)) {
     const std::string one = text.substr(at, text.find("/dev/null", at) - at);
@@ -125,7 +128,7 @@ TEST(CommandLineTest, SamplesAreLoggedQuantiserBySizeByPart) {
 
 TEST(CommandLineTest, TranscodingJumpsToTheStart) {
   const std::string text = line({"-vcodec", "mpeg4", "-ss", "1.500000", "-t", "2.000000", "o.mp4"});
-  EXPECT_NE(text.find(" -ss 1.500 -protocol_whitelist "), std::string::npos) << text;
+  EXPECT_NE(text.find(" -ss 1.500 -threads 1 -protocol_whitelist "), std::string::npos) << text;
   EXPECT_NE(text.find(" -t 2.000000 -f mp4"), std::string::npos) << text;
 }
 

@@ -60,9 +60,11 @@ std::string audioCodecName(const Options& options) {
 void addHead(const EncodePaths& paths, CommandLine* line) {
   line->add({paths.program, "-nostdin", "-hide_banner", "-nostats", "-loglevel", "error"});
   line->add({"-progress", "pipe:1", "-stats_period", "0.25", "-y"});
+  line->add({"-filter_threads", std::to_string(paths.threads)});
 }
 
-void addInput(const Options& options, CommandLine* line) {
+void addInput(const Options& options, const EncodePaths& paths, CommandLine* line) {
+  line->add({"-threads", std::to_string(paths.threads)});
   line->add({"-protocol_whitelist", kInputProtocols, "-format_whitelist", kInputFormats,
              "-max_pixels", std::to_string(kMaxPixels), "-i", "file:" + options.input});
 }
@@ -85,7 +87,8 @@ void addPictures(const Options& options, const VideoFacts& video, const Rung& pi
     line->add({"-g", kKeyFrameDistance, "-mbd", "rd"});
   }
   // Threads cut a picture into slices, which costs bits and makes its size the machine's.
-  line->addIf(hasQuantiser(options) && picture.pixels() <= kSmallPixels, "-threads:v", "1");
+  const bool isSmall = hasQuantiser(options) && picture.pixels() <= kSmallPixels;
+  line->add({"-threads:v", std::to_string(isSmall ? 1 : paths.threads)});
 }
 
 void addVideo(const Options& options, const MediaFacts& facts, const Attempt& attempt,
@@ -141,7 +144,7 @@ std::vector<std::string> commandLine(const Options& options, const MediaFacts& f
   const double start = static_cast<double>(options.startOffsetMs()) / 1000;
   addHead(paths, &line);
   if (jumps) addStart(start, &line);
-  addInput(options, &line);
+  addInput(options, paths, &line);
   line.add({"-map", "0:V:0?"});
   line.addIf(!options.noAudio, "-map", "0:a:0?");
   line.add({"-sn", "-dn", "-map_metadata", "-1", "-map_chapters", "-1"});
@@ -163,7 +166,7 @@ std::vector<std::string> sampleLine(const Options& options, const MediaFacts& fa
   for (const SamplePart& part : parts) {
     addStart(start + part.start, &line);
     line.add({"-t", decimal(part.seconds)});
-    addInput(options, &line);
+    addInput(options, paths, &line);
   }
   for (size_t part = 0; part < parts.size(); ++part) {
     for (const Rung& rung : rungs) {

@@ -20,6 +20,7 @@ struct EncodePaths {
   std::string passLogPrefix;  // the log of a first or second pass is PREFIX-0.log
   // Pictures of a high dynamic range are brought down by a filter that not every ffmpeg has.
   bool mapsTones = true;
+  int threads = 1;  // for each decoder, filter and encoder
 };
 
 // The argument vector of one attempt, the program's path first. A pure function of what it is

@@ -90,7 +90,8 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
   }
   const auto deadline = Clock::now() + kSampleLimit;
   progress.begin(2 * sampled / std::max(seconds, 0.1), 1.5);
-  runEncode(jobFor(sampleLine(options, facts, parts, rungs, {program.path, "", prefix, mapsTones})),
+  runEncode(jobFor(sampleLine(options, facts, parts, rungs,
+                              {program.path, "", prefix, mapsTones, program.threads})),
             signals, [&](int64_t, int64_t) { return Clock::now() < deadline; });
   progress.end();
 
@@ -141,6 +142,7 @@ EncodeResult AttemptRunner::encode(const FitPlan& plan) {
   paths.output = options.discardsOutput() ? options.output : outputFile();
   paths.passLogPrefix = work.file(kPassName);
   paths.mapsTones = mapsTones;
+  paths.threads = program.threads;
   share = 0;
   progress.begin(1, plan.attempt().kind == Kind::First ? kLikelyAfterFirst : 0);
   EncodeResult result =

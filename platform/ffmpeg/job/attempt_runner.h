@@ -23,6 +23,7 @@ struct Failure {
 struct EncoderProgram {
   std::string path;
   int64_t memoryBytes = 0;  // that it may use
+  int threads = 1;          // that each of its parts may start
 };
 
 // Borrows all it is given, for as long as it lives.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -38,11 +39,16 @@ bool isSameFile(const std::string& one, const std::string& other) {
   return fs::equivalent(one, other, ignored);
 }
 
+// Beyond a few, threads win little time and cost a picture or two each: 4K must stay in memory.
+int threadCount() {
+  return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, 4U));
+}
+
 // What an encoder was seen to take: pictures that are kept for reference and in each thread, the
 // threads' own, and the program itself.
 int64_t memoryFor(const MediaFacts& facts) {
   constexpr int64_t kMega = 1 << 20;
-  const int64_t threads = std::max(1U, std::thread::hardware_concurrency());
+  const int64_t threads = threadCount();
   const int64_t pixels = facts.video ? int64_t{facts.video->width} * facts.video->height : 0;
   return 40 * kMega + threads * 10 * kMega + pixels * 3 / 2 * (16 + 3 * threads);
 }
@@ -225,7 +231,8 @@ bool Transcode::run(Failure* failure) {
   if (!work) return false;
   FitPlan plan(options, facts);
   JobProgress progress(options, clipLengthMs(options, facts));
-  AttemptRunner runner(options, facts, {programPath, memoryBytes}, *work, signals, progress);
+  AttemptRunner runner(options, facts, {programPath, memoryBytes, threadCount()}, *work, signals,
+                       progress);
   if (options.pass == 2) continueFromPassLog(plan);
   if (plan.wantsSample()) {
     const auto sample = runner.sample(plan);
