@@ -69,7 +69,7 @@ class FormulaEncoder {
     } else if (attempt.kind == Kind::Second && secondAborts) {
       outcome.end = Outcome::End::TooLow;
     }
-    outcome.log = Complexity{1, static_cast<int>(frames) - 1, 1, 1, quantiser};
+    outcome.log = Complexity{1, static_cast<int>(frames) - 1, 1, 99, quantiser};
     return outcome;
   }
   // To the end of the plan.
@@ -382,7 +382,8 @@ TEST(ComplexityTest, ReadsTheEncodersLog) {
   EXPECT_EQ(log->interFrames, 1);
   EXPECT_EQ(log->intraBits, 26413);
   EXPECT_EQ(log->interBits, 4249);
-  EXPECT_EQ(log->quantiser, 3);
+  EXPECT_NEAR(log->quantiser, (2 * 26413 + 4 * 4249) / 30662.0, 1e-9);
+  EXPECT_NEAR(log->spread, 1.0 / 3, 1e-9);
   EXPECT_FALSE(parsePassLog(""));
   EXPECT_FALSE(parsePassLog("#options: 320x240 fps=25/1\nno log of this kind;\n"));
 }

@@ -22,8 +22,7 @@ using ResultEnd = EncodeResult::End;
 constexpr char kOutputName[] = "output";
 constexpr char kPassName[] = "pass";
 constexpr char kSampleName[] = "sample";
-constexpr auto kSampleLimit = std::chrono::seconds(30);  // the plan does without a slower one
-constexpr int64_t kRunaway = 4;                          // times the limit
+constexpr int64_t kRunaway = 4;  // times the limit
 constexpr double kEarlyShare = 0.25;
 constexpr double kLikelyAfterFirst = 0.5;  // encodes, as long as nothing is known
 
@@ -88,7 +87,7 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
   for (const SamplePart& part : parts) {
     sampled += part.seconds;
   }
-  const auto deadline = Clock::now() + kSampleLimit;
+  const auto deadline = Clock::now() + stallLimit();  // the plan does without a slower one
   progress.begin(2 * sampled / std::max(seconds, 0.1), 1.5);
   runEncode(jobFor(sampleLine(options, facts, parts, rungs,
                               {program.path, "", prefix, mapsTones, program.threads})),

@@ -134,8 +134,7 @@ void Transcode::continueFromPassLog(FitPlan& plan) const {
   if (choice && !log.empty()) plan.continueFrom(picture, parsePassLog(log));
 }
 
-bool Transcode::publishPassLog(const FitPlan& plan, std::string* error) const {
-  const Rung& picture = plan.attempt().picture;
+bool Transcode::publishPassLog(const Rung& picture, std::string* error) const {
   std::ofstream(work->file(kPassPicture)) << picture.size.width << 'x' << picture.size.height << ' '
                                           << picture.rate.num << '/' << picture.rate.den << '\n';
   for (const auto& [name, logged] : kLogged) {
@@ -148,15 +147,19 @@ bool Transcode::publishPassLog(const FitPlan& plan, std::string* error) const {
   return true;
 }
 
-// The first pass that is of use: at the end of the ladder there may be none, and then the second
-// run tells why.
+// The first pass that the second run goes on with: at the end of the ladder there may be none, and
+// then that run tells why.
 bool Transcode::analyse(FitPlan& plan, AttemptRunner& runner, Failure* failure) const {
-  Outcome outcome;
-  do {
-    if (plan.attempt().kind != Attempt::Kind::First) return true;
+  auto verdict = FitPlan::Verdict::Encode;
+  while (verdict == FitPlan::Verdict::Encode && plan.attempt().kind == Attempt::Kind::First) {
+    const Rung picture = plan.attempt().picture;
+    Outcome outcome;
     if (!runner.run(plan, &outcome, failure)) return false;
-    if (outcome.end == Outcome::End::Whole) return publishPassLog(plan, &failure->words);
-  } while (plan.take(outcome) == FitPlan::Verdict::Encode);
+    verdict = plan.take(outcome);
+    if (outcome.end == Outcome::End::Whole && !publishPassLog(picture, &failure->words)) {
+      return false;
+    }
+  }
   return true;
 }
 

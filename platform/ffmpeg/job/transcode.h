@@ -34,7 +34,7 @@ class Transcode {
   bool make(FitPlan& plan, AttemptRunner& runner, Failure* failure);
   bool keep(AttemptRunner& runner, std::string* error) const;
   bool publish(std::string* error) const;
-  bool publishPassLog(const FitPlan& plan, std::string* error) const;
+  bool publishPassLog(const Rung& picture, std::string* error) const;
   void continueFromPassLog(FitPlan& plan) const;
   // Whoever started us removes it after the last pass, but not when it was killed.
   void removeOrphanedPassLog() const;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "platform/ffmpeg/plan/budget.h"
 #include "platform/ffmpeg/plan/complexity.h"
 #include "platform/ffmpeg/plan/picture_ladder.h"
 #include "platform/ffmpeg/plan/sound_choice.h"
@@ -27,7 +28,20 @@ struct Attempt {
   int64_t stopBytes = 0;
   // Whether growing too fast for stopBytes is enough to stop it.
   bool stopsEarly = false;
+
+  // The coarsest that there is: its size is the answer, whatever it comes to.
+  bool isFloor() const { return kind == Kind::Constant && stopBytes == 0; }
 };
+
+// One pass within the budget, of which the pictures get so many bits.
+Attempt firstPass(const Rung& picture, const SoundChoice& sound, double videoBits,
+                  const Budget& budget);
+// The second over the log of a first that saw so many frames.
+Attempt secondPass(const Rung& picture, const SoundChoice& sound, double videoBits, double frames,
+                   const Budget& budget);
+Attempt constantQuantiser(const Rung& picture, const SoundChoice& sound, int quantiser,
+                          const Budget& budget);
+Attempt coarsest(const Rung& picture, const SoundChoice& sound);
 
 struct Outcome {
   enum class End {

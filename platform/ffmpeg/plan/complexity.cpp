@@ -1,7 +1,10 @@
 #include "platform/ffmpeg/plan/complexity.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -19,17 +22,32 @@ std::optional<double> numberBehind(std::string_view line, const std::string& nam
   return value;
 }
 
-void addFrame(std::string_view line, Complexity* sum) {
+struct Frame {
+  bool isIntra = false;
+  double quantiser = 0;
+  double bits = 0;
+};
+
+std::optional<Frame> frameOf(std::string_view line) {
   const auto type = numberBehind(line, "type");
   const auto quantiser = numberBehind(line, "q");
-  if (!type || !quantiser) return;
-  double bits = 0;
+  if (!type || !quantiser) return std::nullopt;
+  Frame frame = {*type == kIntra, *quantiser / kLambdaPerQuantiser};
   for (const char* part : {"itex", "ptex", "mv", "misc"}) {
-    bits += numberBehind(line, part).value_or(0);
+    frame.bits += numberBehind(line, part).value_or(0);
   }
-  (*type == kIntra ? sum->intraFrames : sum->interFrames) += 1;
-  (*type == kIntra ? sum->intraBits : sum->interBits) += bits;
-  sum->quantiser += *quantiser / kLambdaPerQuantiser;  // the sum; the mean comes at the end
+  return frame;
+}
+
+double spreadOf(const std::vector<Frame>& frames) {
+  double sum = 0;
+  double squares = 0;
+  for (const Frame& frame : frames) {
+    sum += frame.quantiser;
+    squares += frame.quantiser * frame.quantiser;
+  }
+  const auto count = static_cast<double>(frames.size());
+  return sum > 0 ? std::sqrt(std::max(squares * count / (sum * sum) - 1, 0.0)) : 0;
 }
 
 }  // namespace
@@ -41,9 +59,9 @@ double Complexity::bitsOf(double frameCount, double intra) const {
 }
 
 void Complexity::add(const Complexity& other) {
-  const int all = frames() + other.frames();
-  if (all == 0) return;
-  quantiser = (quantiser * frames() + other.quantiser * other.frames()) / all;
+  const double all = bits() + other.bits();
+  if (all > 0) quantiser = (quantiser * bits() + other.quantiser * other.bits()) / all;
+  spread = std::max(spread, other.spread);
   intraFrames += other.intraFrames;
   interFrames += other.interFrames;
   intraBits += other.intraBits;
@@ -51,13 +69,21 @@ void Complexity::add(const Complexity& other) {
 }
 
 std::optional<Complexity> parsePassLog(std::string_view log) {
+  std::vector<Frame> frames;
   Complexity sum;
   for (size_t start = 0; start < log.size();) {
     const size_t end = std::min(log.find(';', start), log.size());
-    addFrame(log.substr(start, end - start), &sum);
+    const auto frame = frameOf(log.substr(start, end - start));
+    if (frame) {
+      frames.push_back(*frame);
+      (frame->isIntra ? sum.intraFrames : sum.interFrames) += 1;
+      (frame->isIntra ? sum.intraBits : sum.interBits) += frame->bits;
+      sum.quantiser += frame->quantiser * frame->bits;  // the sum; the mean comes at the end
+    }
     start = end + 1;
   }
-  if (sum.frames() == 0) return std::nullopt;
-  sum.quantiser /= sum.frames();
+  if (frames.empty() || sum.bits() <= 0) return std::nullopt;
+  sum.quantiser /= sum.bits();
+  sum.spread = spreadOf(frames);
   return sum;
 }

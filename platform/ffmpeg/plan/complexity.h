@@ -11,13 +11,17 @@ struct Complexity {
   int interFrames = 0;
   double intraBits = 0;
   double interBits = 0;
-  double quantiser = 0;  // mean over the frames, 1 to 31
+  double quantiser = 0;  // mean over the bits, 1 to 31
+  double spread = 0;     // of the frames' quantisers: standard deviation over mean
 
   int frames() const { return intraFrames + interFrames; }
+  double bits() const { return intraBits + interBits; }
+  // Whether the bits are spread over many frames, rather than spent on a few key frames.
+  bool isEven() const { return interBits > intraBits; }
   // What `frames` frames would have cost, `intra` of them coded by themselves.
   double bitsOf(double frames, double intra) const;
 
-  // Adds another part of the same clip.
+  // Adds another part of the same clip, encoded alike.
   void add(const Complexity& other);
 };
 

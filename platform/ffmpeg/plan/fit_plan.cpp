@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "platform/ffmpeg/plan/byte_shares.h"
 #include "platform/ffmpeg/plan/copying.h"
 
 namespace {
@@ -12,31 +13,37 @@ namespace {
 using Kind = Attempt::Kind;
 using End = Outcome::End;
 
-constexpr double kFilled = 0.93;      // of a size: enough, without another encode
-constexpr double kFilledRate = 0.86;  // of a bitrate
-constexpr double kFinest = 2.6;       // mean quantiser: more bits would not show
-constexpr int kCoarsest = 31;
+constexpr double kFilled = 0.93;         // of a size: enough, without another encode
+constexpr double kFilledRate = 0.86;     // of a bitrate
+constexpr double kUneven = 0.18;         // spread of the quantisers: shows, and two passes mend it
+constexpr double kFinest = 2.6;          // mean quantiser: more bits would not show
 constexpr double kPlentyPerPixel = 0.3;  // bits: no need to look closer
-constexpr double kSoundShare = 0.4;      // of the budget, at most
-constexpr double kHopeless = 1.5;        // a first pass beyond it has hit its coarsest quantiser
-constexpr double kUsualPower = 0.8;      // bytes fall with the quantiser to about this power
-constexpr int kMaxSeconds = 2;
-constexpr int kMaxStepsDown = 3;
-// Rate control runs ahead by about this part of its tolerance, for good.
-constexpr double kRunsAhead = 0.3;
-// Containers: a fixed part, and the entries of one sample in the index.
-constexpr double kHeadBytes = 1500;
-constexpr double kSampleBytes = 11;
-
-double toleranceSeconds(double clipSeconds) {
-  return std::clamp(clipSeconds / 6, 0.2, 3.0);
-}
+constexpr double kFloorMargin = 1.15;    // what is reckoned of a coarsest encode is off by that
+constexpr double kSecondMargin = 1.15;   // over a limit by more, a second pass would not mend it
+constexpr double kAbortedBy = 1.1;       // what a second pass that gave up was above its bitrate
+constexpr double kGain = 1.03;           // in bytes: worth an encode
+constexpr double kWorthGrowing = 1.9;    // in pixels a second: as well
+// Up to it two passes look at least as good as a fixed quantiser and come nearer to the limit;
+// above it they often end beyond the limit, or not at all.
+constexpr int kFineQuantiser = 16;
+constexpr int kFinestUseful = 2;
+constexpr int kMostSeconds = 2;  // second passes in one picture
+constexpr int kMostQuantisers = 3;
+constexpr int kMostPictures = 4;
 
 // The coarsest quantiser that a larger picture is worth, measured on fourteen clips: with SSIM
 // against the source as the judge, the largest picture below it is the best or within 0.01 of it
 // in nine of ten cases.
-double bearableQuantiser(const Options& options) {
+int bearableQuantiser(const Options& options) {
   return options.videoCodec == "h263" ? 12 : 16;
+}
+
+bool isSame(const Rung& one, const Rung& other) {
+  return one.size == other.size && std::abs(one.rate.value() - other.rate.value()) < 0.001;
+}
+
+double pixelsPerSecond(const Rung& picture) {
+  return picture.pixels() * picture.framesPerSecond;
 }
 
 }  // namespace
@@ -53,144 +60,66 @@ bool hasQuantiser(const Options& options) {
 }
 
 FitPlan::FitPlan(const Options& asked, const MediaFacts& about)
-    : options(asked), facts(about), limits(budgetOf(asked, about)) {
+    : options(asked), facts(about), limits(budgetOf(asked, about)), model(limits.seconds) {
   if (facts.video && !options.copiesVideo()) rungs = pictureLadder(options, *facts.video);
-  planEncode();
+  beginEncode();
   if (isAlreadyAsAsked(options, facts, limits)) next.kind = Kind::Copy;
 }
 
-void FitPlan::planEncode() {
-  next = Attempt{};
-  next.sound = soundFor(limits.aimBytes);
-  if (rungs.empty()) return;
-  if (limits.maxBytes > 0 && keepsPassLog(options)) {
-    planFirst();
+void FitPlan::beginEncode() {
+  if (!rungs.empty() && limits.maxBytes > 0 && keepsPassLog(options)) {
+    beginPicture(0);
     return;
   }
+  next = Attempt{};
+  next.sound = sound();
+  if (rungs.empty()) return;
   next.picture = rungs.front();
   next.videoBitsPerSecond = options.videoBitsPerSecond();
 }
 
-SoundChoice FitPlan::soundFor(int64_t bytes) const {
-  if (facts.audio.empty() || options.noAudio || options.copiesAudio()) return {};
-  int64_t bits = options.audioBitsPerSecond();
-  if (limits.maxBytes > 0 && limits.seconds > 0) {
-    const auto most =
-        static_cast<int64_t>(static_cast<double>(bytes) * 8 * (facts.video ? kSoundShare : 1) /
-                             std::max(limits.seconds, 1.0));
-    bits = bits > 0 ? std::min(bits, most) : most;
-  }
-  SoundChoice sound = chooseSound(options, facts.audio[0], bits);
-  if (bits == 0) {
-    sound = {0, options.sampleRateHz, options.channels};
-    if (sound.channels == 0 && facts.audio[0].channels > 2) sound.channels = 2;
-  }
-  return sound;
+void FitPlan::beginPicture(size_t chosen) {
+  rung = chosen;
+  log.reset();
+  next = firstPass(rungs[rung], sound(), videoAimBits(rungs[rung], sound()), limits);
 }
 
-double FitPlan::restBytes(const Rung& picture, const SoundChoice& sound) const {
-  if (measuredRest > 0) return measuredRest;
-  double bytes = kHeadBytes + kSampleBytes * picture.framesPerSecond * limits.seconds;
-  if (facts.audio.empty() || options.noAudio) return bytes;
-  const int64_t bits = options.copiesAudio() ? facts.audio[0].bitsPerSecond : sound.bitsPerSecond;
-  bytes += static_cast<double>(bits) * limits.seconds / 8;
-  return bytes + kSampleBytes * limits.seconds / packetSeconds(options, sound, facts.audio[0]);
+SoundChoice FitPlan::sound() const {
+  return soundWithin(limits.aimBytes, options, facts, limits);
+}
+
+// Measured where an encode of the same rates was whole.
+double FitPlan::besideBytes(const Rung& picture, const SoundChoice& sound) const {
+  const auto alike = std::find_if(tried.rbegin(), tried.rend(), [&](const Tried& one) {
+    return one.outcome.end == End::Whole && one.outcome.videoBytes > 0 &&
+           one.attempt.sound == sound && one.attempt.picture.rate.value() == picture.rate.value();
+  });
+  if (alike == tried.rend()) return bytesBeside(picture, sound, options, facts, limits.seconds);
+  return static_cast<double>(alike->outcome.bytes - alike->outcome.videoBytes);
 }
 
 // Where next to nothing is left for the pictures they get a little all the same, and the outcome
 // tells.
-double FitPlan::videoAimBits(const Rung& picture) const {
+double FitPlan::videoAimBits(const Rung& picture, const SoundChoice& sound) const {
   const double all = static_cast<double>(limits.aimBytes);
-  return 8 * std::max(all - restBytes(picture, next.sound), all * 0.05);
+  return 8 * std::max(all - besideBytes(picture, sound), all * 0.05);
 }
 
-bool FitPlan::wantsSample() const {
-  if (next.kind != Kind::First || !hasQuantiser(options)) return false;
-  const bool sizeIsOpen = rungs.front().size != rungs.back().size;
-  const Rung& top = rungs.front();
-  const double frames = std::max(1.0, top.framesPerSecond * limits.seconds);
-  return (sizeIsOpen || rungs.size() > 1) &&
-         videoAimBits(top) < kPlentyPerPixel * top.pixels() * frames;
+double FitPlan::videoBitsOf(const Tried& one) const {
+  if (one.outcome.videoBytes > 0) return 8 * static_cast<double>(one.outcome.videoBytes);
+  if (one.outcome.log) return one.outcome.log->bits();
+  const double beside = besideBytes(one.attempt.picture, one.attempt.sound);
+  return 8 * std::max(static_cast<double>(one.outcome.bytes) - beside, 1.0);
 }
 
-void FitPlan::sampled(const Sample& sample) {
-  const auto fits = [&](double quantiser, double margin) {
-    return std::find_if(rungs.begin(), rungs.end(), [&](const Rung& candidate) {
-      return sample.videoBits(candidate, quantiser, limits.seconds) * margin <=
-             videoAimBits(candidate);
-    });
-  };
-  auto found = fits(bearableQuantiser(options), 1);
-  if (found == rungs.end()) found = fits(kCoarsest, 1.15);
-  rung = found == rungs.end() ? rungs.size() - 1 : static_cast<size_t>(found - rungs.begin());
-  planFirst();
+int FitPlan::made(Kind kind) const {
+  return static_cast<int>(std::count_if(tried.begin(), tried.end(), [&](const Tried& one) {
+    return one.attempt.kind == kind && isSame(one.attempt.picture, rungs[rung]);
+  }));
 }
 
-void FitPlan::continueFrom(const Rung& picture, const std::optional<Complexity>& log) {
-  const auto same = std::find_if(rungs.begin(), rungs.end(), [&](const Rung& candidate) {
-    return candidate.size == picture.size &&
-           std::abs(candidate.rate.value() - picture.rate.value()) < 0.001;
-  });
-  if (same == rungs.end() || next.kind != Kind::First) return;
-  rung = static_cast<size_t>(same - rungs.begin());
-  planFirst();
-  firstLog = log;
-  if (log) lastQuantiser = log->quantiser;
-  planSecond(videoAimBits(*same));
-}
-
-void FitPlan::planFirst() {
-  next = Attempt{};
-  next.kind = Kind::First;
-  next.picture = rungs[rung];
-  next.sound = soundFor(limits.aimBytes);
-  measuredRest = 0;
-  firstLog.reset();
-  seconds = 0;
-  constants = 0;
-  // The encoder spends its bitrate on frames at their nominal rate.
-  const double length =
-      std::max(limits.seconds, 0.04) * next.picture.framesPerSecond / next.picture.rate.value();
-  const double tolerance = toleranceSeconds(limits.seconds);
-  const double bits =
-      videoAimBits(next.picture) / (length + kRunsAhead * std::min(tolerance, limits.seconds));
-  next.videoBitsPerSecond = std::max<int64_t>(1000, std::llround(bits));
-  next.toleranceBits = std::llround(bits * tolerance);
-  next.stopBytes = std::llround(static_cast<double>(limits.maxBytes) * kHopeless);
-  next.stopsEarly = true;
-}
-
-void FitPlan::planSecond(double bits) {
-  const double frames =
-      firstLog ? firstLog->frames() : std::max(1.0, next.picture.framesPerSecond * limits.seconds);
-  const double tolerance = toleranceSeconds(limits.seconds);
-  const double length = frames / next.picture.rate.value();
-  const double rate = bits / (length + kRunsAhead / 2 * std::min(tolerance, length));
-  next.kind = Kind::Second;
-  next.videoBitsPerSecond = std::max<int64_t>(1000, std::llround(rate));
-  next.toleranceBits = std::llround(rate * tolerance);
-  next.stopBytes = std::llround(static_cast<double>(limits.maxBytes) * kHopeless);
-  next.stopsEarly = false;
-  ++seconds;
-}
-
-void FitPlan::planConstant(int quantiser) {
-  next.kind = Kind::Constant;
-  next.quantiser = std::clamp(quantiser, 1, kCoarsest);
-  next.videoBitsPerSecond = 0;
-  next.toleranceBits = 0;
-  next.stopBytes = std::llround(static_cast<double>(limits.maxBytes) * kHopeless);
-  next.stopsEarly = false;
-  ++constants;
-}
-
-void FitPlan::planCoarsest() {
-  rung = rungs.size() - 1;
-  next.picture = rungs[rung];
-  next.sound = soundFor(0);
-  planConstant(kCoarsest);
-  next.stopBytes = 0;  // its size is the answer, whatever it is
-  isCoarsest = true;
+bool FitPlan::fits(const Outcome& outcome) const {
+  return outcome.end == End::Whole && (limits.maxBytes == 0 || outcome.bytes <= limits.maxBytes);
 }
 
 bool FitPlan::fills(int64_t bytes) const {
@@ -203,106 +132,188 @@ double FitPlan::encodesAfter(double bytes) const {
   return bytes <= static_cast<double>(limits.maxBytes) && fills(std::llround(bytes)) ? 0 : 1;
 }
 
-// The quantiser that brings a file of `bytes`, made at the last one, down to the aim.
-int FitPlan::quantiserFor(double bytes) const {
-  const double ratio = std::max(bytes - measuredRest, 1.0) * 8 / videoAimBits(next.picture);
-  return static_cast<int>(std::ceil(lastQuantiser * std::pow(ratio, 1 / kUsualPower)));
+bool FitPlan::wantsSample() const {
+  if (next.kind != Kind::First || !hasQuantiser(options) || rungs.size() < 2) return false;
+  const Rung& top = rungs.front();
+  const double frames = std::max(1.0, top.framesPerSecond * limits.seconds);
+  return videoAimBits(top, next.sound) < kPlentyPerPixel * top.pixels() * frames;
 }
 
-FitPlan::Verdict FitPlan::tryBelow(double excess) {
-  if (bestBytes > 0) return Verdict::Done;
-  const double wanted = rungs[rung].pixels() * rungs[rung].framesPerSecond / (1.2 * excess);
-  ++rung;
-  while (rung < rungs.size() && rungs[rung].pixels() * rungs[rung].framesPerSecond > wanted) {
-    ++rung;
+// The best rung that is reckoned to stay within the limit at this quantiser; the ladder's end if
+// none.
+size_t FitPlan::rungFor(const SizeModel& sizes, int quantiser, double margin) const {
+  const auto found = std::find_if(rungs.begin(), rungs.end(), [&](const Rung& candidate) {
+    return sizes.bits(candidate, quantiser) * margin <= videoAimBits(candidate, next.sound);
+  });
+  return static_cast<size_t>(found - rungs.begin());
+}
+
+void FitPlan::sampled(const Sample& sample) {
+  model.take(sample);
+  size_t chosen = rungFor(model, bearableQuantiser(options), 1);
+  if (chosen == rungs.size()) chosen = rungFor(model, kCoarsestQuantiser, kFloorMargin);
+  beginPicture(std::min(chosen, rungs.size() - 1));
+  // Rate control does not know what to do with bits that only key frames have a use for.
+  if (!sample.isEven(limits.seconds) && !options.discardsOutput()) {
+    tryQuantiser(videoAimBits(next.picture, next.sound));
   }
-  if (rung < rungs.size() && ++stepsDown <= kMaxStepsDown) {
-    planFirst();
+}
+
+void FitPlan::continueFrom(const Rung& picture, const std::optional<Complexity>& passLog) {
+  const auto same = std::find_if(rungs.begin(), rungs.end(),
+                                 [&](const Rung& candidate) { return isSame(candidate, picture); });
+  if (same == rungs.end() || next.kind != Kind::First) return;
+  beginPicture(static_cast<size_t>(same - rungs.begin()));
+  log = passLog;
+  if (log) model.learn(*same, log->quantiser, log->bits());
+  refine(videoAimBits(*same, next.sound));
+}
+
+bool FitPlan::isBetter(const Tried& one, const Tried& other) const {
+  return pixelsPerSecond(one.attempt.picture) > pixelsPerSecond(other.attempt.picture) ||
+         one.outcome.bytes > other.outcome.bytes ||
+         (one.attempt.kind == Kind::Second && fills(one.outcome.bytes));
+}
+
+FitPlan::Verdict FitPlan::take(const Outcome& outcome) {
+  tried.push_back({next, outcome});
+  const Tried last = tried.back();
+  const bool isWithin = fits(outcome);
+  lastIsBest = isWithin && (!best || isBetter(last, *best));
+  if (lastIsBest) best = last;
+  switch (next.kind) {
+    case Kind::First:
+      return afterFirst(last, isWithin);
+    case Kind::Second:
+      return afterSecond(last, isWithin);
+    case Kind::Constant:
+      return afterConstant(last, isWithin);
+    case Kind::Copy:
+      if (!isWithin) beginEncode();
+      return isWithin ? Verdict::Done : Verdict::Encode;
+    default:
+      return isWithin ? Verdict::Done : Verdict::Impossible;
+  }
+}
+
+FitPlan::Verdict FitPlan::afterFirst(const Tried& last, bool isWithin) {
+  if (last.outcome.end != End::Whole) {
+    // Rate control may lose its way where a fixed quantiser, by the sample, does not.
+    if (model.isKnown()) return tryQuantiser(videoAimBits(next.picture, next.sound));
+    model.learn(next.picture, kCoarsestQuantiser, videoBitsOf(last));
+    return tryBelow();
+  }
+  log = last.outcome.log;
+  // The mean quantiser says little of a clip whose bits go into few frames.
+  if (log && (log->isEven() || !model.isKnown())) {
+    model.learn(next.picture, log->quantiser, videoBitsOf(last));
+  }
+  if (log && growsPicture(log->quantiser)) {
+    beginPicture(rung);
+    return Verdict::Encode;
+  }
+  const bool isFinest = log && log->quantiser <= kFinest;
+  const bool isUneven = log && log->spread > kUneven;
+  if (isWithin && (isFinest || (fills(last.outcome.bytes) && !isUneven))) return Verdict::Done;
+  return refine(videoAimBits(next.picture, next.sound));
+}
+
+// Goes to a much larger picture, once, if what came of this one shows that it is bearable.
+bool FitPlan::growsPicture(double quantiser) {
+  if (hasGrown || (best && !isSame(best->attempt.picture, next.picture))) return false;
+  // Far from what was measured a sample's curve is trusted no more than a plain power.
+  SizeModel plain(limits.seconds);
+  plain.learn(next.picture, quantiser, videoBitsOf(tried.back()));
+  const int bearable = bearableQuantiser(options);
+  const size_t chosen = std::max(rungFor(model, bearable, 1), rungFor(plain, bearable, 1));
+  if (chosen >= rung ||
+      pixelsPerSecond(rungs[chosen]) < kWorthGrowing * pixelsPerSecond(rungs[rung])) {
+    return false;
+  }
+  hasGrown = true;
+  rung = chosen;
+  return true;
+}
+
+// After a first pass: closer to these bits, in the same picture.
+FitPlan::Verdict FitPlan::refine(double videoBits) {
+  const bool isFine =
+      !log || !model.isKnown() ||
+      (log->isEven() && model.quantiserFor(next.picture, videoBits) <= kFineQuantiser);
+  if (hasQuantiser(options) && !isFine) return tryQuantiser(videoBits);
+  double frames = std::max(1.0, next.picture.framesPerSecond * limits.seconds);
+  if (log) frames = log->frames();
+  // Without a log of ours only the outcome tells how the encoder follows its bitrate.
+  const double scale = log || tried.empty() ? 1 : videoBits / videoBitsOf(tried.back());
+  next = secondPass(next.picture, next.sound, videoBits * scale, frames, limits);
+  return Verdict::Encode;
+}
+
+FitPlan::Verdict FitPlan::afterSecond(const Tried& last, bool isWithin) {
+  const bool isWhole = last.outcome.end == End::Whole;
+  const bool mayRepeat = made(Kind::Second) < kMostSeconds;
+  if (isWithin && (fills(last.outcome.bytes) || !mayRepeat)) return Verdict::Done;
+  const double aim = videoAimBits(next.picture, next.sound);
+  const double miss = isWhole ? videoBitsOf(last) / aim : kAbortedBy;
+  const bool isNear = isWhole && static_cast<double>(last.outcome.bytes) <
+                                     kSecondMargin * static_cast<double>(limits.maxBytes);
+  if (isNear && mayRepeat) {
+    next.videoBitsPerSecond = std::llround(static_cast<double>(next.videoBitsPerSecond) / miss);
+    next.toleranceBits = std::llround(static_cast<double>(next.toleranceBits) / miss);
+    return Verdict::Encode;
+  }
+  if (last.attempt.isFloor() && growsPicture(next.quantiser)) {
+    next.picture = rungs[rung];
+    next.sound = sound();
+  }
+  return tryQuantiser(aim / miss);
+}
+
+FitPlan::Verdict FitPlan::afterConstant(const Tried& last, bool isWithin) {
+  model.learn(next.picture, next.quantiser, videoBitsOf(last));
+  if (isWithin && fills(last.outcome.bytes)) return Verdict::Done;
+  if (!isWithin && last.attempt.isFloor()) return Verdict::Impossible;
+  if (!isWithin && best) return Verdict::Done;
+  if (last.attempt.isFloor() && growsPicture(next.quantiser)) {
+    next.picture = rungs[rung];
+    next.sound = sound();
+  }
+  return tryQuantiser(videoAimBits(next.picture, next.sound));
+}
+
+FitPlan::Verdict FitPlan::tryQuantiser(double videoBits) {
+  if (!hasQuantiser(options) || !model.isKnown()) return tryBelow();
+  int quantiser = std::max(kFinestUseful, model.quantiserFor(next.picture, videoBits));
+  for (const Tried& one : tried) {
+    const bool isAlike =
+        one.attempt.kind == Kind::Constant && isSame(one.attempt.picture, next.picture);
+    if (isAlike && !fits(one.outcome)) quantiser = std::max(quantiser, one.attempt.quantiser + 1);
+    if (isAlike && fits(one.outcome) && one.attempt.quantiser <= quantiser) return Verdict::Done;
+  }
+  if (quantiser > kCoarsestQuantiser || made(Kind::Constant) >= kMostQuantisers) return tryBelow();
+  const bool isOfUse = !best || !isSame(best->attempt.picture, next.picture) ||
+                       model.bits(next.picture, quantiser) > kGain * videoBitsOf(*best);
+  if (!isOfUse) return Verdict::Done;
+  next = constantQuantiser(next.picture, next.sound, quantiser, limits);
+  return Verdict::Encode;
+}
+
+// A smaller picture, unless there is a file that fits.
+FitPlan::Verdict FitPlan::tryBelow() {
+  if (best) return Verdict::Done;
+  size_t chosen = rung + 1;
+  while (chosen < rungs.size() && model.isKnown() &&
+         model.bits(rungs[chosen], kCoarsestQuantiser) * kFloorMargin >
+             videoAimBits(rungs[chosen], sound())) {
+    ++chosen;
+  }
+  if (chosen < rungs.size() && ++pictures < kMostPictures) {
+    beginPicture(chosen);
   } else if (hasQuantiser(options)) {
-    planCoarsest();
+    rung = rungs.size() - 1;
+    next = coarsest(rungs[rung], soundWithin(0, options, facts, limits));
   } else {
     return Verdict::Impossible;
   }
   return Verdict::Encode;
-}
-
-FitPlan::Verdict FitPlan::afterFirst(const Outcome& outcome, bool fits) {
-  firstLog = outcome.log;
-  if (firstLog) lastQuantiser = firstLog->quantiser;
-  const double excess = static_cast<double>(outcome.bytes) / static_cast<double>(limits.aimBytes);
-  if (outcome.end != End::Whole) return tryBelow(std::max(excess, kHopeless));
-  const bool isFinest = firstLog && firstLog->quantiser <= kFinest;
-  if (fits && (fills(outcome.bytes) || isFinest)) return Verdict::Done;
-  // Scaled by what the pictures came to: frames that the rate did not foresee are in it.
-  const double made = static_cast<double>(outcome.videoBytes) * 8;
-  const double wanted = videoAimBits(next.picture);
-  if (firstLog) {
-    planSecond(wanted);
-  } else {
-    const double rate = static_cast<double>(next.videoBitsPerSecond) * wanted / std::max(made, 1.0);
-    planSecond(wanted);
-    next.videoBitsPerSecond = std::max<int64_t>(1000, std::llround(rate));
-  }
-  return Verdict::Encode;
-}
-
-FitPlan::Verdict FitPlan::afterSecond(const Outcome& outcome, bool fits) {
-  if (fits && (fills(outcome.bytes) || seconds >= kMaxSeconds)) return Verdict::Done;
-  const double max = static_cast<double>(limits.maxBytes);
-  const double made = static_cast<double>(outcome.bytes);
-  if (outcome.end == End::Whole && made < 1.15 * max && seconds < kMaxSeconds) {
-    const double scale = static_cast<double>(limits.aimBytes) / made;
-    const int64_t rate = next.videoBitsPerSecond;
-    planSecond(1);
-    next.videoBitsPerSecond = std::llround(static_cast<double>(rate) * scale);
-    next.toleranceBits = std::llround(static_cast<double>(next.videoBitsPerSecond) *
-                                      toleranceSeconds(limits.seconds));
-    return Verdict::Encode;
-  }
-  if (bestBytes > 0) return Verdict::Done;
-  if (hasQuantiser(options) && lastQuantiser > 0) {
-    const double bytes = outcome.end == End::Whole ? made : 1.1 * max;
-    const int quantiser = quantiserFor(bytes);
-    if (quantiser < kCoarsest) {
-      planConstant(quantiser);
-      lastQuantiser = quantiser;
-      return Verdict::Encode;
-    }
-  }
-  return tryBelow(1.2);
-}
-
-FitPlan::Verdict FitPlan::afterConstant(const Outcome& outcome, bool fits) {
-  const int quantiser = next.quantiser;
-  if (!fits && isCoarsest) return bestBytes > 0 ? Verdict::Done : Verdict::Impossible;
-  if (!fits) return bestBytes > 0 ? Verdict::Done : tryBelow(1.2);
-  if (!isCoarsest || fills(outcome.bytes) || constants > 1) return Verdict::Done;
-  // There is room above the coarsest: one finer encode, kept if it fits.
-  lastQuantiser = quantiser;
-  const int finer = std::max(2, quantiserFor(static_cast<double>(outcome.bytes)));
-  if (finer >= quantiser) return Verdict::Done;
-  planConstant(finer);
-  return Verdict::Encode;
-}
-
-FitPlan::Verdict FitPlan::take(const Outcome& outcome) {
-  const bool isWhole = outcome.end == End::Whole;
-  const bool fits = isWhole && (limits.maxBytes == 0 || outcome.bytes <= limits.maxBytes);
-  lastIsBest = fits && outcome.bytes > bestBytes;
-  if (lastIsBest) bestBytes = outcome.bytes;
-  if (isWhole) measuredRest = static_cast<double>(outcome.bytes - outcome.videoBytes);
-  if (isWhole && (next.kind != Kind::Constant || isCoarsest)) smallest = outcome.bytes;
-  switch (next.kind) {
-    case Kind::First:
-      return afterFirst(outcome, fits);
-    case Kind::Second:
-      return afterSecond(outcome, fits);
-    case Kind::Constant:
-      return afterConstant(outcome, fits);
-    case Kind::Copy:
-      if (!fits) planEncode();
-      return fits ? Verdict::Done : Verdict::Encode;
-    default:
-      return fits ? Verdict::Done : Verdict::Impossible;
-  }
 }

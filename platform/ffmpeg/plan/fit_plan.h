@@ -2,20 +2,21 @@
 #ifndef PLATFORM_FFMPEG_PLAN_FIT_PLAN_H
 #define PLATFORM_FFMPEG_PLAN_FIT_PLAN_H
 
-#include <array>
 #include <optional>
 #include <vector>
 
 #include "platform/ffmpeg/plan/attempt.h"
 #include "platform/ffmpeg/plan/budget.h"
 #include "platform/ffmpeg/plan/sample.h"
+#include "platform/ffmpeg/plan/size_model.h"
 
 // Runs nothing itself: whoever owns an encoder makes the attempt() and tells the plan its outcome
 // with take(), until the verdict is another than Encode.
 //
 // A first pass at the bitrate that the budget allows, in the largest picture whose quantiser stays
-// bearable there, often fits. A second pass over its log, scaled by what the first one gave, comes
-// next; then fixed quantisers, which always end where they must, and smaller pictures. The
+// bearable there, often fits. Where its log shows room for a much larger picture, that one gets a
+// first pass too. Then comes a second pass over the log where the quantiser is fine, and a fixed
+// quantiser, which always ends where it must, where it is coarse; then smaller pictures. The
 // coarsest encode of the last rung settles whether the clip can be had at all.
 class FitPlan {
  public:
@@ -36,27 +37,38 @@ class FitPlan {
   Verdict take(const Outcome& outcome);
   // Whether the file of the outcome taken last is the best so far.
   bool keepsLast() const { return lastIsBest; }
-  // The smallest file that a whole clip was found to need; what to ask for is askFor() of it.
-  int64_t smallestBytes() const { return smallest; }
+  // After Impossible: what a whole clip was found to need. What to ask for is askFor() of it.
+  int64_t smallestBytes() const { return tried.back().outcome.bytes; }
 
   // How many further encodes are likely, should the present one end with `bytes`.
   double encodesAfter(double bytes) const;
 
  private:
+  struct Tried {
+    Attempt attempt;
+    Outcome outcome;
+  };
+
+  void beginEncode();
+  void beginPicture(size_t chosen);
+  size_t rungFor(const SizeModel& sizes, int quantiser, double margin) const;
+
+  bool fits(const Outcome& outcome) const;
   bool fills(int64_t bytes) const;
-  SoundChoice soundFor(int64_t maxBytes) const;
-  double restBytes(const Rung& rung, const SoundChoice& sound) const;
-  double videoAimBits(const Rung& rung) const;
-  void planEncode();
-  void planFirst();
-  void planSecond(double bits);
-  void planConstant(int quantiser);
-  void planCoarsest();
-  Verdict tryBelow(double excess);
-  Verdict afterFirst(const Outcome& outcome, bool fits);
-  Verdict afterSecond(const Outcome& outcome, bool fits);
-  Verdict afterConstant(const Outcome& outcome, bool fits);
-  int quantiserFor(double bytes) const;
+  SoundChoice sound() const;
+  double besideBytes(const Rung& picture, const SoundChoice& sound) const;
+  double videoAimBits(const Rung& picture, const SoundChoice& sound) const;
+  double videoBitsOf(const Tried& one) const;
+  int made(Attempt::Kind kind) const;
+
+  bool isBetter(const Tried& one, const Tried& other) const;
+  Verdict afterFirst(const Tried& last, bool isWithin);
+  Verdict afterSecond(const Tried& last, bool isWithin);
+  Verdict afterConstant(const Tried& last, bool isWithin);
+  bool growsPicture(double quantiser);
+  Verdict refine(double videoBits);
+  Verdict tryQuantiser(double videoBits);
+  Verdict tryBelow();
 
   Options options;
   MediaFacts facts;
@@ -64,16 +76,13 @@ class FitPlan {
   std::vector<Rung> rungs;  // empty when no pictures are encoded
   size_t rung = 0;
   Attempt next;
-  std::optional<Complexity> firstLog;
-  double measuredRest = 0;  // bytes beside the pictures, of the last whole encode
-  double lastQuantiser = 0;
-  int64_t bestBytes = 0;
-  int64_t smallest = 0;
+  std::vector<Tried> tried;
+  std::optional<Complexity> log;  // of the first pass in the present picture
+  SizeModel model;
+  std::optional<Tried> best;  // the file to keep
   bool lastIsBest = false;
-  int seconds = 0;  // second passes over the present log
-  int constants = 0;
-  int stepsDown = 0;
-  bool isCoarsest = false;
+  bool hasGrown = false;
+  int pictures = 0;  // that were given up
 };
 
 // What the encoder that the options name can do.

@@ -50,11 +50,18 @@ Sample::Sample(const std::array<Rung, 2>& sampledRungs,
 
 double Sample::bitsAt(size_t size, const Rung& rung, double quantiser, double seconds) const {
   const double frames = std::max(1.0, rung.framesPerSecond * seconds);
-  const double intra = 1 + frames / kFramesPerIntra;
+  const double intra = std::ceil(frames / kFramesPerIntra);
   const double fine = measured[size][0].bitsOf(frames, intra);
   const double coarse = measured[size][1].bitsOf(frames, intra);
   const double ratio = static_cast<double>(kSampleQuantisers[1]) / kSampleQuantisers[0];
   return fine * std::pow(quantiser / kSampleQuantisers[0], powerBetween(fine, coarse, ratio));
+}
+
+bool Sample::isEven(double seconds) const {
+  const double frames = std::max(1.0, rungs[0].framesPerSecond * seconds);
+  const double intra = std::ceil(frames / kFramesPerIntra);
+  const Complexity& fine = measured[0][0];
+  return fine.bitsOf(frames - intra, 0) > fine.bitsOf(intra, intra);
 }
 
 double Sample::videoBits(const Rung& rung, double quantiser, double seconds) const {

@@ -30,6 +30,8 @@ class Sample {
 
   // The bits of the pictures of the whole clip.
   double videoBits(const Rung& rung, double quantiser, double seconds) const;
+  // Whether the bits are spread over many of the whole clip's frames.
+  bool isEven(double seconds) const;
 
  private:
   double bitsAt(size_t size, const Rung& rung, double quantiser, double seconds) const;
