@@ -1,3 +1,5 @@
+#include <signal.h>
+
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -39,11 +41,21 @@ ExitCode runCommand(int argc, char** argv) {
   return sayUsage(std::string("there is no command ") + argv[1]);
 }
 
+// By the signal itself, so that a shell sees that it was so and does not go on with its loop.
+int end(ExitCode exitCode) {
+  if (exitCode > ExitSignal) {
+    signal(exitCode - ExitSignal, SIG_DFL);
+    raise(exitCode - ExitSignal);
+  }
+  return exitCode;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit fails instead, and says why
   try {
-    return runCommand(argc, argv);
+    return end(runCommand(argc, argv));
   } catch (const std::exception& problem) {
     return sayFailure(problem.what());
   }

@@ -5,6 +5,7 @@
 #include "client/commands/arguments.h"
 #include "client/commands/commands.h"
 #include "client/commands/in_out.h"
+#include "client/commands/withdrawal.h"
 #include "client/files/jpeg_file.h"
 #include "client/files/staged_output.h"
 #include "client/service/service_reply.h"
@@ -55,6 +56,8 @@ ExitCode copyAsItIs(const Arguments& arguments, const std::string& in, const Jpe
                     StagedOutput* output, const std::string& out) {
   std::error_code code;
   fs::copy_file(in, output->temporaryPath(), fs::copy_options::overwrite_existing, code);
+  std::error_code unknown;
+  if (code && !output->hasRoomFor(fs::file_size(in, unknown))) return sayNoSpace(out);
   if (code) return sayFailure("cannot copy " + in + ": " + code.message());
   const uintmax_t sizeBytes = fs::file_size(output->temporaryPath(), code);
   if (!output->commit()) return sayFailure(output->errorText());
@@ -80,6 +83,7 @@ ExitCode runResizeImage(const std::vector<std::string>& words) {
     return sayFailure("cannot read " + files.in + " as a JPEG: " + error);
   }
 
+  Interrupts interrupts;
   StagedOutput output(files.out);
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());
   // What does not end as a picture does is left to the service, which looks at all of it.
@@ -91,12 +95,19 @@ ExitCode runResizeImage(const std::vector<std::string>& words) {
   }
 
   const dsjson::JValue request = resizeRequest(files.in, output.temporaryPath(), *sizeBytes);
-  const Answer answer = callServiceAgain("resizeImage", requestText(request));
+  // Other pictures may be in front of it.
+  Withdrawal withdrawal(&interrupts, &output, std::chrono::seconds(1));
+  const Answer answer =
+      callServiceAgain("resizeImage", requestText(request), [&] { return withdrawal.goesOn(); });
+  if (withdrawal.isWanted(&exitCode)) return exitCode;
   if (answer.kind != Answer::Replied) return sayNoReply(answer);
 
   const ServiceReply reply = parseServiceReply(answer.payload);
   const bool isWhole = reply.succeeded && isWholeJpeg(output.temporaryPath());
   if (reply.succeeded && !isWhole) {
+    // As much as the service may have wanted: its first attempt is of the source's kind.
+    const auto most = std::max(inputBytes, static_cast<uintmax_t>(std::max(0, *sizeBytes)));
+    if (!output.hasRoomFor(most)) return sayNoSpace(files.out);
     return sayFailure("the picture is damaged: no whole picture came out");
   }
   if (isWhole && !output.commit()) return sayFailure(output.errorText());

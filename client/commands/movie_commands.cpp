@@ -1,7 +1,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 
 #include "client/commands/arguments.h"
@@ -9,6 +11,7 @@
 #include "client/commands/in_out.h"
 #include "client/commands/movie_request.h"
 #include "client/commands/progress_line.h"
+#include "client/commands/withdrawal.h"
 #include "client/files/input_file.h"
 #include "client/files/staged_output.h"
 #include "client/service/movie_info.h"
@@ -40,13 +43,21 @@ std::string refusal(const ServiceReply& reply, const StagedOutput& output) {
   return reason;
 }
 
-Answer callShowingProgress(const std::string& request, const std::string& output, bool isQuiet) {
-  if (isQuiet) return callServiceAgain("resizeMovie", request);
+Answer callShowingProgress(const std::string& request, const std::string& output, bool isQuiet,
+                           Withdrawal* withdrawal) {
   const MovieProgress progress(output);
-  ProgressLine line(isatty(STDERR_FILENO) != 0);
+  ProgressLine line(!isQuiet && isatty(STDERR_FILENO) != 0);
   return callServiceAgain("resizeMovie", request, [&] {
-    if (const auto share = progress.doneShare()) line.show(*share);
+    const auto share = progress.doneShare();
+    if (share && !isQuiet) line.show(*share);
+    return withdrawal->goesOn();
   });
+}
+
+// The encoder says why it could not write.
+bool isFullDisk(const std::string& words) {
+  return words.find(strerror(ENOSPC)) != std::string::npos ||
+         words.find(strerror(EDQUOT)) != std::string::npos;
 }
 
 // The service names its pass logs after the output and removes them, unless it dies.
@@ -57,28 +68,31 @@ void removePassLogs(const std::string& output) {
 }
 
 ExitCode resizeMovie(const Arguments& arguments, const std::string& in, dsjson::JValue request,
-                     StagedOutput* output) {
+                     StagedOutput* output, Withdrawal* withdrawal) {
   const std::string temporary = output->temporaryPath();
   request.put("inFile", in).put("outFile", temporary);
   const bool isQuiet = arguments.has("--quiet");
-  const Answer answer = callShowingProgress(requestText(request), temporary, isQuiet);
+  const Answer answer = callShowingProgress(requestText(request), temporary, isQuiet, withdrawal);
   removePassLogs(temporary);
+  ExitCode exitCode;
+  if (withdrawal->isWanted(&exitCode)) return exitCode;
   if (answer.kind != Answer::Replied) return sayNoMovie(answer, in);
 
   const ServiceReply reply = parseServiceReply(answer.payload);
   if (!reply.succeeded) {
     if (arguments.has("--json")) printf("%s\n", answer.payload.c_str());
-    return sayFailure(refusal(reply, *output));
+    sayFailure(refusal(reply, *output));
+    return isFullDisk(reply.errorDetail) ? sayNoSpace(output->targetPath()) : ExitFailed;
   }
   std::error_code missing;
   const auto bytes = fs::file_size(temporary, missing);
   if (missing || bytes == 0) return sayFailure("no movie came out");
   MovieInfo made;
   made.sizeBytes = static_cast<int32_t>(std::min<uintmax_t>(bytes, INT32_MAX));
-  if (!isQuiet && !arguments.has("--json")) {
-    made = parseMovieInfo(askMovieInfo(temporary)).value_or(made);
-  }
   if (!output->commit()) return sayFailure(output->errorText());
+  if (!isQuiet && !arguments.has("--json")) {
+    made = parseMovieInfo(askMovieInfo(output->targetPath())).value_or(made);
+  }
   if (arguments.has("--json")) {
     printf("%s\n", answer.payload.c_str());
   } else if (!isQuiet) {
@@ -119,7 +133,10 @@ ExitCode runResizeMovie(const std::vector<std::string>& words) {
   exitCode = checkInOut(files);
   if (exitCode != ExitDone) return exitCode;
 
+  Interrupts interrupts;
   StagedOutput output(files.out);
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());
-  return resizeMovie(arguments, files.in, request, &output);
+  // The encoder is ended at once, on any machine that is not very busy.
+  Withdrawal withdrawal(&interrupts, &output, std::chrono::seconds(10));
+  return resizeMovie(arguments, files.in, request, &output, &withdrawal);
 }

@@ -33,7 +33,11 @@ const char kUsage[] =
     "  --json    print the service's reply instead of words\n"
     "  --quiet   print nothing on success, and no progress\n"
     "\n"
-    "Exit codes: 0 done, 1 refused or failed, 2 usage, 3 no service.\n";
+    "OUT is a new name or a file, which is replaced when the new one is whole; of a link, the "
+    "file\n"
+    "that it leads to. A command that is interrupted (^C) leaves OUT as it was.\n"
+    "\n"
+    "Exit codes: 0 done, 1 refused or failed, 2 usage, 3 no service, 128 + a signal's number.\n";
 
 ExitCode sayUsage(const std::string& reason) {
   fprintf(stderr, "tarn-transcode: %s\n\n%s", reason.c_str(), kUsage);
@@ -43,6 +47,16 @@ ExitCode sayUsage(const std::string& reason) {
 ExitCode sayFailure(const std::string& reason) {
   fprintf(stderr, "tarn-transcode: %s\n", reason.c_str());
   return ExitFailed;
+}
+
+ExitCode sayNoSpace(const std::string& out) {
+  return sayFailure("there is no space left for " + out +
+                    ", which is as it was: free some on its disk, or write to another one");
+}
+
+ExitCode sayInterrupted(int number) {
+  sayFailure("interrupted, nothing was changed");
+  return static_cast<ExitCode>(ExitSignal + number);
 }
 
 ExitCode sayNoReply(const Answer& answer) {

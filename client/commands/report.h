@@ -11,6 +11,7 @@ enum ExitCode {
   ExitFailed = 1,     // refused, or tried and failed
   ExitUsage = 2,      // the words make no command
   ExitNoService = 3,  // no bus, or no service on it
+  ExitSignal = 128,   // and more: a signal of that number above it ended the command
 };
 
 // All commands and their options, for people.
@@ -20,6 +21,10 @@ extern const char kUsage[];
 ExitCode sayUsage(const std::string& reason);
 // Why something failed.
 ExitCode sayFailure(const std::string& reason);
+// The disk of `out` has no room for it.
+ExitCode sayNoSpace(const std::string& out);
+// The signal of that number ended the command.
+ExitCode sayInterrupted(int number);
 // Why there is no reply.
 ExitCode sayNoReply(const Answer& answer);
 

@@ -11,10 +11,11 @@ namespace {
 
 constexpr char kService[] = "tarn://com.tarn.transcode/";
 constexpr char kBusItself[] = "org.freedesktop.DBus";
-constexpr guint kWaitingMs = 200;
+constexpr guint kWaitingMs = 100;
 
 struct Wait {
   GMainLoop* loop;
+  const WhileWaiting& whileWaiting;
   Answer answer;
 };
 
@@ -60,14 +61,14 @@ Answer noService(VSError* error) {
 }
 
 gboolean onWaiting(gpointer data) {
-  (*static_cast<const WhileWaiting*>(data))();
+  const auto* wait = static_cast<const Wait*>(data);
+  if (!wait->whileWaiting()) g_main_loop_quit(wait->loop);
   return G_SOURCE_CONTINUE;
 }
 
-void runUntilReply(GMainLoop* loop, const WhileWaiting& whileWaiting) {
-  auto* data = const_cast<WhileWaiting*>(&whileWaiting);
-  const guint source = whileWaiting ? g_timeout_add(kWaitingMs, onWaiting, data) : 0;
-  g_main_loop_run(loop);
+void runUntilReply(Wait* wait) {
+  const guint source = wait->whileWaiting ? g_timeout_add(kWaitingMs, onWaiting, wait) : 0;
+  g_main_loop_run(wait->loop);
   if (source != 0) g_source_remove(source);
 }
 
@@ -82,13 +83,13 @@ Answer callService(const std::string& method, const std::string& payload,
 
   const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(
       g_main_loop_new(nullptr, FALSE), g_main_loop_unref);
-  Wait wait = {loop.get(), {}};
+  Wait wait = {loop.get(), whileWaiting, {Answer::GivenUp, "", "the request was given up"}};
   const std::string uri = kService + method;
   if (!VSGmainAttach(handle, loop.get(), &error) ||
       !VSCall(handle, uri.c_str(), payload.c_str(), takeReply, &wait, nullptr, &error)) {
     wait.answer = noService(&error);
   } else {
-    runUntilReply(loop.get(), whileWaiting);
+    runUntilReply(&wait);
   }
   VSUnregister(handle, nullptr);
   return wait.answer;
@@ -97,6 +98,8 @@ Answer callService(const std::string& method, const std::string& payload,
 Answer callServiceAgain(const std::string& method, const std::string& payload,
                         const WhileWaiting& whileWaiting) {
   Answer answer = callService(method, payload, whileWaiting);
-  if (answer.kind == Answer::Died) answer = callService(method, payload, whileWaiting);
+  if (answer.kind == Answer::Died && (!whileWaiting || whileWaiting())) {
+    answer = callService(method, payload, whileWaiting);
+  }
   return answer;
 }

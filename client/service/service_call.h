@@ -16,14 +16,15 @@ struct Answer {
     Died,       // the service ended under the request
     NoService,  // there is no bus, or no such service on it
     BusError,   // the bus or the service refused the message
+    GivenUp,    // the caller waited no longer
   };
   Kind kind;
   std::string payload;    // Replied: the reply's text
   std::string errorText;  // all other kinds: what happened, in plain words
 };
 
-// Called a few times a second while a reply is awaited.
-using WhileWaiting = std::function<void()>;
+// Called a few times a second while a reply is awaited. False ends the wait.
+using WhileWaiting = std::function<bool()>;
 
 // Sends one request and waits for its end, however long it takes.
 Answer callService(const std::string& method, const std::string& payload,

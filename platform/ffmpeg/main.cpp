@@ -19,6 +19,7 @@
 #include "platform/ffmpeg/process/process_setup.h"
 #include "platform/ffmpeg/process/real_ffmpeg.h"
 #include "platform/ffmpeg/process/sandbox.h"
+#include "platform/ffmpeg/process/withdrawal_watch.h"
 #include "platform/ffmpeg/request/options.h"
 #include "platform/ffmpeg/text/plain_text.h"
 
@@ -56,6 +57,7 @@ int probe(const Options& options) {
 }
 
 int transcode(const Options& options, const std::string& program) {
+  const WithdrawalWatch watch(options.target());
   Failure failure;
   {
     OutputFolders folders(options);

@@ -18,6 +18,7 @@
 #include "platform/ffmpeg/probe/movie_probe.h"
 #include "platform/ffmpeg/process/encode_slots.h"
 #include "platform/ffmpeg/process/stop_signals.h"
+#include "platform/held/held_file.h"
 
 namespace {
 
@@ -210,6 +211,10 @@ bool Transcode::make(FitPlan& plan, AttemptRunner& runner, Failure* failure) {
 bool Transcode::publish(std::string* error) const {
   const std::string made = work->file(kBestName);
   syncFile(made);
+  if (isWithdrawn(target)) {
+    *error = "nobody waits for the output any more";
+    return false;
+  }
   if (::rename(made.c_str(), target.c_str()) == 0) return true;
   *error = target + ": " + strerror(errno);
   return false;
