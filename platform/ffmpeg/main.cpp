@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "platform/ffmpeg/files/pass_log_guard.h"
 #include "platform/ffmpeg/job/output_folders.h"
 #include "platform/ffmpeg/job/transcode.h"
 #include "platform/ffmpeg/probe/media_facts.h"
@@ -56,8 +57,9 @@ int probe(const Options& options) {
   return 1;
 }
 
-int transcode(const Options& options, const std::string& program) {
+int transcode(const Options& options, const std::string& program, pid_t parent) {
   const WithdrawalWatch watch(options.target());
+  if (options.pass == 1) guardPassLogs(passLogs(options.passLogPrefix), parent);
   Failure failure;
   {
     OutputFolders folders(options);
@@ -85,6 +87,6 @@ int main(int argc, char** argv) {
   Options options;
   std::string error;
   if (!parseOptions(argc, argv, &options, &error)) return fail(error);
-  if (!options.isProbe()) return transcode(options, findRealFfmpeg());
+  if (!options.isProbe()) return transcode(options, findRealFfmpeg(), parent);
   return sandboxFor(options, "").enter() ? probe(options) : fail(kNoSandbox);
 }

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <random>
 
@@ -18,7 +19,7 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr int kRounds = 12;
+const int kRounds = getenv("TARN_SOAK") ? 200 : 12;
 
 class KilledTest : public testing::Test {
  protected:
@@ -50,6 +51,11 @@ class KilledTest : public testing::Test {
   const std::string runtime = "XDG_RUNTIME_DIR=" + folder / "run";
   std::mt19937 random{7};
 };
+
+std::vector<std::string> firstPass(const std::string& clip, const std::string& out) {
+  return {"-i", clip,           "-y", "-vcodec", "mpeg4", "-b",  "300k",     "-pass",
+          "1",  "-passlogfile", out,  "-an",     "-f",    "mp4", "/dev/null"};
+}
 
 TEST_F(KilledTest, TheProgramAtAnyMoment) {
   for (int round = 0; round < kRounds; ++round) {
@@ -105,11 +111,7 @@ TEST_F(KilledTest, ItsCallerIsToldAtOnce) {
 
 // The caller of both passes is a shell in the daemon's place.
 TEST_F(KilledTest, TheCallerOfTheSecondPass) {
-  ASSERT_EQ(runFfmpeg({"-i", clip, "-y", "-vcodec", "mpeg4", "-b", "300k", "-pass", "1",
-                       "-passlogfile", out, "-an", "-f", "mp4", "/dev/null"},
-                      {runtime})
-                .exitCode,
-            0);
+  ASSERT_EQ(runFfmpeg(firstPass(clip, out), {runtime}).exitCode, 0);
   ASSERT_TRUE(std::filesystem::exists(out + "-0.log"));
   const pid_t caller = fork();
   if (caller == 0) {
@@ -124,6 +126,35 @@ TEST_F(KilledTest, TheCallerOfTheSecondPass) {
   waitpid(caller, nullptr, 0);
   expectNothingStray();
   EXPECT_EQ(readFile(out), "the old file");
+}
+
+TEST_F(KilledTest, TheCallerBetweenTheTwoPasses) {
+  const pid_t caller = fork();
+  if (caller == 0) {
+    StartedProgram program(firstPass(clip, out), {runtime});
+    program.wait();
+    for (;;)
+      pause();
+  }
+  EXPECT_TRUE(waitUntil([&] {
+    return std::filesystem::exists(out + "-2.log") &&
+           processesNamed("ffmpeg", folder.path()).empty();
+  }));
+  EXPECT_TRUE(std::filesystem::exists(out + "-0.log"));
+  kill(caller, SIGKILL);
+  waitpid(caller, nullptr, 0);
+  expectNothingStray();
+  EXPECT_EQ(readFile(out), "the old file");
+}
+
+TEST_F(KilledTest, WhatWatchesThePassLogsGoesWithThem) {
+  EXPECT_EQ(runFfmpeg(firstPass(clip, out), {runtime}).exitCode, 0);
+  EXPECT_EQ(processesNamed("ffmpeg-guard", folder.path()).size(), 1U);
+  for (const char* log : {"-0.log", "-2.log"}) {
+    EXPECT_FALSE(processesNamed("ffmpeg-guard", folder.path()).empty());
+    EXPECT_TRUE(std::filesystem::remove(out + log));
+  }
+  expectNothingStray();
 }
 
 }  // namespace

@@ -12,19 +12,10 @@
 
 namespace {
 
-// Whoever ends us may mean all of our group, and whoever reads our standard error waits for its
-// end: nothing of either may reach this process.
 [[noreturn]] void waitAndRemove(int lifeline, const std::vector<std::string>& paths) {
-  setsid();
-  prctl(PR_SET_NAME, "ffmpeg-janitor");
-  prctl(PR_SET_PDEATHSIG, 0);
-  for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE}) {
-    signal(number, SIG_IGN);
-  }
+  standBy("ffmpeg-janitor");
   dup2(lifeline, STDIN_FILENO);
-  close(STDOUT_FILENO);
-  close(STDERR_FILENO);
-  closefrom(3);  // locks among them would outlive who took them
+  closefrom(1);  // locks among them would outlive who took them
   char ignored;
   ssize_t count = 0;
   do {
@@ -38,6 +29,18 @@ namespace {
 }
 
 }  // namespace
+
+void standBy(const char* name) {
+  setsid();
+  prctl(PR_SET_NAME, name);
+  prctl(PR_SET_PDEATHSIG, 0);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE}) {
+    signal(number, SIG_IGN);
+  }
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    close(fd);
+  }
+}
 
 Janitor::Janitor(const std::vector<std::string>& paths) {
   int ends[2];

@@ -25,4 +25,9 @@ class Janitor {
   int lifeline = -1;  // open here and in what we start: its end of file is the end of all
 };
 
+// For a process that outlives the one it was forked from: nothing that means that one, or its whole
+// group, reaches it any more, and nobody who waits for the end of its output waits for it. It is
+// called `name` from here on.
+void standBy(const char* name);
+
 #endif

@@ -4,9 +4,10 @@
 
 #include <fstream>
 
+#include "platform/ffmpeg/files/pass_log_guard.h"
+
 namespace {
 
-constexpr int kPassLogs = 10;  // PREFIX-0.log to PREFIX-9.log are the caller's to remove
 constexpr size_t kMostFolders = 100;
 
 }  // namespace
@@ -32,7 +33,8 @@ void OutputFolders::settle(bool succeeded) {
     folders.keep();
     return;
   }
-  for (int number = 0; options.pass != 0 && number < kPassLogs; ++number) {
-    unlink((options.passLogPrefix + "-" + std::to_string(number) + ".log").c_str());
+  if (options.pass == 0) return;
+  for (const std::string& log : passLogs(options.passLogPrefix)) {
+    unlink(log.c_str());
   }
 }

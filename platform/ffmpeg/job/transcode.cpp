@@ -78,10 +78,7 @@ Sandbox sandboxFor(const Options& options, const std::string& program) {
 }
 
 Transcode::Transcode(const Options& asked, std::string program)
-    : options(asked),
-      programPath(std::move(program)),
-      target(resolved(asked.target())),
-      caller(getppid()) {}
+    : options(asked), programPath(std::move(program)), target(resolved(asked.target())) {}
 
 bool Transcode::checkPaths(std::string* error) const {
   struct stat status {};
@@ -220,13 +217,6 @@ bool Transcode::publish(std::string* error) const {
   return false;
 }
 
-void Transcode::removeOrphanedPassLog() const {
-  if (options.pass == 0 || getppid() == caller) return;
-  for (const auto& [name, logged] : kLogged) {
-    unlink((options.passLogPrefix + logged).c_str());
-  }
-}
-
 bool Transcode::run(Failure* failure) {
   std::string* error = &failure->words;
   if (!checkPaths(error)) return false;
@@ -246,8 +236,5 @@ bool Transcode::run(Failure* failure) {
     const auto sample = runner.sample(plan);
     if (sample) plan.sampled(*sample);
   }
-  const bool succeeded =
-      options.discardsOutput() ? analyse(plan, runner, failure) : make(plan, runner, failure);
-  removeOrphanedPassLog();
-  return succeeded;
+  return options.discardsOutput() ? analyse(plan, runner, failure) : make(plan, runner, failure);
 }

@@ -3,8 +3,6 @@
 #ifndef PLATFORM_FFMPEG_JOB_TRANSCODE_H
 #define PLATFORM_FFMPEG_JOB_TRANSCODE_H
 
-#include <sys/types.h>
-
 #include <string>
 
 #include "platform/ffmpeg/files/work_directory.h"
@@ -36,14 +34,11 @@ class Transcode {
   bool publish(std::string* error) const;
   bool publishPassLog(const Rung& picture, std::string* error) const;
   void continueFromPassLog(FitPlan& plan) const;
-  // Whoever started us removes it after the last pass, but not when it was killed.
-  void removeOrphanedPassLog() const;
   std::string refusal(const FitPlan& plan) const;
 
   Options options;
   std::string programPath;
   std::string target;  // where the output (or the pass log) ends up, links resolved
-  pid_t caller;
   MediaFacts facts;
   std::unique_ptr<WorkDirectory> work;
 };
