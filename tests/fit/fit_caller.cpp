@@ -66,6 +66,13 @@ void FitCaller::onSignal(GDBusConnection*, const char*, const char* path, const 
     g_variant_unref(values);
     return;
   }
+  if (std::string(name) == "NameOwnerChanged") {
+    const char* changed = nullptr;
+    const char* before = nullptr;
+    g_variant_get(arguments, "(&s&s&s)", &changed, &before, nullptr);
+    self->ownerLost = self->ownerLost || (g_str_equal(changed, kName) && *before != '\0');
+    return;
+  }
   if (std::string(name) != "Completed") return;
   JobEnd end;
   gboolean success = FALSE;
@@ -179,6 +186,14 @@ std::string FitCaller::pathOf(const std::string& token) const {
 
 bool FitCaller::awaitEnd(const std::string& path, JobEnd* end) {
   if (!runUntil([&] { return ends.contains(path); })) return false;
+  *end = ends.find(path)->second;
+  return true;
+}
+
+bool FitCaller::awaitEndOrOwnerChange(const std::string& path, JobEnd* end) {
+  if (!runUntil([&] { return ends.contains(path) || ownerLost; }) || !ends.contains(path)) {
+    return false;
+  }
   *end = ends.find(path)->second;
   return true;
 }

@@ -44,6 +44,8 @@ class FitCaller {
   std::string pathOf(const std::string& token) const;
   // Waits for the job's Completed. False when none came within 30 s.
   bool awaitEnd(const std::string& path, JobEnd* end);
+  // The same; false also as soon as the service has lost its name.
+  bool awaitEndOrOwnerChange(const std::string& path, JobEnd* end);
   // Waits until one of the job's properties was told to be that, as text. False after 30 s.
   bool awaitProperty(const std::string& path, const std::string& name, const std::string& value);
   // How many Completed came, of whatever job.
@@ -74,6 +76,7 @@ class FitCaller {
   GDBusConnection* connection;
   std::multimap<std::string, JobEnd> ends;
   std::vector<Change> changes;
+  bool ownerLost = false;
 };
 
 #endif
