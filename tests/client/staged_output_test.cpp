@@ -131,8 +131,9 @@ TEST_F(StagedOutputTest, RemovesWhatWasAbandonedAndNothingElse) {
                       fs::file_time_type::clock::now() - std::chrono::hours(2));
   const StagedOutput output(dir / "out.jpg");
   EXPECT_FALSE(fs::exists(abandoned));
-  for (const std::string& kept : {foreign, fresh, other.temporaryPath()})
+  for (const std::string& kept : {foreign, fresh, other.temporaryPath()}) {
     EXPECT_TRUE(fs::exists(kept)) << kept;
+  }
 }
 
 TEST_F(StagedOutputTest, KnowsWhatRoomThereIs) {

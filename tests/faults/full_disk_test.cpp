@@ -62,8 +62,9 @@ stat -c %s small/new.jpg >size
 };
 
 TEST_F(FullDiskTest, ATinyDisk) {
-  if (!run("unshare --user --map-root-user --mount", "mount -t tmpfs -o size=200k tmpfs small"))
+  if (!run("unshare --user --map-root-user --mount", "mount -t tmpfs -o size=200k tmpfs small")) {
     GTEST_SKIP() << "this machine allows no mount of our own";
+  }
   expectPlainWordsAndNothingCut();
 }
 

@@ -133,8 +133,9 @@ TEST_F(KilledTest, TheCallerBetweenTheTwoPasses) {
   if (caller == 0) {
     StartedProgram program(firstPass(clip, out), {runtime});
     program.wait();
-    for (;;)
+    for (;;) {
       pause();
+    }
   }
   EXPECT_TRUE(waitUntil([&] {
     return std::filesystem::exists(out + "-2.log") &&

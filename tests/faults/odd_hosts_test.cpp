@@ -22,8 +22,9 @@ TEST_P(OddHostTest, MakesAPhotoAndAMovie) {
   const TempDir dir;
   EXPECT_TRUE(writeBytes(dir / "in.jpg", makeJpeg({.width = 640, .height = 480})));
   std::filesystem::copy_file(movieClip({.seconds = 1}), dir / "in.mp4");
-  for (const char* folder : {"home", "run", "o"})
+  for (const char* folder : {"home", "run", "o"}) {
     std::filesystem::create_directory(dir / folder);
+  }
   const std::string words = dir.write("words", R"(
 tarn-transcode resize-image --always in.jpg o/out.jpg --size 1M
 echo photo $? >>codes
@@ -37,8 +38,9 @@ echo movie $? >>codes
                     GetParam().prelude + " || exit 99\ndbus-run-session -- sh " + words + "\n");
   const int exitCode =
       runCommand(GetParam().inside + " sh " + script + " >" + (dir / "log") + " 2>&1").exitCode;
-  if (exitCode != 0 && !GetParam().inside.empty())
+  if (exitCode != 0 && !GetParam().inside.empty()) {
     GTEST_SKIP() << "this machine allows no mount of our own";
+  }
   EXPECT_EQ(readFile(dir / "codes"), "photo 0\nmovie 0\n") << readFile(dir / "log");
   EXPECT_THAT(namesIn(dir / "o"), testing::ElementsAre("out.jpg", "out.mp4"));
   EXPECT_EQ(decodingErrors(dir / "o/out.mp4"), "");

@@ -41,8 +41,9 @@ class WithdrawnTest : public testing::TestWithParam<int> {
     setenv("XDG_RUNTIME_DIR", (dir / "run").c_str(), 1);
     freopen((dir / "said").c_str(), "w", stderr);
     std::vector<char*> argv;
-    for (std::string& word : words)
+    for (std::string& word : words) {
       argv.push_back(word.data());
+    }
     argv.push_back(nullptr);
     execv(program.c_str(), argv.data());
     _exit(127);

@@ -43,8 +43,9 @@ std::string caged(const std::string& input, const std::string& output,
   close(ends[1]);
   std::string told;
   char piece[4096];
-  for (ssize_t count = 0; (count = read(ends[0], piece, sizeof piece)) > 0;)
+  for (ssize_t count = 0; (count = read(ends[0], piece, sizeof piece)) > 0;) {
     told.append(piece, static_cast<size_t>(count));
+  }
   close(ends[0]);
   waitpid(child, nullptr, 0);
   return told;
@@ -63,8 +64,9 @@ TEST_F(FitCageTest, AWorkerThatWasTakenOverGetsNowhere) {
     AttackReport report = attack(prey.victim());
     if (kIsInstrumented) std::erase(report.succeeded, "2 GiB of memory");
     std::string text = report.tried > 40 ? "tried" : "";
-    for (const std::string& name : report.succeeded)
+    for (const std::string& name : report.succeeded) {
       text += "\n" + name;
+    }
     return text;
   });
   EXPECT_EQ(told, "tried");

@@ -112,8 +112,9 @@ CallOutcome FitCaller::send(GVariant* arguments, const std::string& path,
   Reply reply;
   g_main_context_push_thread_default(context);
   GUnixFDList* list = g_unix_fd_list_new();
-  for (const int fd : descriptors)
+  for (const int fd : descriptors) {
     if (fd >= 0) g_unix_fd_list_append(list, fd, nullptr);
+  }
   g_dbus_connection_call_with_unix_fd_list(
       connection, kName, path.c_str(), interface.c_str(), method.c_str(), arguments, nullptr,
       G_DBUS_CALL_FLAGS_NONE, kTimeoutMs, list, nullptr,
@@ -124,8 +125,9 @@ CallOutcome FitCaller::send(GVariant* arguments, const std::string& path,
         got->isDone = true;
       },
       &reply);
-  while (!reply.isDone)
+  while (!reply.isDone) {
     g_main_context_iteration(context, TRUE);
+  }
   g_object_unref(list);
   g_main_context_pop_thread_default(context);
 
@@ -209,8 +211,9 @@ bool FitCaller::awaitProperty(const std::string& path, const std::string& name,
 
 std::vector<double> FitCaller::toldOf(const std::string& path, const std::string& name) const {
   std::vector<double> told;
-  for (const Change& change : changes)
+  for (const Change& change : changes) {
     if (change.path == path && change.name == name) told.push_back(change.number);
+  }
   return told;
 }
 

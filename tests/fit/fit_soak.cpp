@@ -124,8 +124,9 @@ int main(int argc, char** argv) {
     threads.emplace_back(runCaller, bus.address(), dir.path(), jobs / callers,
                          static_cast<unsigned>(i + 1), &tally);
   }
-  for (std::thread& thread : threads)
+  for (std::thread& thread : threads) {
     thread.join();
+  }
   isOver = true;
   killer.join();
   const bool isGone = waitUntil([&] { return processesAbout(service + "/fit").empty(); });

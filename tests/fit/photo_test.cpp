@@ -58,8 +58,9 @@ std::string textOf(const std::vector<uint8_t>& bytes) {
 std::string exifOf(const std::vector<uint8_t>& file) {
   JpegHeaderReader reader;
   reader.feed(file.data(), file.size());
-  for (const JpegSegment& segment : reader.segments())
+  for (const JpegSegment& segment : reader.segments()) {
     if (isExif(segment)) return textOf(segment.payload);
+  }
   return "";
 }
 
@@ -115,8 +116,9 @@ TEST(FitPhotoTest, NoLocationLeavesNothingThatTellsAPlace) {
     ASSERT_TRUE(outcome.ok);
     const std::string text = textOf(outcome.photo.file);
     for (const char* trace :
-         {"TESTNOTE", "GPSLatitude", "a caption", "a comment", "http://ns.adobe"})
+         {"TESTNOTE", "GPSLatitude", "a caption", "a comment", "http://ns.adobe"}) {
       EXPECT_THAT(text, Not(HasSubstr(trace))) << trace;
+    }
     EXPECT_EQ(exifOf(outcome.photo.file).find("\x25\x88"), text.npos);  // the position's directory
     EXPECT_NE(exifOf(file).find("\x25\x88"), text.npos);
     EXPECT_THAT(text, HasSubstr("Exif"));
@@ -133,8 +135,9 @@ TEST(FitPhotoTest, NoneLeavesTheColoursAndTheOrientation) {
   const Outcome outcome = fit(withTrailer, 1 << 20, KeepMetadata::None);
   ASSERT_TRUE(outcome.ok);
   const std::string text = textOf(outcome.photo.file);
-  for (const char* trace : {"TESTNOTE", "GPS", "caption", "comment", "motion"})
+  for (const char* trace : {"TESTNOTE", "GPS", "caption", "comment", "motion"}) {
     EXPECT_THAT(text, Not(HasSubstr(trace))) << trace;
+  }
   EXPECT_THAT(text, HasSubstr("ICC_PROFILE"));
   EXPECT_EQ(factsOf(outcome.photo.file).orientation, 6);
   EXPECT_EQ(decodePixels(outcome.photo.file), decodePixels(file));

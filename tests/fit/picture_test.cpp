@@ -13,9 +13,11 @@ Picture grayPicture(int width, int height) {
   Picture picture;
   picture.size = {width, height};
   Plane& plane = picture.planes.emplace_back(width, height);
-  for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width; ++x)
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
       plane.row(y)[x] = static_cast<uint8_t>((x * 7 + y * 13 + x * y) % 256);
+    }
+  }
   plane.pad();
   return picture;
 }
@@ -48,8 +50,9 @@ TEST(SimilarityTest, IsOneOfTheSameAndFallsWithEveryError) {
   double before = 1;
   for (const int amount : {2, 8, 32, 100}) {
     Plane noisy = picture.planes[0];
-    for (size_t i = 0; i < noisy.samples.size(); ++i)
+    for (size_t i = 0; i < noisy.samples.size(); ++i) {
       noisy.samples[i] = static_cast<uint8_t>(noisy.samples[i] + (i * 31 % 5 - 2) * amount / 2);
+    }
     const double now = similarity(picture.planes[0], noisy);
     EXPECT_LT(now, before) << amount;
     before = now;
@@ -65,9 +68,11 @@ TEST(JpegWritingTest, AnySizeComesBackAsItWas) {
                                         {(size.width + 1) / 2, (size.height + 1) / 2},
                                         {(size.width + 1) / 2, (size.height + 1) / 2}}) {
       Plane& plane = picture.planes.emplace_back(width, height);
-      for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
+      for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
           plane.row(y)[x] = static_cast<uint8_t>(60 + (x + y) / 8 % 100);
+        }
+      }
       plane.pad();
     }
     std::vector<uint8_t> file;

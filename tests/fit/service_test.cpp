@@ -136,8 +136,9 @@ TEST_F(FitServiceTest, DescriptorsAreLookedAt) {
   EXPECT_EQ(error(device, target), "The input is no regular file");
   EXPECT_EQ(error(file, device), "The output is no regular file");
   EXPECT_EQ(error(file, -1), "The output comes with no descriptor");
-  for (const int fd : {file, target, pathOnly, device})
+  for (const int fd : {file, target, pathOnly, device}) {
     close(fd);
+  }
 }
 
 TEST_F(FitServiceTest, InspectsAPhoto) {
@@ -264,8 +265,9 @@ TEST_F(FitServiceTest, TooManyJobsOfOneCallerAreRefused) {
   const std::string in = photo(32, 32);
   int accepted = 0;
   CallOutcome last;
-  while ((last = caller->fit(in, out(), 1000)).ok && accepted < 100)
+  while ((last = caller->fit(in, out(), 1000)).ok && accepted < 100) {
     ++accepted;
+  }
   EXPECT_EQ(accepted, 64);
   EXPECT_EQ(last.errorName, std::string(kError) + "TooManyJobs");
   FitCaller other(bus->address());

@@ -36,8 +36,9 @@ TEST(RequestWordsTest, WhatMeansNothingIsNamed) {
 
 TEST(ReportLinesTest, AreTakenAsTold) {
   WorkerReport report;
-  for (const std::string& line : {progressLine(0.5), writingLine()})
+  for (const std::string& line : {progressLine(0.5), writingLine()}) {
     takeReportLine(line.substr(0, line.size() - 1), &report);
+  }
   EXPECT_DOUBLE_EQ(report.progress, 0.5);
   EXPECT_TRUE(report.writes);
   const std::string result = resultLine({{"bytes", 5}, {"width", 7}});
