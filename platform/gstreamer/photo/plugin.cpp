@@ -19,7 +19,8 @@ static constexpr struct {
 } kTaken[] = {{kJpegDecName, registerJpegDec}, {kFileSinkName, registerFileSink}};
 
 static void takeNameBack(GstRegistry*, GstPluginFeature* feature, gpointer plugin) {
-  if (strcmp(gst_plugin_feature_get_plugin_name(feature), kPluginName) == 0) return;
+  // A program's own elements are of no plug-in.
+  if (g_strcmp0(gst_plugin_feature_get_plugin_name(feature), kPluginName) == 0) return;
   for (const auto& [name, registerOurs] : kTaken) {
     if (strcmp(gst_plugin_feature_get_name(feature), name) == 0) {
       registerOurs(static_cast<GstPlugin*>(plugin));
