@@ -1,4 +1,5 @@
 // Any one process killed at any moment: the old file is whole, nothing stray is left.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -7,8 +8,10 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <random>
 
+#include "platform/ffmpeg/process/encode_slots.h"
 #include "tests/ffmpeg/program_run.h"
 #include "tests/support/movie_media.h"
 #include "tests/support/processes.h"
@@ -156,6 +159,38 @@ TEST_F(KilledTest, WhatWatchesThePassLogsGoesWithThem) {
     EXPECT_TRUE(std::filesystem::remove(out + log));
   }
   expectNothingStray();
+}
+
+// It was killed before the program had begun, and a sibling held the other end of its standard
+// error at that moment. It waits for its turn while that closes.
+TEST_F(KilledTest, TheCallerBeforeWeCouldLook) {
+  const std::string queue = folder / "run/tarn-transcode";
+  std::filesystem::create_directory(queue);
+  auto all = std::make_unique<EncodeSlots>(queue);
+  all->awaitTurn();
+  all->begin(EncodeSlots::kAllBytes);
+  const std::string before = readFile(queue + "/slots");
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const pid_t caller = fork();
+  if (caller == 0) {
+    const pid_t parent = getpid();
+    if (fork() != 0) _exit(0);
+    while (getppid() == parent)
+      poll(nullptr, 0, 1);
+    dup2(ends[1], STDERR_FILENO);
+    setenv("XDG_RUNTIME_DIR", (folder / "run").c_str(), 1);
+    execl(FFMPEG_UNDER_TEST, "ffmpeg", "-i", clip.c_str(), "-y", "-vcodec", "mpeg4", out.c_str(),
+          nullptr);
+    _exit(1);
+  }
+  waitpid(caller, nullptr, 0);
+  EXPECT_TRUE(waitUntil([&] { return readFile(queue + "/slots") != before; }));
+  close(ends[0]);
+  close(ends[1]);
+  all.reset();
+  expectNothingStray();
+  EXPECT_EQ(readFile(out), "the old file");
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "platform/ffmpeg/files/progress_file.h"
 #include "platform/ffmpeg/probe/movie_probe.h"
 #include "platform/ffmpeg/process/encode_slots.h"
+#include "platform/ffmpeg/process/process_setup.h"
 #include "platform/ffmpeg/process/stop_signals.h"
 #include "platform/held/held_file.h"
 
@@ -133,6 +134,7 @@ void Transcode::continueFromPassLog(FitPlan& plan) const {
 }
 
 bool Transcode::publishPassLog(const Rung& picture, std::string* error) const {
+  if (!isWanted(error)) return false;
   std::ofstream(work->file(kPassPicture)) << picture.size.width << 'x' << picture.size.height << ' '
                                           << picture.rate.num << '/' << picture.rate.den << '\n';
   for (const auto& [name, logged] : kLogged) {
@@ -205,13 +207,17 @@ bool Transcode::make(FitPlan& plan, AttemptRunner& runner, Failure* failure) {
   return false;
 }
 
+// Whoever started us may have been killed before we could ask the kernel to tell us.
+bool Transcode::isWanted(std::string* error) const {
+  if (isListenedTo() && !isWithdrawn(target)) return true;
+  *error = "nobody waits for the output any more";
+  return false;
+}
+
 bool Transcode::publish(std::string* error) const {
   const std::string made = work->file(kBestName);
   syncFile(made);
-  if (isWithdrawn(target)) {
-    *error = "nobody waits for the output any more";
-    return false;
-  }
+  if (!isWanted(error)) return false;
   if (::rename(made.c_str(), target.c_str()) == 0) return true;
   *error = target + ": " + strerror(errno);
   return false;
@@ -222,7 +228,7 @@ bool Transcode::run(Failure* failure) {
   if (!checkPaths(error)) return false;
   EncodeSlots slots(ProgressFile::folder());
   slots.awaitTurn();
-  if (!readInput(error) || !checkRequest(error)) return false;
+  if (!readInput(error) || !checkRequest(error) || !isWanted(error)) return false;
   const int64_t memoryBytes = slots.begin(memoryFor(facts));
   StopSignals signals;
   work = WorkDirectory::create(target, error, ProgressFile::pathsFor(options.target()));

@@ -31,6 +31,7 @@ class Transcode {
   bool analyse(FitPlan& plan, AttemptRunner& runner, Failure* failure) const;
   bool make(FitPlan& plan, AttemptRunner& runner, Failure* failure);
   bool keep(AttemptRunner& runner, std::string* error) const;
+  bool isWanted(std::string* error) const;
   bool publish(std::string* error) const;
   bool publishPassLog(const Rung& picture, std::string* error) const;
   void continueFromPassLog(FitPlan& plan) const;
