@@ -5,8 +5,8 @@
 //     jpeg_floor IN OUT BYTES
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <vector>
 
 #include <jpeglib.h>
@@ -121,8 +121,11 @@ Bytes encode(Picture* picture, int quality) {
 }
 
 Bytes readFile(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(file), {});
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  Bytes bytes(static_cast<size_t>(file.tellg()));
+  file.seekg(0).read(reinterpret_cast<char*>(bytes.data()),
+                     static_cast<std::streamsize>(bytes.size()));
+  return bytes;
 }
 
 }  // namespace
@@ -130,7 +133,7 @@ Bytes readFile(const char* path) {
 int main(int argc, char** argv) {
   if (argc != 4) return 2;
   const long budget = atol(argv[3]);
-  const long fileBytes = static_cast<long>(readFile(argv[1]).size());
+  const auto fileBytes = static_cast<long>(std::filesystem::file_size(argv[1]));
   // The daemon's plan: the divisor is the largest even number not above the root of the shrinkage.
   int eighths = 8;
   for (long divisor = 2; divisor <= 8 && divisor * divisor * budget <= fileBytes; divisor *= 2) {
