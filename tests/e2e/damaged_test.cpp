@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
@@ -186,6 +187,7 @@ TEST_F(DamagedTest, EveryMutationEnds) {
       ++deaths;
     }
   }
+  printf("%d replies, %d ends of the service\n", replies, deaths);
   EXPECT_GT(replies, mutationCount() / 5);
   EXPECT_GT(deaths, mutationCount() / 25);
 }
