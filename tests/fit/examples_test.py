@@ -1,17 +1,22 @@
 #!/usr/bin/env python3
 """Builds and runs each example of docs/fit.md against the installed tree, as it stands there.
 
-    examples_test.py STAGE PHOTO-MAKER
+    examples_test.py STAGE PHOTO-MAKER [--sandboxed]
+
+Sandboxed, those in C++ and Python run as an application from a store does: in namespaces of their own,
+without home, with files that nobody outside sees, and with a bus on which there is one name.
 """
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
 
 TOP = pathlib.Path(__file__).resolve().parent.parent.parent
 LIMIT = 300_000
+SKIPPED = 77
 
 
 def examples():
@@ -41,8 +46,45 @@ def prepared(language, code, work, stage):
     return [{"python": "/usr/bin/python3", "sh": "sh"}[language], source]
 
 
+SANDBOX = """
+rm -f {work}/bus
+xdg-dbus-proxy "$DBUS_SESSION_BUS_ADDRESS" {work}/bus --filter --talk=com.tarn.Fit1 &
+proxy=$!
+until [ -S {work}/bus ]; do sleep 0.02; done
+status=0
+bwrap --unshare-all --die-with-parent --ro-bind /usr /usr --symlink usr/lib /lib \
+    --symlink usr/lib64 /lib64 --symlink usr/bin /bin --proc /proc --dev /dev --tmpfs /home \
+    --ro-bind {stage} {stage} --dir /given --ro-bind {work} /given --bind {work}/taken /taken \
+    --tmpfs /own --bind {work}/bus /run/bus --setenv DBUS_SESSION_BUS_ADDRESS unix:path=/run/bus \
+    sh -c 'cp /given/photo.jpg /own/in.jpg && {words} /own/in.jpg /own/out.jpg &&
+        cp /own/out.jpg /taken/{name}.jpg && [ ! -e /etc/passwd ]' || status=$?
+kill $proxy
+exit $status
+"""
+
+
+def sandboxed(words, name, work, stage):
+    """The words of a shell that runs the example where it can reach nothing but the service."""
+    inside = " ".join(str(word).replace(str(work), "/given") for word in words)
+    script = work / f"sandbox-{name}.sh"
+    script.write_text(SANDBOX.format(work=work, stage=stage, words=inside, name=name))
+    (work / "taken").mkdir(exist_ok=True)
+    return ["sh", script], work / "taken" / f"{name}.jpg"
+
+
+def can_sandbox():
+    if not shutil.which("xdg-dbus-proxy") or not shutil.which("bwrap"):
+        return False
+    probe = ["bwrap", "--unshare-all", "--ro-bind", "/", "/", "true"]
+    return subprocess.run(probe, check=False).returncode == 0
+
+
 def main():
     stage, maker = pathlib.Path(sys.argv[1]), sys.argv[2]
+    in_sandbox = "--sandboxed" in sys.argv
+    if in_sandbox and not can_sandbox():
+        print("skipped: no bwrap and xdg-dbus-proxy that work here")
+        return SKIPPED
     found = examples()
     assert set(found) == {"c", "cpp", "python", "sh"}, found.keys()
     with tempfile.TemporaryDirectory() as folder:
@@ -53,14 +95,20 @@ def main():
         environment = dict(os.environ, XDG_DATA_DIRS=f"{stage}/share:/usr/share",
                            PATH=f"{stage}/bin:{os.environ['PATH']}")
         for language, code in found.items():
-            out = work / f"{language}.jpg"
-            words = prepared(language, code, work, stage)
-            subprocess.run(["dbus-run-session", "--", *words, photo, out], env=environment, check=True)
+            if in_sandbox and language not in ("cpp", "python"):
+                continue
+            words, out = prepared(language, code, work, stage), work / f"{language}.jpg"
+            if in_sandbox:
+                words, out = sandboxed(words, language, work, stage)
+            else:
+                words = [*words, photo, out]
+            subprocess.run(["dbus-run-session", "--", *words], env=environment, check=True)
             made = out.read_bytes()
             assert 0.9 * LIMIT < len(made) <= LIMIT, (language, len(made))
             assert made[:2] == b"\xff\xd8" and made[-2:] == b"\xff\xd9", language
             print(f"{language}: {len(made)} bytes", flush=True)
+    return 0
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())
