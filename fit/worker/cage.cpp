@@ -55,12 +55,12 @@ void allowMemory(AllowList* list) {
 }
 
 void allowDescriptors(AllowList* list) {
-  list->allow("pread64", {SCMP_A0(SCMP_CMP_EQ, STDIN_FILENO)});
-  list->allow("pwrite64", {SCMP_A0(SCMP_CMP_EQ, STDOUT_FILENO)});
+  list->allow("pread64", {SCMP_A0(SCMP_CMP_EQ, STDIN_FILENO, 0)});
+  list->allow("pwrite64", {SCMP_A0(SCMP_CMP_EQ, STDOUT_FILENO, 0)});
   for (const char* name : {"ftruncate", "ftruncate64"}) {
-    list->allow(name, {SCMP_A0(SCMP_CMP_EQ, STDOUT_FILENO)});
+    list->allow(name, {SCMP_A0(SCMP_CMP_EQ, STDOUT_FILENO, 0)});
   }
-  list->allow("write", {SCMP_A0(SCMP_CMP_EQ, STDERR_FILENO)});
+  list->allow("write", {SCMP_A0(SCMP_CMP_EQ, STDERR_FILENO, 0)});
 }
 
 void limit(decltype(RLIMIT_AS) what, rlim_t most) {
