@@ -28,8 +28,9 @@ int send(Load* load);
 int onAnswer(sd_bus_message* answer, void* data, sd_bus_error*) {
   auto* load = static_cast<Load*>(data);
   load->answers--;
-  if (sd_bus_message_is_method_error(answer, nullptr) != 0 && load->error == 0)
+  if (sd_bus_message_is_method_error(answer, nullptr) != 0 && load->error == 0) {
     load->error = -sd_bus_message_get_errno(answer);
+  }
   return load->left > 0 ? send(load) : 0;
 }
 
@@ -41,8 +42,9 @@ int send(Load* load) {
 
 int run(Load* load, long inFlight) {
   int result = 0;
-  for (long i = 0; i < inFlight && load->left > 0 && result >= 0; i++)
+  for (long i = 0; i < inFlight && load->left > 0 && result >= 0; i++) {
     result = send(load);
+  }
   while (result >= 0 && load->answers > 0 && load->error == 0) {
     result = sd_bus_process(load->bus, nullptr);
     if (result == 0) result = sd_bus_wait(load->bus, UINT64_MAX);

@@ -32,8 +32,9 @@ int main(int argc, char** argv) {
   if (argc != 2) return 2;
   sd_bus* bus = nullptr;
   int result = sd_bus_open_user(&bus);
-  if (result >= 0)
+  if (result >= 0) {
     result = sd_bus_add_object_vtable(bus, nullptr, "/", "com.tarn.Echo", kMethods, nullptr);
+  }
   if (result >= 0) result = sd_bus_request_name(bus, argv[1], 0);
   while (result >= 0) {
     result = sd_bus_process(bus, nullptr);

@@ -176,8 +176,9 @@ TEST_F(KilledTest, TheCallerBeforeWeCouldLook) {
   if (caller == 0) {
     const pid_t parent = getpid();
     if (fork() != 0) _exit(0);
-    while (getppid() == parent)
+    while (getppid() == parent) {
       poll(nullptr, 0, 1);
+    }
     dup2(ends[1], STDERR_FILENO);
     setenv("XDG_RUNTIME_DIR", (folder / "run").c_str(), 1);
     execl(FFMPEG_UNDER_TEST, "ffmpeg", "-i", clip.c_str(), "-y", "-vcodec", "mpeg4", out.c_str(),
