@@ -8,8 +8,9 @@ namespace {
 
 constexpr std::string_view kScheme = "tarn://";
 
+// The service's name is its interface's too, which may have no hyphen.
 bool legal(const Uri& uri) {
-  return g_dbus_is_name(uri.service.c_str()) && !g_dbus_is_unique_name(uri.service.c_str()) &&
+  return g_dbus_is_interface_name(uri.service.c_str()) &&
          g_variant_is_object_path(uri.category.c_str()) &&
          g_dbus_is_member_name(uri.method.c_str());
 }

@@ -23,7 +23,7 @@ TEST(UriTest, RefusesWhatIsNoAddress) {
   for (const char* text :
        {"", "tarn://", "tarn:///", "tarn://a.b", "tarn://a.b/", "tarn:///x/y", "http://a.b/c",
         "tarn://nodot/c", "tarn://a.b///c", "tarn://a.b/x//c", "tarn://a.b/x/1c",
-        "tarn://a.b/x y/c", "tarn://:1.2/c", "TARN://a.b/c"}) {
+        "tarn://a.b/x y/c", "tarn://:1.2/c", "tarn://a-b.c/d", "TARN://a.b/c"}) {
     EXPECT_FALSE(Uri::parse(text)) << text;
   }
 }
