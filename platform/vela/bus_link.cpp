@@ -82,6 +82,12 @@ bool BusLink::releaseName(const std::string& name, VSError* error) {
   return callBus("ReleaseName", g_variant_new("(s)", name.c_str()), &result, error);
 }
 
+void BusLink::awaitBus() {
+  guint32 user = 0;
+  const char* self = g_dbus_connection_get_unique_name(bus.get());
+  callBus("GetConnectionUnixUser", g_variant_new("(s)", self), &user, nullptr);
+}
+
 bool BusLink::send(GDBusMessage* message, guint32* serial, VSError* error) {
   if (!usable(error)) {
     return false;

@@ -30,6 +30,9 @@ class BusLink {
   // Waits until the bus has taken the name back: what it routed to us before has arrived by then.
   bool releaseName(const std::string& name, VSError* error);
 
+  // Waits for an answer of the bus: what it routed to us before has arrived by then.
+  void awaitBus();
+
   // Sends without waiting. On success *serial (may be null) identifies the message.
   bool send(GDBusMessage* message, guint32* serial, VSError* error);
   // Sends and returns when the message has left the process. Not on the worker thread.

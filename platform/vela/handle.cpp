@@ -235,8 +235,16 @@ bool VSHandle::isFinished() {
   return link->isClosed() || (openRequests->none() && (name.empty() || silence >= kSilence));
 }
 
+// On a busy machine silence may be that of our own worker thread, which did not come to read.
 void VSHandle::finishReceived() {
   openRequests->startSilence();
+  do {
+    awaitSilence();
+    if (!name.empty()) link->awaitBus();
+  } while (!isFinished());
+}
+
+void VSHandle::awaitSilence() {
   while (!isFinished()) {
     // The end of a request wakes the loop by itself, the end of the silence does not.
     const vela::GlibRef<GSource> alarm(g_timeout_source_new(kSilence.count()));
@@ -285,9 +293,12 @@ void VSHandle::finishElsewhere() {
     }
   }
   openRequests->startSilence();
-  while (!isFinished()) {
-    openRequests->waitForEnd(kSilence);
-  }
+  do {
+    while (!isFinished()) {
+      openRequests->waitForEnd(kSilence);
+    }
+    link->awaitBus();
+  } while (!isFinished());
   link->close();
 }
 

@@ -65,6 +65,7 @@ struct VSHandle : std::enable_shared_from_this<VSHandle> {
   bool handOver(VSError* error);
   bool isFinished();
   void finishReceived();
+  void awaitSilence();
   void disconnect();
 
   const std::string name;
