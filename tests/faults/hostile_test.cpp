@@ -183,7 +183,8 @@ TEST(ReadLimitTest, NoMoreIsReadThanAllowed) {
   MediaFacts part;
   MediaFacts whole;
   std::string error;
-  ASSERT_TRUE(probeMovie(path, {kThoroughProbe.time, 4 << 20}, &part, &error)) << error;
+  ASSERT_TRUE(probeMovie(path, {kThoroughProbe.time, kThoroughProbe.clock, 4 << 20}, &part, &error))
+      << error;
   ASSERT_TRUE(probeMovie(path, kThoroughProbe, &whole, &error)) << error;
   EXPECT_TRUE(part.durationIsGuess);
   EXPECT_FALSE(whole.durationIsGuess);

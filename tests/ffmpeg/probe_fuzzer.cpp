@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   lseek(fd, 0, SEEK_SET);
   MediaInput input;
   std::string error;
-  const ReadLimits limits = {std::chrono::milliseconds(1000), int64_t{1} << 20};
+  const ReadLimits limits = {std::chrono::milliseconds(1000), CLOCK_MONOTONIC, int64_t{1} << 20};
   if (!input.open(fd, "movie", limits, &error)) return 0;
   MediaFacts facts;
   readMediaFacts(input, "movie", &facts);

@@ -13,7 +13,7 @@
 namespace {
 
 constexpr int64_t kMemoryBytes = int64_t{384} << 20;
-constexpr auto kTimeLimit = std::chrono::seconds(20);
+constexpr auto kTimeLimit = std::chrono::seconds(60);
 
 // "BYTES VIDEOBYTES"; empty when it is no movie.
 std::string sizes(int fd, const std::string& path) {

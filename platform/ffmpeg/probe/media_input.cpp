@@ -41,6 +41,12 @@ std::string explain(int code) {
   return gLastWords.empty() ? words : gLastWords + " (" + words + ")";
 }
 
+std::chrono::nanoseconds timeOn(clockid_t clock) {
+  timespec now = {};
+  clock_gettime(clock, &now);
+  return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
+
 int isCutCallback(void* input) {
   return static_cast<MediaInput*>(input)->isCut() ? 1 : 0;
 }
@@ -93,6 +99,10 @@ int MediaInput::readCallback(void* input, uint8_t* into, int size) {
   return count == 0 ? AVERROR_EOF : static_cast<int>(count);
 }
 
+bool MediaInput::isCut() const {
+  return bytesLeft <= 0 || timeOn(clock) > deadline;
+}
+
 int64_t MediaInput::seekCallback(void* input, int64_t offset, int whence) {
   auto* self = static_cast<MediaInput*>(input);
   if (whence == AVSEEK_SIZE) return self->fileBytes;
@@ -124,7 +134,8 @@ bool MediaInput::open(int fd, const std::string& path, const ReadLimits& limits,
   fileFd = fd;
   fileBytes = status.st_size;
   bytesLeft = limits.bytes;
-  deadline = std::chrono::steady_clock::now() + limits.time;
+  clock = limits.clock;
+  deadline = timeOn(clock) + limits.time;
 
   AVDictionary* settings = nullptr;
   av_dict_set(&settings, "protocol_whitelist", kInputProtocols, 0);

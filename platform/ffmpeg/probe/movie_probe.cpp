@@ -13,12 +13,13 @@
 
 using std::chrono::milliseconds;
 
-const ReadLimits kQuickProbe = {milliseconds(1500), int64_t{32} << 20};
-const ReadLimits kThoroughProbe = {milliseconds(6000), kMaxInputBytes};
+const ReadLimits kQuickProbe = {milliseconds(1500), CLOCK_MONOTONIC, int64_t{32} << 20};
+const ReadLimits kThoroughProbe = {milliseconds(6000), CLOCK_PROCESS_CPUTIME_ID, kMaxInputBytes};
 
 namespace {
 
 constexpr auto kTimeToAnswer = milliseconds(500);
+constexpr int kShareOfProcessor = 3;  // a reader whose own work counts may wait for the rest
 constexpr int64_t kMemoryBytes = int64_t{384} << 20;  // a few of the largest pictures
 // The answer's first byte.
 constexpr char kFacts = '+';
@@ -73,7 +74,8 @@ bool probeMovie(const std::string& path, const ReadLimits& limits, MediaFacts* f
   std::string answer;
   std::string failure;
   const auto call = [&](int fd) { return read(fd, path, limits); };
-  if (!callCaged(file.fd(), {limits.time + kTimeToAnswer, kMemoryBytes}, call, &answer, &failure)) {
+  const auto time = limits.time * (limits.clock == CLOCK_MONOTONIC ? 1 : kShareOfProcessor);
+  if (!callCaged(file.fd(), {time + kTimeToAnswer, kMemoryBytes}, call, &answer, &failure)) {
     *error = path + ": " + failure;
     return false;
   }
