@@ -24,6 +24,7 @@ constexpr char kPassName[] = "pass";
 constexpr char kSampleName[] = "sample";
 constexpr int64_t kRunaway = 4;  // times the limit
 constexpr double kEarlyShare = 0.25;
+constexpr double kLargePixels = 1e6;
 constexpr double kLikelyAfterFirst = 0.5;  // encodes, as long as nothing is known
 
 // A test shortens it.
@@ -36,6 +37,20 @@ std::chrono::milliseconds stallLimit() {
 int64_t fileBytes(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? status.st_size : 0;
+}
+
+// Adds up the logs that sampleLine() leaves.
+void readSample(const std::string& prefix, size_t parts,
+                std::array<Sample::PerQuantiser, 2>* measured) {
+  int number = 0;
+  for (size_t part = 0; part < parts; ++part) {
+    for (Sample::PerQuantiser& size : *measured) {
+      for (Complexity& complexity : size) {
+        const auto log = parsePassLog(textOf(prefix + "-" + std::to_string(number++) + ".log"));
+        if (log) complexity.add(*log);
+      }
+    }
+  }
 }
 
 double likelyBytes(double bytes, double share) {
@@ -89,21 +104,20 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
   }
   const auto deadline = Clock::now() + stallLimit();  // the plan does without a slower one
   progress.begin(2 * sampled / std::max(seconds, 0.1), 1.5);
-  runEncode(jobFor(sampleLine(options, facts, parts, rungs,
-                              {program.path, "", prefix, mapsTones, program.threads})),
-            signals, [&](int64_t, int64_t) { return Clock::now() < deadline; });
-  progress.end();
-
+  const bool isLarge = rungs[0].pixels() > kLargePixels;
+  const size_t atOnce = isLarge ? 1 : parts.size();  // each has a decoder and four encoders
   std::array<Sample::PerQuantiser, 2> measured;
-  int number = 0;
-  for (size_t part = 0; part < parts.size(); ++part) {
-    for (Sample::PerQuantiser& size : measured) {
-      for (Complexity& complexity : size) {
-        const auto log = parsePassLog(textOf(prefix + "-" + std::to_string(number++) + ".log"));
-        if (log) complexity.add(*log);
-      }
-    }
+  for (size_t done = 0; done < parts.size(); done += atOnce) {
+    const auto first = parts.begin() + static_cast<ptrdiff_t>(done);
+    const std::vector<SamplePart> some(first, first + static_cast<ptrdiff_t>(atOnce));
+    const EncodePaths paths = {program.path, "", prefix, mapsTones, isLarge ? 1 : program.threads};
+    const EncodeResult result =
+        runEncode(jobFor(sampleLine(options, facts, some, rungs, paths)), signals,
+                  [&](int64_t, int64_t) { return Clock::now() < deadline; });
+    if (result.end != ResultEnd::Done) break;
+    readSample(prefix, some.size(), &measured);
   }
+  progress.end();
   for (const Sample::PerQuantiser& size : measured) {
     for (const Complexity& complexity : size) {
       if (complexity.frames() == 0) return std::nullopt;
