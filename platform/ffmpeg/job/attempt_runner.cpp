@@ -24,8 +24,9 @@ constexpr char kPassName[] = "pass";
 constexpr char kSampleName[] = "sample";
 constexpr int64_t kRunaway = 4;  // times the limit
 constexpr double kEarlyShare = 0.25;
+constexpr double kSampleCost = 8;  // times its length, in encodes of the clip
 constexpr double kLargePixels = 1e6;
-constexpr double kLikelyAfterFirst = 0.5;  // encodes, as long as nothing is known
+constexpr double kLikelyAfterFirst = 0.3;  // encodes, as long as nothing is known
 
 // A test shortens it.
 std::chrono::milliseconds stallLimit() {
@@ -103,7 +104,8 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
     sampled += part.seconds;
   }
   const auto deadline = Clock::now() + stallLimit();  // the plan does without a slower one
-  progress.begin(2 * sampled / std::max(seconds, 0.1), 1.5);
+  // Most of its cost is the way to each part, from the key frame before it.
+  progress.begin(std::min(1.0, kSampleCost * sampled / std::max(seconds, 0.1)), 1.5);
   const bool isLarge = rungs[0].pixels() > kLargePixels;
   const size_t atOnce = isLarge ? 1 : parts.size();  // each has a decoder and four encoders
   std::array<Sample::PerQuantiser, 2> measured;

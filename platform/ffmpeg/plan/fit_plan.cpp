@@ -27,6 +27,8 @@ constexpr double kWorthGrowing = 1.9;     // in pixels a second: as well
 // above it they often end beyond the limit, or not at all.
 constexpr int kFineQuantiser = 16;
 constexpr int kFinestUseful = 2;
+// Encodes after a first that seems to leave room: as a rule the file is only behind the encoder.
+constexpr double kLikelyAfterSmall = 0.3;
 constexpr int kMostSeconds = 2;  // second passes in one picture
 constexpr int kMostQuantisers = 3;
 constexpr int kMostPictures = 4;
@@ -129,7 +131,8 @@ bool FitPlan::fills(int64_t bytes) const {
 
 double FitPlan::encodesAfter(double bytes) const {
   if (limits.maxBytes == 0 || next.kind != Kind::First) return 0;
-  return bytes <= static_cast<double>(limits.maxBytes) && fills(std::llround(bytes)) ? 0 : 1;
+  if (bytes > static_cast<double>(limits.maxBytes)) return 1;
+  return fills(std::llround(bytes)) ? 0 : kLikelyAfterSmall;
 }
 
 bool FitPlan::wantsSample() const {
