@@ -7,7 +7,7 @@ import threading
 import time
 
 FFMPEG = "ffmpeg"
-# The adapter's watchdog goes by the clock; on a machine that is busy elsewhere it would end encodes.
+# The adapter's watchdog goes by the clock; on a busy machine it would end encodes.
 ENVIRONMENT = {**os.environ, "TARN_FFMPEG_STALL_MS": "600000"}
 SAMPLED = 7  # every so manieth frame of the source is compared; prime, so that it meets all phases
 
@@ -40,7 +40,7 @@ class Run:
         self.peakKb = usage.ru_maxrss
 
     def _watch(self, pid):
-        """Notes each encoder's own command line as the kernel knows it. One lives for 50 ms at least."""
+        """Notes each encoder's command line as the kernel knows it; none is gone within 50 ms."""
         seen = set()
         while not self._over:
             for child in descendants(pid):
@@ -75,22 +75,13 @@ def commandLine(pid):
 
 def facts(path):
     """What ffprobe tells: picture, rate, length of each stream from its packets, sound."""
-    text = subprocess.run(
-        [
-            "ffprobe",
-            "-v",
-            "error",
-            "-show_entries",
-            "stream=index,codec_type,codec_name,width,height,sample_aspect_ratio,avg_frame_rate,r_frame_rate,"
-            "sample_rate,channels:stream_side_data=rotation:packet=stream_index,pts_time,duration_time,size",
-            "-of",
-            "json",
-            path,
-        ],
-        capture_output=True,
-        text=True,
-        check=False,
-    ).stdout
+    shown = (
+        "stream=index,codec_type,codec_name,width,height,sample_aspect_ratio,avg_frame_rate,"
+        "r_frame_rate,sample_rate,channels:stream_side_data=rotation:"
+        "packet=stream_index,pts_time,duration_time,size"
+    )
+    command = ["ffprobe", "-v", "error", "-show_entries", shown, "-of", "json", path]
+    text = subprocess.run(command, capture_output=True, text=True, check=False).stdout
     read = json.loads(text or "{}")
     found = {}
     for stream in read.get("streams", []):
@@ -154,7 +145,7 @@ def contentOf(made, source):
     return width, inner, 0, (height - inner) // 2
 
 
-def similarity(made, source, madeFacts, sourceFacts, seconds=None):
+def similarity(made, source, madeFacts, sourceFacts):
     """The mean SSIM of the result, scaled to the source's size and shown at its rate, and the
     decoder's complaints."""
     width, height, x, y = contentOf(madeFacts, sourceFacts)
@@ -162,34 +153,18 @@ def similarity(made, source, madeFacts, sourceFacts, seconds=None):
     if sourceFacts["turned"]:
         across, down = down, across
     rate = sourceFacts["nominal"]
-    pick = f"fps={rate}:start_time=0,select='not(mod(n,{SAMPLED}))',settb=1/1000,setpts=1000*N"
+    pick = (
+        f"fps={rate}:start_time=0,select='not(mod(n,{SAMPLED}))',settb=1/1000,setpts=1000*N"
+    )
+    shown = "format=yuv420p,setsar=1"
     graph = (
-        f"[0:v]{pick},crop={width}:{height}:{x}:{y},scale={across}:{down}:flags=bicubic,format=yuv420p,setsar=1[a];"
-        f"[1:v]{pick},scale={across}:{down},format=yuv420p,setsar=1[b];[a][b]ssim=shortest=1:stats_file=-"
+        f"[0:v]{pick},crop={width}:{height}:{x}:{y},"
+        f"scale={across}:{down}:flags=bicubic,{shown}[a];"
+        f"[1:v]{pick},scale={across}:{down},{shown}[b];[a][b]ssim=shortest=1:stats_file=-"
     )
-    cut = ["-t", str(seconds)] if seconds else []
-    run = subprocess.run(
-        [
-            FFMPEG,
-            "-v",
-            "error",
-            "-nostdin",
-            "-nostats",
-            *cut,
-            "-i",
-            made,
-            *cut,
-            "-i",
-            source,
-            "-lavfi",
-            graph,
-            "-f",
-            "null",
-            "-",
-        ],
-        capture_output=True,
-        text=True,
-        check=False,
-    )
+    inputs = ["-i", made, "-i", source]
+    command = [FFMPEG, *"-v error -nostdin -nostats".split(), *inputs]
+    command += ["-lavfi", graph, "-f", "null", "-"]
+    run = subprocess.run(command, capture_output=True, text=True, check=False)
     values = [float(value) for value in re.findall(r"All:([0-9.]+)", run.stdout)]
     return (sum(values) / len(values) if values else None), run.stderr.strip()
