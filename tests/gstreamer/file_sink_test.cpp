@@ -129,6 +129,7 @@ TEST_F(FileSinkTest, WhatCannotBeOpenedIsAnError) {
   ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
   for (const std::string& path : {dir / "none/out.jpg", dir.path(), dir / "fifo"}) {
     Sink sink(path);
+    EXPECT_FALSE(sink.end());
     EXPECT_TRUE(sink.failedWith(GST_RESOURCE_ERROR_OPEN_WRITE)) << path;
   }
 }
@@ -166,6 +167,7 @@ TEST_F(HeldFileTest, IsRemovedWhenItIsLetGo) {
 TEST_F(HeldFileTest, IsNotBegunWhenNobodyHoldsIt) {
   {
     Sink sink(held);
+    EXPECT_FALSE(sink.end());
     EXPECT_TRUE(sink.failedWith(GST_RESOURCE_ERROR_NOT_FOUND));
   }
   EXPECT_FALSE(fs::exists(held));

@@ -7,6 +7,10 @@
 // An output that was withdrawn is removed instead. What was begun before exit() is not written any
 // more: the next process makes it again, in the same file.
 //
+// It starts all the same where it cannot write, and fails when the picture comes: a pipeline that
+// has not started keeps its messages when it stops, and whoever left a watch behind gets them too
+// late.
+//
 // Thread: the streaming thread writes; start and stop are called when no such thread runs.
 #include <gst/base/gstbasesink.h>
 #include <unistd.h>
@@ -27,7 +31,8 @@ struct TarnFileSink {
   gchar* location;     // owned
   GstBuffer* picture;  // owned; what came so far, or null
   int fd;
-  int life;  // of the process, in which it was started
+  int openError;  // errno where the file could not be opened
+  int life;       // of the process, in which it was started
 };
 struct TarnFileSinkClass {
   GstBaseSinkClass parent;
@@ -79,16 +84,22 @@ gboolean start(GstBaseSink* sink) {
   TarnFileSink* self = fileSink(sink);
   const std::lock_guard lock(gWriting);
   self->life = watchedLife();
+  self->openError = ENOENT;  // of no name, and of what was withdrawn
+  if (self->location == nullptr || isWithdrawn(self->location)) return TRUE;
+  self->fd = openEmptyFile(self->location);
+  self->openError = errno;
+  return TRUE;
+}
+
+bool refuseUnopened(TarnFileSink* self) {
   if (self->location == nullptr) {
     GST_ELEMENT_ERROR(self, RESOURCE, NOT_FOUND, ("No file name was given."), (nullptr));
-    return FALSE;
+    return false;
   }
   if (isWithdrawn(self->location)) return refuseWithdrawn(self);
-  self->fd = openEmptyFile(self->location);
-  if (self->fd >= 0) return TRUE;
   GST_ELEMENT_ERROR(self, RESOURCE, OPEN_WRITE, ("The file cannot be written."),
-                    ("%s: %s", self->location, g_strerror(errno)));
-  return FALSE;
+                    ("%s: %s", self->location, g_strerror(self->openError)));
+  return false;
 }
 
 void drop(TarnFileSink* self) {
@@ -105,6 +116,10 @@ gboolean stop(GstBaseSink* sink) {
 
 GstFlowReturn render(GstBaseSink* sink, GstBuffer* buffer) {
   TarnFileSink* self = fileSink(sink);
+  if (self->fd < 0) {
+    refuseUnopened(self);
+    return GST_FLOW_ERROR;
+  }
   gst_buffer_ref(buffer);
   self->picture = self->picture == nullptr ? buffer : gst_buffer_append(self->picture, buffer);
   return GST_FLOW_OK;
@@ -126,6 +141,7 @@ bool write(TarnFileSink* self) {
 bool putInPlace(TarnFileSink* self) {
   const std::lock_guard lock(gWriting);
   if (self->life != gLife) return false;
+  if (self->fd < 0) return refuseUnopened(self);
   if (hasHeldName(self->location) && isLetGo(self->fd)) return refuseWithdrawn(self);
   if (self->picture == nullptr || write(self)) return true;
   if (errno == ENOSPC || errno == EDQUOT || errno == EFBIG) {
