@@ -19,7 +19,7 @@ const std::set<std::string, std::less<>> kFailures = {"NotAPhoto",  "NotSupporte
 // The next word of a line, which is taken from it.
 std::string takeWord(std::string* line) {
   const size_t space = std::min(line->find(' '), line->size());
-  const std::string word = line->substr(0, space);
+  std::string word = line->substr(0, space);
   line->erase(0, std::min(space + 1, line->size()));
   return word;
 }

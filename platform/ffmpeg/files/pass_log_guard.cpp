@@ -65,6 +65,7 @@ bool outlivesCaller(const Ends& ends, const std::vector<std::string>& files) {
 
 std::vector<std::string> passLogs(const std::string& prefix) {
   std::vector<std::string> files;
+  files.reserve(kPassLogs);
   for (int number = 0; number < kPassLogs; ++number) {
     files.push_back(prefix + "-" + std::to_string(number) + ".log");
   }
