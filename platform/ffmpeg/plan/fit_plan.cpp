@@ -25,7 +25,7 @@ constexpr double kGain = 1.03;            // in bytes: worth an encode
 constexpr double kWorthGrowing = 1.9;     // in pixels a second: as well
 // Up to it two passes look at least as good as a fixed quantiser and come nearer to the limit;
 // above it they often end beyond the limit, or not at all.
-constexpr int kFineQuantiser = 16;
+constexpr int kFineQuantiser = 20;
 constexpr int kFinestUseful = 2;
 // Encodes after a first that seems to leave room: as a rule the file is only behind the encoder.
 constexpr double kLikelyAfterSmall = 0.3;
