@@ -16,7 +16,7 @@ constexpr size_t kMostInspections = 64;
 // Messages that were on their way when the name was given back have come by then.
 constexpr guint kLingerMs = 100;
 
-constexpr guint kDoNotQueue = 4;  // D-Bus specification, RequestName
+constexpr guint kDoNotQueue = 4;  // a flag of the bus's RequestName
 constexpr guint kPrimaryOwner = 1;
 constexpr guint kAlreadyOwner = 4;
 
