@@ -14,6 +14,7 @@
 #include "client/commands/progress_line.h"
 #include "client/files/staged_output.h"
 #include "client/service/fit_call.h"
+#include "client/service/interrupts.h"
 #include "client/service/service_reply.h"
 #include "client/units/byte_size.h"
 #include "client/units/shared_size.h"
@@ -116,7 +117,8 @@ void printResult(const Arguments& arguments, const InOut& files, const FitAnswer
 }
 
 ExitCode fitOne(const Arguments& arguments, const FitTask& task, FitWish wish,
-                const std::function<void(double)>& onProgress, bool* isStopped) {
+                const std::function<void(double)>& onProgress, Interrupts* interrupts,
+                bool* isStopped) {
   const OpenFile in(task.files.in, O_RDONLY);
   if (in.fd < 0) return sayFailure("cannot read " + task.files.in + ": " + strerror(errno));
   StagedOutput output(task.files.out);
@@ -126,10 +128,14 @@ ExitCode fitOne(const Arguments& arguments, const FitTask& task, FitWish wish,
   wish.input = in.fd;
   wish.output = out.fd;
   wish.maxBytes = static_cast<uint64_t>(task.maxBytes);
-  const FitAnswer answer = fitPhoto(wish, onProgress);
+  const FitAnswer answer = fitPhoto(wish, onProgress, interrupts);
+  if (const int number = interrupts->received(); number != 0) {
+    *isStopped = true;
+    return sayInterrupted(number);
+  }
   if (answer.kind != FitAnswer::Made) {
     sayFailure(task.files.in + ": " + answer.errorText);
-    *isStopped = answer.kind == FitAnswer::Cancelled || answer.kind == FitAnswer::NoService;
+    *isStopped = answer.kind == FitAnswer::NoService;
     return answer.kind == FitAnswer::NoService ? ExitNoService : ExitFailed;
   }
   if (!output.commit()) return sayFailure(output.errorText());
@@ -157,13 +163,14 @@ ExitCode runFit(const std::vector<std::string>& words) {
 
   ExitCode worst = ExitDone;
   bool isStopped = false;
+  Interrupts interrupts;
   const bool showsProgress = !arguments.has("--quiet") && isatty(STDERR_FILENO) != 0;
   for (const FitTask& task : tasks) {
     ProgressLine line(true);
     const auto show = [&](double share) {
       if (showsProgress) line.show(share);
     };
-    worst = std::max(worst, fitOne(arguments, task, wish, show, &isStopped));
+    worst = std::max(worst, fitOne(arguments, task, wish, show, &interrupts, &isStopped));
     if (isStopped) break;
   }
   return worst;

@@ -55,7 +55,7 @@ ExitCode sayNoSpace(const std::string& out) {
 }
 
 ExitCode sayInterrupted(int number) {
-  sayFailure("interrupted, nothing was changed");
+  sayFailure("interrupted, the output is as it was");
   return static_cast<ExitCode>(ExitSignal + number);
 }
 

@@ -1,8 +1,6 @@
 #include "client/service/fit_call.h"
 
 #include <gio/gunixfdlist.h>
-#include <glib-unix.h>
-#include <signal.h>
 #include <tarn-fit.h>
 #include <unistd.h>
 
@@ -15,20 +13,15 @@ constexpr char kName[] = "com.tarn.Fit1";
 constexpr char kPath[] = "/com/tarn/Fit1";
 constexpr char kJobInterface[] = "com.tarn.Fit1.Job";
 
-struct UnrefObject {
-  void operator()(gpointer object) const { g_object_unref(object); }
-};
-template <typename Object>
-using ObjectRef = std::unique_ptr<Object, UnrefObject>;
+constexpr guint kLookMs = 100;  // at the user's signals
 
 // The service's own refusals and the bus's that there is none.
 FitAnswer failed(GError* error) {
-  const std::unique_ptr<GError, decltype(&g_error_free)> owned(error, g_error_free);
   FitAnswer answer;
-  const std::unique_ptr<char, decltype(&g_free)> name(g_dbus_error_get_remote_error(error), g_free);
+  g_autofree char* name = g_dbus_error_get_remote_error(error);
   g_dbus_error_strip_remote_error(error);
   answer.errorText = error->message;
-  if (name && g_str_has_prefix(name.get(), kName)) {
+  if (name != nullptr && g_str_has_prefix(name, kName)) {
     answer.kind = FitAnswer::Refused;
   } else if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY)) {
     answer.errorText = "the service ended while it worked on the request";
@@ -42,8 +35,11 @@ FitAnswer failed(GError* error) {
 // One job, from the call to its end.
 class Call {
  public:
-  Call(GDBusConnection* bus, const std::function<void(double)>& onProgress)
-      : connection(bus), progress(onProgress), loop(g_main_loop_new(nullptr, FALSE)) {
+  Call(GDBusConnection* bus, const std::function<void(double)>& onProgress, Interrupts* signals)
+      : connection(bus),
+        progress(onProgress),
+        interrupts(signals),
+        loop(g_main_loop_new(nullptr, FALSE)) {
     std::string sender = g_dbus_connection_get_unique_name(bus) + 1;
     std::replace(sender.begin(), sender.end(), '.', '_');
     token = "c" + std::to_string(g_random_int());
@@ -52,14 +48,10 @@ class Call {
     subscription =
         g_dbus_connection_signal_subscribe(bus, nullptr, nullptr, nullptr, path.c_str(), nullptr,
                                            G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
-    for (size_t i = 0; i < 2; ++i) {
-      signals[i] = g_unix_signal_add(i == 0 ? SIGINT : SIGTERM, onStop, this);
-    }
+    look = g_timeout_add(kLookMs, cancelWhenInterrupted, this);
   }
   ~Call() {
-    for (const guint source : signals) {
-      g_source_remove(source);
-    }
+    if (look != 0) g_source_remove(look);
     if (watch != 0) g_bus_unwatch_name(watch);
     g_dbus_connection_signal_unsubscribe(connection, subscription);
     g_main_loop_unref(loop);
@@ -77,16 +69,16 @@ class Call {
 
  private:
   bool begin(const FitWish& wish) {
-    GError* error = nullptr;
-    const ObjectRef<GUnixFDList> list(g_unix_fd_list_new());
-    const int input = g_unix_fd_list_append(list.get(), wish.input, nullptr);
-    const int output = g_unix_fd_list_append(list.get(), wish.output, nullptr);
-    const ObjectRef<TarnFit1> service(tarn_fit1_proxy_new_sync(
+    g_autoptr(GError) error = nullptr;
+    g_autoptr(GUnixFDList) list = g_unix_fd_list_new();
+    const int input = g_unix_fd_list_append(list, wish.input, nullptr);
+    const int output = g_unix_fd_list_append(list, wish.output, nullptr);
+    g_autoptr(TarnFit1) service(tarn_fit1_proxy_new_sync(
         connection, G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES, kName, kPath, nullptr, &error));
-    if (service &&
-        tarn_fit1_call_fit_image_sync(service.get(), g_variant_new_handle(input),
+    if (service != nullptr &&
+        tarn_fit1_call_fit_image_sync(service, g_variant_new_handle(input),
                                       g_variant_new_handle(output), wish.maxBytes, options(wish),
-                                      list.get(), nullptr, nullptr, nullptr, &error) != FALSE) {
+                                      list, nullptr, nullptr, nullptr, &error) != FALSE) {
       return true;
     }
     answer = failed(error);
@@ -154,36 +146,40 @@ class Call {
     g_main_loop_quit(self->loop);
   }
 
-  static gboolean onStop(gpointer data) {
-    const auto* self = static_cast<Call*>(data);
+  static gboolean cancelWhenInterrupted(gpointer data) {
+    auto* self = static_cast<Call*>(data);
+    if (self->interrupts->received() == 0) return G_SOURCE_CONTINUE;
+    self->look = 0;
     g_dbus_connection_call(self->connection, kName, self->path.c_str(), kJobInterface, "Cancel",
                            nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
-    return G_SOURCE_CONTINUE;
+    return G_SOURCE_REMOVE;
   }
 
   GDBusConnection* const connection;
   const std::function<void(double)>& progress;
+  Interrupts* const interrupts;
   GMainLoop* const loop;
   std::string token;
   std::string path;
   guint subscription = 0;
   guint watch = 0;
-  guint signals[2] = {};
+  guint look = 0;
   FitAnswer answer;
 };
 
 }  // namespace
 
-FitAnswer fitPhoto(const FitWish& wish, const std::function<void(double)>& onProgress) {
-  GError* error = nullptr;
-  const ObjectRef<GDBusConnection> connection(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error));
-  if (!connection) {
+FitAnswer fitPhoto(const FitWish& wish, const std::function<void(double)>& onProgress,
+                   Interrupts* interrupts) {
+  g_autoptr(GError) error = nullptr;
+  g_autoptr(GDBusConnection) connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
+  if (connection == nullptr) {
     FitAnswer answer;
     answer.kind = FitAnswer::NoService;
     answer.errorText = std::string("there is no message bus: ") + error->message;
-    g_error_free(error);
     return answer;
   }
-  const FitAnswer answer = Call(connection.get(), onProgress).run(wish);
-  return answer.kind == FitAnswer::Died ? Call(connection.get(), onProgress).run(wish) : answer;
+  const FitAnswer answer = Call(connection, onProgress, interrupts).run(wish);
+  const bool isAskedAgain = answer.kind == FitAnswer::Died && interrupts->received() == 0;
+  return isAskedAgain ? Call(connection, onProgress, interrupts).run(wish) : answer;
 }

@@ -8,6 +8,8 @@
 #include <functional>
 #include <string>
 
+#include "client/service/interrupts.h"
+
 struct FitWish {
   int input = -1;  // descriptors, borrowed
   int output = -1;
@@ -29,8 +31,9 @@ struct FitAnswer {
   bool isUntouched = false;  // the picture is the source's own
 };
 
-// `onProgress` hears the share that is done. SIGINT and SIGTERM cancel the job at once. A service
-// that dies is asked once more.
-FitAnswer fitPhoto(const FitWish& wish, const std::function<void(double)>& onProgress);
+// `onProgress` hears the share that is done. A signal that `interrupts` notes cancels the job at
+// once. A service that dies is asked once more.
+FitAnswer fitPhoto(const FitWish& wish, const std::function<void(double)>& onProgress,
+                   Interrupts* interrupts);
 
 #endif

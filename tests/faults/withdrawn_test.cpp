@@ -56,7 +56,7 @@ class WithdrawnTest : public testing::TestWithParam<int> {
     ASSERT_EQ(waitpid(client, &status, 0), client);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == GetParam()) << status;
     if (GetParam() != SIGKILL) {
-      EXPECT_EQ(readFile(dir / "said"), "tarn-transcode: interrupted, nothing was changed\n");
+      EXPECT_EQ(readFile(dir / "said"), "tarn-transcode: interrupted, the output is as it was\n");
     }
   }
 
@@ -111,7 +111,17 @@ TEST_P(WithdrawnTest, APhotoUnderWay) {
 
 // By a signal only: when SIGKILL comes nobody knows whether the request has been sent, and one that
 // was not leaves its file to the next command.
-class QueuedPhotoTest : public WithdrawnTest {};
+class QueuedPhotoTest : public WithdrawnTest {
+ protected:
+  pid_t waitForFit() {
+    EXPECT_TRUE(system.client().waitForName("com.tarn.Fit1", true));
+    return system.client().processOf("com.tarn.Fit1");
+  }
+  static std::string childrenOf(pid_t process) {
+    const std::string number = std::to_string(process);
+    return readFile("/proc/" + number + "/task/" + number + "/children");
+  }
+};
 
 // The service comes to it when nobody waits any more.
 TEST_P(QueuedPhotoTest, IsNotMade) {
@@ -126,6 +136,22 @@ TEST_P(QueuedPhotoTest, IsNotMade) {
   kill(daemon, SIGCONT);
   expectPhotoGone();
 }
+
+#ifdef TARN_FIT
+TEST_P(QueuedPhotoTest, AFitUnderWayIsCancelled) {
+  static const Bytes picture =
+      makeJpeg({.width = 3200, .height = 2400, .content = Content::Noise, .progressive = true});
+  ASSERT_TRUE(writeBytes(dir / "in.jpg", picture));
+  const pid_t client =
+      startClient({"fit", "--quiet", dir / "in.jpg", dir / "o/out.jpg", "--size", "300k"});
+  const pid_t service = waitForFit();
+  ASSERT_TRUE(waitUntil([&] { return !childrenOf(service).empty(); }));
+  end(client);
+  EXPECT_TRUE(waitUntil([&] { return childrenOf(service).empty(); }));
+  EXPECT_THAT(namesIn(dir / "o"), ElementsAre("out.jpg", "out.mp4"));
+  EXPECT_EQ(readFile(dir / "o/out.jpg"), "old");
+}
+#endif
 
 std::string nameOf(const testing::TestParamInfo<int>& instance) {
   return sigabbrev_np(instance.param);
