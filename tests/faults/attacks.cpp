@@ -146,6 +146,18 @@ AttackReport attack(const Victim& victim) {
   return Attacker(victim).run();
 }
 
+std::string toldAttack(const Victim& victim) {
+  AttackReport report = attack(victim);
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  std::erase(report.succeeded, "2 GiB of memory");
+#endif
+  std::string text = report.tried > 40 ? "tried" : "";
+  for (const std::string& name : report.succeeded) {
+    text += "\n" + name;
+  }
+  return text;
+}
+
 LivingVictim::LivingVictim() {
   std::string folder = fs::temp_directory_path() / "victim-XXXXXX";
   if (!mkdtemp(folder.data())) throw std::runtime_error("mkdtemp failed");

@@ -19,6 +19,9 @@ struct AttackReport {
 
 // Tries everything there is to try from inside this process and undoes nothing.
 AttackReport attack(const Victim& victim);
+// The same, told in words: "tried", where there was enough to try, and a line for each that
+// succeeded. The limit of memory, which a sanitizer goes without, is left out in its builds.
+std::string toldAttack(const Victim& victim);
 
 // A process of ours that waits for its end, with a folder of ours.
 class LivingVictim {
