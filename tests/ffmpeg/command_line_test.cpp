@@ -74,6 +74,16 @@ TEST(CommandLineTest, AFirstPassLeavesALogAndAFile) {
                 "-f mp4 file:/w/output");
 }
 
+TEST(CommandLineTest, NoTimeIsSpentWhereBitsArePlenty) {
+  Attempt plenty = attempt();
+  plenty.picture.framesPerSecond = 25;
+  const auto bitsPerSecond = static_cast<int64_t>(kPlentyPerPixel * 320 * 240 * 25);
+  plenty.videoBitsPerSecond = bitsPerSecond;
+  EXPECT_EQ(line({"-vcodec", "mpeg4", "o.mp4"}, plenty).find("-mbd"), std::string::npos);
+  plenty.videoBitsPerSecond = bitsPerSecond - 1;
+  EXPECT_NE(line({"-vcodec", "mpeg4", "o.mp4"}, plenty).find("-mbd rd"), std::string::npos);
+}
+
 TEST(CommandLineTest, TheAnalysisOfTwoRunsDiscardsItsOutput) {
   EXPECT_EQ(
       line({"-vcodec", "mpeg4", "-b", "691k", "-pass", "1", "-passlogfile", "o.mp4", "-an", "-f",

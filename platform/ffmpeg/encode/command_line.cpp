@@ -75,16 +75,17 @@ void addStart(double seconds, CommandLine* line) {
 
 // How the pictures are to be coded, but for the bitrate.
 void addPictures(const Options& options, const VideoFacts& video, const Rung& picture,
-                 const EncodePaths& paths, CommandLine* line) {
+                 bool isScarce, const EncodePaths& paths, CommandLine* line) {
   line->addIf(!options.videoCodec.empty(), "-c:v", options.videoCodec);
   line->add({"-r", text(picture.rate)});
   const std::string filter = videoFilter(options, video, picture.size, paths.mapsTones);
   line->addIf(!filter.empty(), "-vf", filter);
   line->add({"-fps_mode", keepsTimes(options) ? "vfr" : "cfr"});
   if (hasQuantiser(options)) {
-    // Deciding each block by what it costs takes a fifth more time; without it still pictures are
-    // coded again and again, in up to eight times the bytes.
-    line->add({"-g", kKeyFrameDistance, "-mbd", "rd"});
+    line->add({"-g", kKeyFrameDistance});
+    // Deciding each block by what it costs takes up to half as much time again; without it still
+    // pictures are coded again and again, in up to eight times the bytes.
+    if (isScarce) line->add({"-mbd", "rd"});
   }
   // Threads cut a picture into slices, which costs bits and makes its size the machine's.
   const bool isSmall = hasQuantiser(options) && picture.pixels() <= kSmallPixels;
@@ -101,7 +102,7 @@ void addVideo(const Options& options, const MediaFacts& facts, const Attempt& at
     line->addIf(!options.videoCodec.empty(), "-c:v", options.videoCodec);
     return;
   }
-  addPictures(options, *facts.video, attempt.picture, paths, line);
+  addPictures(options, *facts.video, attempt.picture, !attempt.hasPlenty(), paths, line);
   line->addIf(attempt.videoBitsPerSecond > 0, "-b:v", std::to_string(attempt.videoBitsPerSecond));
   line->addIf(attempt.toleranceBits > 0 && hasQuantiser(options), "-bt",
               std::to_string(attempt.toleranceBits));
@@ -172,7 +173,7 @@ std::vector<std::string> sampleLine(const Options& options, const MediaFacts& fa
     for (const Rung& rung : rungs) {
       for (const int quantiser : kSampleQuantisers) {
         line.add({"-map", std::to_string(part) + ":V:0", "-an", "-sn", "-dn"});
-        addPictures(options, *facts.video, rung, paths, &line);
+        addPictures(options, *facts.video, rung, true, paths, &line);
         line.add({"-qscale:v", std::to_string(quantiser), "-pass", "1", "-passlogfile",
                   paths.passLogPrefix, "-f", "null", "/dev/null"});
       }

@@ -1,5 +1,5 @@
-// The translation: the old command line, and what the plan makes of it, in the words of today's
-// ffmpeg.
+// The translation: the old command line, and what the plan makes of it, in the words of the
+// system's ffmpeg.
 #ifndef PLATFORM_FFMPEG_ENCODE_COMMAND_LINE_H
 #define PLATFORM_FFMPEG_ENCODE_COMMAND_LINE_H
 

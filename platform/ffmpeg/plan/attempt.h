@@ -10,6 +10,9 @@
 #include "platform/ffmpeg/plan/picture_ladder.h"
 #include "platform/ffmpeg/plan/sound_choice.h"
 
+// Bits for each pixel of each frame: with so many any encoder looks good, and care is wasted.
+constexpr double kPlentyPerPixel = 0.2;
+
 struct Attempt {
   enum class Kind {
     Plain,     // one encode without a log: no pictures are encoded, or the encoder keeps no log
@@ -29,6 +32,12 @@ struct Attempt {
   // Whether growing too fast for stopBytes is enough to stop it.
   bool stopsEarly = false;
 
+  // Whether its bitrate is plenty for its pictures; never so at a fixed quantiser.
+  bool hasPlenty() const {
+    return videoBitsPerSecond > 0 &&
+           static_cast<double>(videoBitsPerSecond) >=
+               kPlentyPerPixel * picture.pixels() * picture.framesPerSecond;
+  }
   // The coarsest that there is: its size is the answer, whatever it comes to.
   bool isFloor() const { return kind == Kind::Constant && stopBytes == 0; }
 };

@@ -13,16 +13,15 @@ namespace {
 using Kind = Attempt::Kind;
 using End = Outcome::End;
 
-constexpr double kFilled = 0.90;          // of a size: enough, without another encode
-constexpr double kFilledRate = 0.86;      // of a bitrate
-constexpr double kUneven = 0.18;          // spread of the quantisers: shows, and two passes mend it
-constexpr double kFinest = 2.6;           // mean quantiser: more bits would not show
-constexpr double kPlentyPerPixel = 0.06;  // bits: a first pass does, without a look ahead
-constexpr double kFloorMargin = 1.15;     // what is reckoned of a coarsest encode is off by that
-constexpr double kSecondMargin = 1.15;    // over a limit by more, a second pass would not mend it
-constexpr double kAbortedBy = 1.1;        // what a second pass that gave up was above its bitrate
-constexpr double kGain = 1.03;            // in bytes: worth an encode
-constexpr double kWorthGrowing = 1.9;     // in pixels a second: as well
+constexpr double kFilled = 0.90;        // of a size: enough, without another encode
+constexpr double kFilledRate = 0.86;    // of a bitrate
+constexpr double kUneven = 0.18;        // spread of the quantisers: shows, and two passes mend it
+constexpr double kFinest = 2.6;         // mean quantiser: more bits would not show
+constexpr double kFloorMargin = 1.15;   // what is reckoned of a coarsest encode is off by that
+constexpr double kSecondMargin = 1.15;  // over a limit by more, a second pass would not mend it
+constexpr double kAbortedBy = 1.1;      // what a second pass that gave up was above its bitrate
+constexpr double kGain = 1.03;          // in bytes: worth an encode
+constexpr double kWorthGrowing = 1.9;   // in pixels a second: as well
 // Up to it two passes look at least as good as a fixed quantiser and come nearer to the limit;
 // above it they often end beyond the limit, or not at all.
 constexpr int kFineQuantiser = 20;
@@ -32,13 +31,6 @@ constexpr double kLikelyAfterSmall = 0.3;
 constexpr int kMostSeconds = 2;  // second passes in one picture
 constexpr int kMostQuantisers = 3;
 constexpr int kMostPictures = 4;
-
-// The coarsest quantiser that a larger picture is worth. Measured on fourteen clips, with SSIM
-// against the source as the judge, the largest picture below it is 0.008 off the best on average
-// for MPEG-4, and within 0.01 in three of four cases; in nine of ten for H.263.
-int bearableQuantiser(const Options& options) {
-  return options.videoCodec == "h263" ? 14 : 20;
-}
 
 bool isSame(const Rung& one, const Rung& other) {
   return one.size == other.size && std::abs(one.rate.value() - other.rate.value()) < 0.001;
@@ -142,19 +134,32 @@ bool FitPlan::wantsSample() const {
   return videoAimBits(top, next.sound) < kPlentyPerPixel * top.pixels() * frames;
 }
 
-// The best rung that is reckoned to stay within the limit at this quantiser; the ladder's end if
-// none.
-size_t FitPlan::rungFor(const SizeModel& sizes, int quantiser, double margin) const {
-  const auto found = std::find_if(rungs.begin(), rungs.end(), [&](const Rung& candidate) {
-    return sizes.bits(candidate, quantiser) * margin <= videoAimBits(candidate, next.sound);
-  });
-  return static_cast<size_t>(found - rungs.begin());
+// The best rung that is reckoned to stay within the limit while it is bearable; the ladder's end
+// if none.
+size_t FitPlan::bearableRung(const SizeModel& sizes) const {
+  size_t chosen = 0;
+  while (chosen < rungs.size() &&
+         sizes.bits(rungs[chosen], bearableQuantiser(options, rungs, chosen)) >
+             videoAimBits(rungs[chosen], next.sound)) {
+    ++chosen;
+  }
+  return chosen;
+}
+
+// From this one on, the first that is reckoned to stay within the limit at all; the ladder's end
+// if none.
+size_t FitPlan::possibleRung(size_t chosen) const {
+  while (chosen < rungs.size() && model.bits(rungs[chosen], kCoarsestQuantiser) * kFloorMargin >
+                                      videoAimBits(rungs[chosen], sound())) {
+    ++chosen;
+  }
+  return chosen;
 }
 
 void FitPlan::sampled(const Sample& sample) {
   model.take(sample);
-  size_t chosen = rungFor(model, bearableQuantiser(options), 1);
-  if (chosen == rungs.size()) chosen = rungFor(model, kCoarsestQuantiser, kFloorMargin);
+  size_t chosen = bearableRung(model);
+  if (chosen == rungs.size()) chosen = possibleRung(0);
   beginPicture(std::min(chosen, rungs.size() - 1));
   // Rate control does not know what to do with bits that only key frames have a use for.
   if (!sample.isEven(limits.seconds) && !options.discardsOutput()) {
@@ -227,8 +232,7 @@ bool FitPlan::growsPicture(double quantiser) {
   // Far from what was measured a sample's curve is trusted no more than a plain power.
   SizeModel plain(limits.seconds);
   plain.learn(next.picture, quantiser, videoBitsOf(tried.back()));
-  const int bearable = bearableQuantiser(options);
-  const size_t chosen = std::max(rungFor(model, bearable, 1), rungFor(plain, bearable, 1));
+  const size_t chosen = std::max(bearableRung(model), bearableRung(plain));
   if (chosen >= rung ||
       pixelsPerSecond(rungs[chosen]) < kWorthGrowing * pixelsPerSecond(rungs[rung])) {
     return false;
@@ -303,12 +307,7 @@ FitPlan::Verdict FitPlan::tryQuantiser(double videoBits) {
 // A smaller picture, unless there is a file that fits.
 FitPlan::Verdict FitPlan::tryBelow() {
   if (best) return Verdict::Done;
-  size_t chosen = rung + 1;
-  while (chosen < rungs.size() && model.isKnown() &&
-         model.bits(rungs[chosen], kCoarsestQuantiser) * kFloorMargin >
-             videoAimBits(rungs[chosen], sound())) {
-    ++chosen;
-  }
+  const size_t chosen = model.isKnown() ? possibleRung(rung + 1) : rung + 1;
   if (chosen < rungs.size() && ++pictures < kMostPictures) {
     beginPicture(chosen);
   } else if (hasQuantiser(options)) {

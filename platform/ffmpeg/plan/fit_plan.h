@@ -51,7 +51,8 @@ class FitPlan {
 
   void beginEncode();
   void beginPicture(size_t chosen);
-  size_t rungFor(const SizeModel& sizes, int quantiser, double margin) const;
+  size_t bearableRung(const SizeModel& sizes) const;
+  size_t possibleRung(size_t chosen) const;
 
   bool fits(const Outcome& outcome) const;
   bool fills(int64_t bytes) const;

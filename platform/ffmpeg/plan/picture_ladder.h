@@ -2,6 +2,7 @@
 #ifndef PLATFORM_FFMPEG_PLAN_PICTURE_LADDER_H
 #define PLATFORM_FFMPEG_PLAN_PICTURE_LADDER_H
 
+#include <cstddef>
 #include <vector>
 
 #include "platform/ffmpeg/probe/media_facts.h"
@@ -22,6 +23,9 @@ PictureSize seenSize(const VideoFacts& video);
 // the size shrinks and then the rate: a held frame costs more of what a viewer sees than a
 // smaller picture does.
 std::vector<Rung> pictureLadder(const Options& options, const VideoFacts& video);
+
+// The coarsest quantiser, 1 to 31, at which rung `chosen` still looks better than the next.
+int bearableQuantiser(const Options& options, const std::vector<Rung>& rungs, size_t chosen);
 
 // Whether the times of the frames are kept in this container, rather than made even.
 bool keepsTimes(const Options& options);
