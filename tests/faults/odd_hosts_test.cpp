@@ -9,6 +9,10 @@
 
 namespace {
 
+// Its prelude makes sure that the days do change.
+constexpr char kJumpingClock[] = "today=$(date +%F) && export LD_PRELOAD=" JUMPING_CLOCK
+                                 " && until [ \"$(date +%F)\" != \"$today\" ]; do sleep 0.01; done";
+
 struct Host {
   const char* name;
   std::string inside;   // the program that the script runs in
@@ -53,6 +57,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Host{"Neither", "", "unset HOME XDG_RUNTIME_DIR"},
                     Host{"ReadOnlyHome", "unshare --user --map-root-user --mount",
                          "mount --bind home home && mount -o remount,bind,ro home"},
+#ifndef TARN_SANITIZED  // which want to be loaded before any other library
+                    Host{"JumpingClock", "", kJumpingClock},
+#endif
                     Host{"SixtyFourDescriptors", "", "ulimit -n 64"}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
