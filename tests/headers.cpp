@@ -1,0 +1,4 @@
+// Compiled for its precompiled headers alone.
+int main() {
+  return 0;
+}
