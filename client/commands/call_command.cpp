@@ -1,6 +1,5 @@
 #include <cstdio>
 
-#include "client/commands/arguments.h"
 #include "client/commands/commands.h"
 #include "client/service/service_reply.h"
 
@@ -17,20 +16,13 @@ ExitCode printReply(const Answer& answer) {
 
 }  // namespace
 
-ExitCode runCall(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {}, {});
-  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
-  if (arguments.positional().size() != 2) return sayUsage("call needs METHOD and JSON");
-  return printReply(callService(arguments.positional()[0], arguments.positional()[1]));
+ExitCode runCall(const Options& options) {
+  return printReply(callService(options.words[0], options.words[1]));
 }
 
-ExitCode runMinBitrate(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {}, {"--json"});
-  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
-  if (!arguments.positional().empty()) return sayUsage("min-bitrate takes no words");
-
+ExitCode runMinBitrate(const Options& options) {
   const Answer answer = callServiceAgain("getMinimalBitrate", "{}");
-  if (answer.kind != Answer::Replied || arguments.has("--json")) return printReply(answer);
+  if (answer.kind != Answer::Replied || options.json) return printReply(answer);
   int32_t bitsPerSecond = 0;
   const ServiceReply reply = parseServiceReply(answer.payload);
   if (reply.members["returnValue"].asNumber(bitsPerSecond) != dsjson::CONV_OK) {

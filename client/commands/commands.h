@@ -1,29 +1,27 @@
-// The commands of tarn-transcode. Each takes the words behind its name and returns an exit code;
-// the result goes to stdout, everything said about it to stderr.
+// The commands of tarn-transcode. Each takes its options, which go together, and returns an exit
+// code; the result goes to stdout, everything said about it to stderr.
 #ifndef CLIENT_COMMANDS_COMMANDS_H
 #define CLIENT_COMMANDS_COMMANDS_H
 
-#include <string>
-#include <vector>
-
+#include "client/commands/options.h"
 #include "client/commands/report.h"
 
 // call METHOD JSON: sends the JSON as it is and prints the reply as it comes.
-ExitCode runCall(const std::vector<std::string>& words);
+ExitCode runCall(const Options& options);
 
 // resize-image IN OUT --size SIZE: a JPEG of at most SIZE bytes.
-ExitCode runResizeImage(const std::vector<std::string>& words);
+ExitCode runResizeImage(const Options& options);
 
 // fit IN OUT, fit FILES --out-dir DIR: photos of at most so many bytes, by com.tarn.Fit1.
-ExitCode runFit(const std::vector<std::string>& words);
+ExitCode runFit(const Options& options);
 
 // info FILE: a movie's length, size and bitrate.
-ExitCode runInfo(const std::vector<std::string>& words);
+ExitCode runInfo(const Options& options);
 
 // resize-movie IN OUT: a movie re-encoded as the options say.
-ExitCode runResizeMovie(const std::vector<std::string>& words);
+ExitCode runResizeMovie(const Options& options);
 
 // min-bitrate: the least bitrate of a movie, in bits per second.
-ExitCode runMinBitrate(const std::vector<std::string>& words);
+ExitCode runMinBitrate(const Options& options);
 
 #endif

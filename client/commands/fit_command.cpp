@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <set>
 
-#include "client/commands/arguments.h"
 #include "client/commands/commands.h"
 #include "client/commands/in_out.h"
 #include "client/commands/progress_line.h"
@@ -48,21 +47,18 @@ int64_t fileBytes(const std::string& path) {
 }
 
 // IN and OUT, or each of FILES and a file of its name in DIR.
-ExitCode takeFiles(const Arguments& arguments, std::vector<FitTask>* tasks) {
-  const auto folder = arguments.value("--out-dir");
-  if (!folder) {
-    FitTask& task = tasks->emplace_back();
-    const ExitCode exitCode = takeInOut(arguments, "fit", &task.files);
-    return exitCode == ExitDone ? checkInOut(task.files) : exitCode;
+ExitCode takeFiles(const Options& options, std::vector<FitTask>* tasks) {
+  if (options.outDir.empty()) {
+    tasks->push_back({inOutOf(options), 0});
+    return checkInOut(tasks->back().files);
   }
-  if (arguments.positional().empty()) return sayUsage("fit needs FILES");
   std::set<std::string> names;
-  for (const std::string& word : arguments.positional()) {
+  for (const std::string& word : options.words) {
     const fs::path in = absolutePath(word);
     if (!names.insert(in.filename()).second) {
       return sayFailure("two files would become " + in.filename().string());
     }
-    const std::string out = absolutePath(*folder + "/" + in.filename().string());
+    const std::string out = absolutePath(options.outDir + "/" + in.filename().string());
     tasks->push_back({{in, out}, 0});
     const ExitCode exitCode = checkInOut(tasks->back().files);
     if (exitCode != ExitDone) return exitCode;
@@ -71,35 +67,19 @@ ExitCode takeFiles(const Arguments& arguments, std::vector<FitTask>* tasks) {
 }
 
 // The limit of each file: its own, its share of the total, or the smaller where both are told.
-ExitCode takeLimits(const Arguments& arguments, std::vector<FitTask>* tasks) {
-  const auto size = arguments.value("--size");
-  const auto total = arguments.value("--total");
-  const auto sizeBytes = parseByteSize(size.value_or(""));
-  const auto totalBytes = parseByteSize(total.value_or(""));
-  if ((size && !sizeBytes) || (total && !totalBytes) || (!size && !total)) {
-    return sayUsage("fit needs --size or --total, such as 300k or 1.5M");
-  }
+void takeLimits(const Options& options, std::vector<FitTask>* tasks) {
   std::vector<int64_t> sizes;
   for (const FitTask& task : *tasks) {
-    sizes.push_back(std::min<int64_t>(fileBytes(task.files.in), sizeBytes.value_or(INT32_MAX)));
+    sizes.push_back(std::min<int64_t>(fileBytes(task.files.in), options.size.value_or(INT32_MAX)));
   }
-  if (total) sizes = sharesOf(*totalBytes, sizes);
+  if (options.total) sizes = sharesOf(*options.total, sizes);
   for (size_t i = 0; i < tasks->size(); ++i) {
-    (*tasks)[i].maxBytes = std::max<int64_t>(1, total ? sizes[i] : *sizeBytes);
+    (*tasks)[i].maxBytes = std::max<int64_t>(1, options.total ? sizes[i] : *options.size);
   }
-  return ExitDone;
 }
 
-bool takeSide(const Arguments& arguments, const char* option, uint32_t* side) {
-  const std::string text = arguments.value(option).value_or("0");
-  const bool isNumber = !text.empty() && text.size() <= 5 &&
-                        text.find_first_not_of("0123456789") == std::string::npos;
-  if (isNumber) *side = static_cast<uint32_t>(std::stoul(text));
-  return isNumber;
-}
-
-void printResult(const Arguments& arguments, const InOut& files, const FitAnswer& answer) {
-  if (arguments.has("--json")) {
+void printResult(const Options& options, const InOut& files, const FitAnswer& answer) {
+  if (options.json) {
     dsjson::JValue line = dsjson::Object();
     line.put("in", files.in)
         .put("out", files.out)
@@ -108,7 +88,7 @@ void printResult(const Arguments& arguments, const InOut& files, const FitAnswer
         .put("height", static_cast<int32_t>(answer.height))
         .put("ssim", answer.similarity);
     printf("%s\n", requestText(line).c_str());
-  } else if (!arguments.has("--quiet")) {
+  } else if (!options.quiet) {
     printf("%s: %u x %u, %s%s\n", files.out.c_str(), answer.width, answer.height,
            formatByteSize(static_cast<int64_t>(answer.bytes)).c_str(),
            answer.isUntouched ? ", as it was" : "");
@@ -116,7 +96,7 @@ void printResult(const Arguments& arguments, const InOut& files, const FitAnswer
   fflush(stdout);
 }
 
-ExitCode fitOne(const Arguments& arguments, const FitTask& task, FitWish wish,
+ExitCode fitOne(const Options& options, const FitTask& task, FitWish wish,
                 const std::function<void(double)>& onProgress, Interrupts* interrupts,
                 bool* isStopped) {
   const OpenFile in(task.files.in, O_RDONLY);
@@ -136,41 +116,36 @@ ExitCode fitOne(const Arguments& arguments, const FitTask& task, FitWish wish,
   if (answer.kind != FitAnswer::Made) {
     sayFailure(task.files.in + ": " + answer.errorText);
     *isStopped = answer.kind == FitAnswer::NoService;
+    if (answer.kind == FitAnswer::TooSmall) return ExitCannotFit;
     return answer.kind == FitAnswer::NoService ? ExitNoService : ExitFailed;
   }
   if (!output.commit()) return sayFailure(output.errorText());
-  printResult(arguments, task.files, answer);
+  printResult(options, task.files, answer);
   return ExitDone;
 }
 
 }  // namespace
 
-ExitCode runFit(const std::vector<std::string>& words) {
-  const Arguments arguments(
-      words, {"--size", "--total", "--out-dir", "--max-width", "--max-height", "--keep-metadata"},
-      {"--json", "--quiet"});
-  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
+ExitCode runFit(const Options& options) {
   FitWish wish;
-  if (!takeSide(arguments, "--max-width", &wish.maxWidth) ||
-      !takeSide(arguments, "--max-height", &wish.maxHeight)) {
-    return sayUsage("a width or height is a number of pixels");
-  }
-  wish.keepMetadata = arguments.value("--keep-metadata").value_or("");
+  wish.maxWidth = options.maxWidth;
+  wish.maxHeight = options.maxHeight;
+  wish.keepMetadata = options.keepMetadata;
   std::vector<FitTask> tasks;
-  ExitCode exitCode = takeFiles(arguments, &tasks);
-  if (exitCode == ExitDone) exitCode = takeLimits(arguments, &tasks);
+  const ExitCode exitCode = takeFiles(options, &tasks);
   if (exitCode != ExitDone) return exitCode;
+  takeLimits(options, &tasks);
 
   ExitCode worst = ExitDone;
   bool isStopped = false;
   Interrupts interrupts;
-  const bool showsProgress = !arguments.has("--quiet") && isatty(STDERR_FILENO) != 0;
+  const bool showsProgress = !options.quiet && isatty(STDERR_FILENO) != 0;
   for (const FitTask& task : tasks) {
     ProgressLine line(true);
     const auto show = [&](double share) {
       if (showsProgress) line.show(share);
     };
-    worst = std::max(worst, fitOne(arguments, task, wish, show, &interrupts, &isStopped));
+    worst = std::max(worst, fitOne(options, task, wish, show, &interrupts, &isStopped));
     if (isStopped) break;
   }
   return worst;

@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "client/commands/arguments.h"
 #include "client/commands/commands.h"
 #include "client/commands/in_out.h"
 #include "client/commands/withdrawal.h"
@@ -14,6 +13,9 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+// Where the picture would be less than a pixel wide or high.
+constexpr char kScaleTooSmall[] = "Scale factor is too small";
 
 dsjson::JValue resizeRequest(const std::string& in, const std::string& out, int32_t sizeBytes) {
   dsjson::JValue request = dsjson::Object();
@@ -42,17 +44,17 @@ std::string copyReply(const JpegSize& size, uintmax_t sizeBytes) {
   return requestText(reply);
 }
 
-void printResult(const Arguments& arguments, const std::string& out, const std::string& payload,
+void printResult(const Options& options, const std::string& out, const std::string& payload,
                  const char* remark) {
-  if (arguments.has("--json")) {
+  if (options.json) {
     printf("%s\n", payload.c_str());
-  } else if (!arguments.has("--quiet")) {
+  } else if (!options.quiet) {
     printf("%s: %s%s\n", out.c_str(), sizeWords(parseServiceReply(payload)).c_str(), remark);
   }
 }
 
 // A picture that fits would only lose by another encoding, and often grow.
-ExitCode copyAsItIs(const Arguments& arguments, const std::string& in, const JpegSize& size,
+ExitCode copyAsItIs(const Options& options, const std::string& in, const JpegSize& size,
                     StagedOutput* output, const std::string& out) {
   std::error_code code;
   fs::copy_file(in, output->temporaryPath(), fs::copy_options::overwrite_existing, code);
@@ -61,21 +63,16 @@ ExitCode copyAsItIs(const Arguments& arguments, const std::string& in, const Jpe
   if (code) return sayFailure("cannot copy " + in + ": " + code.message());
   const uintmax_t sizeBytes = fs::file_size(output->temporaryPath(), code);
   if (!output->commit()) return sayFailure(output->errorText());
-  printResult(arguments, out, copyReply(size, sizeBytes), ", as it was");
+  printResult(options, out, copyReply(size, sizeBytes), ", as it was");
   return ExitDone;
 }
 
 }  // namespace
 
-ExitCode runResizeImage(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {"--size"}, {"--always", "--json", "--quiet"});
-  InOut files;
-  ExitCode exitCode = takeInOut(arguments, "resize-image", &files);
-  if (exitCode != ExitDone) return exitCode;
-  const std::string limit = arguments.value("--size").value_or("");
-  const auto sizeBytes = parseByteSize(limit);
-  if (!sizeBytes) return sayUsage("resize-image needs --size, such as 300k or 1.5M");
-  exitCode = checkInOut(files);
+ExitCode runResizeImage(const Options& options) {
+  const InOut files = inOutOf(options);
+  const int32_t sizeBytes = *options.size;
+  ExitCode exitCode = checkInOut(files);
   if (exitCode != ExitDone) return exitCode;
   JpegSize size;
   std::string error;
@@ -89,12 +86,12 @@ ExitCode runResizeImage(const std::vector<std::string>& words) {
   // What does not end as a picture does is left to the service, which looks at all of it.
   std::error_code ignored;
   const uintmax_t inputBytes = fs::file_size(files.in, ignored);
-  const bool fits = inputBytes <= static_cast<uintmax_t>(std::max(0, *sizeBytes));
-  if (fits && !arguments.has("--always") && isWholeJpeg(files.in)) {
-    return copyAsItIs(arguments, files.in, size, &output, files.out);
+  const bool fits = inputBytes <= static_cast<uintmax_t>(sizeBytes);
+  if (fits && !options.always && isWholeJpeg(files.in)) {
+    return copyAsItIs(options, files.in, size, &output, files.out);
   }
 
-  const dsjson::JValue request = resizeRequest(files.in, output.temporaryPath(), *sizeBytes);
+  const dsjson::JValue request = resizeRequest(files.in, output.temporaryPath(), sizeBytes);
   // Other pictures may be in front of it.
   Withdrawal withdrawal(&interrupts, &output, std::chrono::seconds(1));
   const Answer answer =
@@ -106,17 +103,19 @@ ExitCode runResizeImage(const std::vector<std::string>& words) {
   const bool isWhole = reply.succeeded && isWholeJpeg(output.temporaryPath());
   if (reply.succeeded && !isWhole) {
     // As much as the service may have wanted: its first attempt is of the source's kind.
-    const auto most = std::max(inputBytes, static_cast<uintmax_t>(std::max(0, *sizeBytes)));
+    const auto most = std::max(inputBytes, static_cast<uintmax_t>(sizeBytes));
     if (!output.hasRoomFor(most)) return sayNoSpace(files.out);
     return sayFailure("the picture is damaged: no whole picture came out");
   }
   if (isWhole && !output.commit()) return sayFailure(output.errorText());
   if (!reply.succeeded) {
-    if (arguments.has("--json")) printf("%s\n", answer.payload.c_str());
+    if (options.json) printf("%s\n", answer.payload.c_str());
     // The service gives no reason when no size was small enough.
-    return sayFailure(reply.errorText.empty() ? "the picture cannot be made to fit " + limit
-                                              : reply.errorText);
+    const bool isTooSmall = reply.errorText.empty() || reply.errorText == kScaleTooSmall;
+    if (!isTooSmall) return sayFailure(reply.errorText);
+    sayFailure("the picture cannot be made to fit " + formatByteSize(sizeBytes));
+    return ExitCannotFit;
   }
-  printResult(arguments, files.out, answer.payload, "");
+  printResult(options, files.out, answer.payload, "");
   return ExitDone;
 }

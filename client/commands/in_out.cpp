@@ -10,12 +10,8 @@ std::string absolutePath(const std::string& path) {
   return fs::absolute(path).lexically_normal();
 }
 
-ExitCode takeInOut(const Arguments& arguments, const std::string& command, InOut* files) {
-  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
-  if (arguments.positional().size() != 2) return sayUsage(command + " needs IN and OUT");
-  files->in = absolutePath(arguments.positional()[0]);
-  files->out = absolutePath(arguments.positional()[1]);
-  return ExitDone;
+InOut inOutOf(const Options& options) {
+  return {absolutePath(options.words[0]), absolutePath(options.words[1])};
 }
 
 ExitCode checkInOut(const InOut& files) {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "client/commands/arguments.h"
+#include "client/commands/options.h"
 #include "client/commands/report.h"
 
 struct InOut {
@@ -15,11 +15,11 @@ struct InOut {
 // The absolute path of what the user called `path`.
 std::string absolutePath(const std::string& path);
 
-// Each says what is wrong and returns the exit code for it, or returns ExitDone.
+// The two that are the words of a command.
+InOut inOutOf(const Options& options);
 
-// Takes the two from the words of `command` into *files.
-ExitCode takeInOut(const Arguments& arguments, const std::string& command, InOut* files);
-// Looks whether IN can be read, and is not OUT.
+// Looks whether IN can be read, and is not OUT. Says what is wrong and returns the exit code for
+// it, or returns ExitDone.
 ExitCode checkInOut(const InOut& files);
 
 #endif

@@ -6,10 +6,8 @@
 #include <cstring>
 #include <filesystem>
 
-#include "client/commands/arguments.h"
 #include "client/commands/commands.h"
 #include "client/commands/in_out.h"
-#include "client/commands/movie_request.h"
 #include "client/commands/progress_line.h"
 #include "client/commands/withdrawal.h"
 #include "client/files/input_file.h"
@@ -60,6 +58,12 @@ bool isFullDisk(const std::string& words) {
          words.find(strerror(EDQUOT)) != std::string::npos;
 }
 
+// What the service says when no plan keeps the limit, and what the encoder when no encode did.
+bool cannotFit(const ServiceReply& reply) {
+  return reply.errorText == "can't reach targetBitrate, maxOutputSize too small?" ||
+         reply.errorDetail.find("the whole clip cannot be had ") != std::string::npos;
+}
+
 // The service names its pass logs after the output and removes them, unless it dies.
 void removePassLogs(const std::string& output) {
   for (int number = 0; number <= 9; ++number) {
@@ -67,11 +71,11 @@ void removePassLogs(const std::string& output) {
   }
 }
 
-ExitCode resizeMovie(const Arguments& arguments, const std::string& in, dsjson::JValue request,
+ExitCode resizeMovie(const Options& options, const std::string& in, dsjson::JValue request,
                      StagedOutput* output, Withdrawal* withdrawal) {
   const std::string temporary = output->temporaryPath();
   request.put("inFile", in).put("outFile", temporary);
-  const bool isQuiet = arguments.has("--quiet");
+  const bool isQuiet = options.quiet;
   const Answer answer = callShowingProgress(requestText(request), temporary, isQuiet, withdrawal);
   removePassLogs(temporary);
   ExitCode exitCode;
@@ -80,9 +84,10 @@ ExitCode resizeMovie(const Arguments& arguments, const std::string& in, dsjson::
 
   const ServiceReply reply = parseServiceReply(answer.payload);
   if (!reply.succeeded) {
-    if (arguments.has("--json")) printf("%s\n", answer.payload.c_str());
+    if (options.json) printf("%s\n", answer.payload.c_str());
     sayFailure(refusal(reply, *output));
-    return isFullDisk(reply.errorDetail) ? sayNoSpace(output->targetPath()) : ExitFailed;
+    if (isFullDisk(reply.errorDetail)) return sayNoSpace(output->targetPath());
+    return cannotFit(reply) ? ExitCannotFit : ExitFailed;
   }
   std::error_code missing;
   const auto bytes = fs::file_size(temporary, missing);
@@ -90,10 +95,10 @@ ExitCode resizeMovie(const Arguments& arguments, const std::string& in, dsjson::
   MovieInfo made;
   made.sizeBytes = static_cast<int32_t>(std::min<uintmax_t>(bytes, INT32_MAX));
   if (!output->commit()) return sayFailure(output->errorText());
-  if (!isQuiet && !arguments.has("--json")) {
+  if (!isQuiet && !options.json) {
     made = parseMovieInfo(askMovieInfo(output->targetPath())).value_or(made);
   }
-  if (arguments.has("--json")) {
+  if (options.json) {
     printf("%s\n", answer.payload.c_str());
   } else if (!isQuiet) {
     printf("%s: %s\n", output->targetPath().c_str(), made.words().c_str());
@@ -103,18 +108,14 @@ ExitCode resizeMovie(const Arguments& arguments, const std::string& in, dsjson::
 
 }  // namespace
 
-ExitCode runInfo(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {}, {"--json"});
-  if (!arguments.errorText().empty()) return sayUsage(arguments.errorText());
-  if (arguments.positional().size() != 1) return sayUsage("info needs FILE");
-
-  const std::string in = absolutePath(arguments.positional()[0]);
+ExitCode runInfo(const Options& options) {
+  const std::string in = absolutePath(options.words[0]);
   std::string error;
   if (!isUsableInput(in, &error)) return sayFailure("cannot read " + in + ": " + error);
   const Answer answer = askMovieInfo(in);
   if (answer.kind != Answer::Replied) return sayNoMovie(answer, in);
   const auto info = parseMovieInfo(answer);
-  if (!info || arguments.has("--json")) {
+  if (!info || options.json) {
     printf("%s\n", answer.payload.c_str());
   } else {
     printf("%s: %s\n", in.c_str(), info->words().c_str());
@@ -122,15 +123,9 @@ ExitCode runInfo(const std::vector<std::string>& words) {
   return info ? ExitDone : ExitFailed;
 }
 
-ExitCode runResizeMovie(const std::vector<std::string>& words) {
-  const Arguments arguments(words, movieOptions(), {"--json", "--quiet"});
-  InOut files;
-  ExitCode exitCode = takeInOut(arguments, "resize-movie", &files);
-  if (exitCode != ExitDone) return exitCode;
-  dsjson::JValue request = dsjson::Object();
-  std::string error;
-  if (!putMovieOptions(arguments, &request, &error)) return sayUsage(error);
-  exitCode = checkInOut(files);
+ExitCode runResizeMovie(const Options& options) {
+  const InOut files = inOutOf(options);
+  const ExitCode exitCode = checkInOut(files);
   if (exitCode != ExitDone) return exitCode;
 
   Interrupts interrupts;
@@ -138,5 +133,5 @@ ExitCode runResizeMovie(const std::vector<std::string>& words) {
   if (output.temporaryPath().empty()) return sayFailure(output.errorText());
   // The encoder is ended at once, on any machine that is not very busy.
   Withdrawal withdrawal(&interrupts, &output, std::chrono::seconds(10));
-  return resizeMovie(arguments, files.in, request, &output, &withdrawal);
+  return resizeMovie(options, files.in, options.movie, &output, &withdrawal);
 }

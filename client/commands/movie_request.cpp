@@ -2,16 +2,11 @@
 
 #include <glib.h>
 
-#include <optional>
-
 #include "client/units/bit_rate.h"
 #include "client/units/byte_size.h"
 #include "client/units/time_span.h"
 
 namespace {
-
-// What an option's text means to the service, or nothing when it means nothing.
-using Read = std::optional<dsjson::JValue> (*)(const std::string& text);
 
 std::optional<dsjson::JValue> readSize(const std::string& text) {
   const auto bytes = parseByteSize(text);
@@ -45,61 +40,46 @@ std::optional<dsjson::JValue> readName(const std::string& text) {
   return dsjson::JValue(text);
 }
 
-struct MovieOption {
-  const char* name;
-  const char* member;
-  Read read;
-  const char* examples;
-};
-
 const MovieOption kOptions[] = {
-    {"--max-size", "maxOutputSize", readSize, "5M or 300k"},
-    {"--max-bitrate", "maxBitrate", readRate, "500k or 1.5M"},
-    {"--video-codec", "videoCodec", readName, "mpeg4, h263 or copy"},
-    {"--audio-codec", "audioCodec", readName, "aac, amrnb or copy"},
-    {"--video-bitrate", "videoBitrate", readRate, "500k or 1.5M"},
-    {"--audio-bitrate", "audioBitrate", readRate, "64k or 12200"},
-    {"--audio-rate", "audioSamplingRate", readRate, "22050 or 44.1k"},
-    {"--pic-size", "picSize", readName, "320x240, qcif or auto"},
-    {"--frame-rate", "videoFrameRate", readFrameRate, "15 or 29.97"},
-    {"--start", "startOffset", readSeconds, "90 or 2.5"},
-    {"--length", "clipLength", readSeconds, "10 or 2.5"},
-    {"--passes", "passes", readPasses, "1 or 2"},
+    {"--max-size", "maxOutputSize", readSize, "5M or 300k", "SIZE", "the most bytes of the movie"},
+    {"--max-bitrate", "maxBitrate", readRate, "500k or 1.5M", "RATE", "of the whole movie"},
+    {"--video-codec", "videoCodec", readName, "mpeg4, h263 or copy", "NAME", "mpeg4, h263 or copy"},
+    {"--audio-codec", "audioCodec", readName, "aac, amrnb or copy", "NAME", "aac, amrnb or copy"},
+    {"--video-bitrate", "videoBitrate", readRate, "500k or 1.5M", "RATE", "of the pictures"},
+    {"--audio-bitrate", "audioBitrate", readRate, "64k or 12200", "RATE", "of the sound"},
+    {"--audio-rate", "audioSamplingRate", readRate, "22050 or 44.1k", "HERTZ",
+     "sound samples per second"},
+    {"--pic-size", "picSize", readName, "320x240, qcif or auto", "WxH",
+     "or qcif, cif; auto with h263"},
+    {"--frame-rate", "videoFrameRate", readFrameRate, "15 or 29.97", "RATE", "pictures per second"},
+    {"--start", "startOffset", readSeconds, "90 or 2.5", "SECONDS",
+     "where the part to keep begins"},
+    {"--length", "clipLength", readSeconds, "10 or 2.5", "SECONDS", "how long that part is"},
+    {"--passes", "passes", readPasses, "1 or 2", "1|2",
+     "how often IN is read; unless told, 2 where 1 fails"},
 };
 
-// The service drops these limits without a word when a stream is copied.
-bool keepsLimits(const Arguments& arguments, std::string* error) {
-  for (const char* codec : {"--video-codec", "--audio-codec"}) {
-    for (const char* limit : {"--max-size", "--max-bitrate"}) {
-      if (arguments.value(codec) == "copy" && arguments.has(limit)) {
-        *error = std::string(limit) + " cannot be kept with " + codec + " copy";
-        return false;
-      }
-    }
-  }
-  return true;
+bool isCopied(const dsjson::JValue& request, const char* codec) {
+  std::string name;
+  return request[codec].asString(name) == dsjson::CONV_OK && name == "copy";
 }
 
 }  // namespace
 
-std::set<std::string> movieOptions() {
-  std::set<std::string> names;
-  for (const MovieOption& option : kOptions) {
-    names.insert(option.name);
-  }
-  return names;
+std::span<const MovieOption> movieOptions() {
+  return kOptions;
 }
 
-bool putMovieOptions(const Arguments& arguments, dsjson::JValue* request, std::string* error) {
-  for (const MovieOption& option : kOptions) {
-    const auto text = arguments.value(option.name);
-    if (!text) continue;
-    const auto value = option.read(*text);
-    if (!value) {
-      *error = "\"" + *text + "\" is not a value of " + option.name + ": write " + option.examples;
+bool keepsLimits(const dsjson::JValue& request, std::string* error) {
+  for (const char* codec : {"video", "audio"}) {
+    if (!isCopied(request, (codec + std::string("Codec")).c_str())) continue;
+    for (const auto& [option, member] :
+         {std::pair("--max-size", "maxOutputSize"), std::pair("--max-bitrate", "maxBitrate")}) {
+      int32_t limit = 0;
+      if (request[member].asNumber(limit) == dsjson::CONV_MISSING) continue;
+      *error = std::string(option) + " cannot be kept with --" + codec + "-codec copy";
       return false;
     }
-    request->put(option.member, *value);
   }
-  return keepsLimits(arguments, error);
+  return true;
 }

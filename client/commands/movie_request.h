@@ -2,17 +2,27 @@
 #ifndef CLIENT_COMMANDS_MOVIE_REQUEST_H
 #define CLIENT_COMMANDS_MOVIE_REQUEST_H
 
-#include <set>
+#include <optional>
+#include <span>
 #include <string>
 
-#include "client/commands/arguments.h"
 #include "dsjson/dsjson.h"
 
-// The options that there are; each takes a value.
-std::set<std::string> movieOptions();
+struct MovieOption {
+  const char* name;
+  const char* member;
+  // What its text means to the service, or nothing when it means nothing.
+  std::optional<dsjson::JValue> (*read)(const std::string& text);
+  const char* examples;
+  // For people: what stands for its text, and what it is.
+  const char* label;
+  const char* help;
+};
 
-// Puts a member for each option given. Where one is wrong *error says what, and the request is of
-// no use.
-bool putMovieOptions(const Arguments& arguments, dsjson::JValue* request, std::string* error);
+std::span<const MovieOption> movieOptions();
+
+// Whether the service keeps all limits of the request; if not, *error says which it would drop
+// without a word.
+bool keepsLimits(const dsjson::JValue& request, std::string* error);
 
 #endif

@@ -11,14 +11,10 @@ enum ExitCode {
   ExitFailed = 1,     // refused, or tried and failed
   ExitUsage = 2,      // the words make no command
   ExitNoService = 3,  // no bus, or no service on it
+  ExitCannotFit = 4,  // so few bytes hold no such picture or movie
   ExitSignal = 128,   // and more: a signal of that number above it ended the command
 };
 
-// All commands and their options, for people.
-extern const char kUsage[];
-
-// The words make no command, and why.
-ExitCode sayUsage(const std::string& reason);
 // Why something failed.
 ExitCode sayFailure(const std::string& reason);
 // The disk of `out` has no room for it.

@@ -32,6 +32,13 @@ FitAnswer failed(GError* error) {
   return answer;
 }
 
+// Of a job's error.
+FitAnswer::Kind kindOf(const char* name) {
+  if (g_strcmp0(name, "com.tarn.Fit1.Error.Cancelled") == 0) return FitAnswer::Cancelled;
+  if (g_strcmp0(name, "com.tarn.Fit1.Error.LimitTooSmall") == 0) return FitAnswer::TooSmall;
+  return FitAnswer::Refused;
+}
+
 // One job, from the call to its end.
 class Call {
  public:
@@ -132,10 +139,7 @@ class Call {
     if (g_variant_lookup(result, "message", "&s", &message) != FALSE) answer.errorText = message;
     g_variant_lookup(result, "error", "&s", &name);
     answer.isUntouched = encodes == 0;
-    const bool isCancelled = g_strcmp0(name, "com.tarn.Fit1.Error.Cancelled") == 0;
-    answer.kind = success != FALSE ? FitAnswer::Made
-                  : isCancelled    ? FitAnswer::Cancelled
-                                   : FitAnswer::Refused;
+    answer.kind = success != FALSE ? FitAnswer::Made : kindOf(name);
     g_variant_unref(result);
     g_main_loop_quit(loop);
   }

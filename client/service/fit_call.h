@@ -20,7 +20,14 @@ struct FitWish {
 };
 
 struct FitAnswer {
-  enum Kind { Made, Refused, Cancelled, Died, NoService };
+  enum Kind {
+    Made,
+    TooSmall,  // so few bytes hold no such photo
+    Refused,
+    Cancelled,
+    Died,
+    NoService,
+  };
   Kind kind = Died;
   std::string errorText;  // of all but Made
   // Of Made:

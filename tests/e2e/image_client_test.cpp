@@ -119,8 +119,12 @@ TEST_F(ImageClientTest, RefusesWhatIsNoJpegBeforeTheServiceMeetsIt) {
 
 TEST_F(ImageClientTest, KeepsTheOldFileWhenNothingFits) {
   dir.write("out.jpg", "old");
-  EXPECT_EQ(client("resize-image in.jpg out.jpg --size 400").exitCode, 1);
-  EXPECT_THAT(errors(), HasSubstr("tarn-transcode: "));
+  for (const char* size : {"400", "1"}) {
+    EXPECT_EQ(client(std::string("resize-image in.jpg out.jpg --size ") + size).exitCode, 4);
+    EXPECT_EQ(errors(),
+              std::string("tarn-transcode: the picture cannot be made to fit ") + size + " B\n");
+  }
+  EXPECT_EQ(client("resize-image in.jpg out.jpg --size 1 --quiet").exitCode, 4);
   EXPECT_EQ(readFile(dir / "out.jpg"), "old");
   EXPECT_THAT(namesIn(dir.path()), testing::Not(testing::Contains(StartsWith("."))));
 }
@@ -139,15 +143,62 @@ TEST_F(ImageClientTest, KeepsTheOldFileWhenNoWholePictureComesOut) {
   EXPECT_EQ(readFile(dir / "out.jpg"), "old");
 }
 
-TEST_F(ImageClientTest, ExplainsItsUse) {
-  EXPECT_EQ(client("").exitCode, 2);
-  EXPECT_EQ(client("no-command").exitCode, 2);
-  EXPECT_EQ(client("resize-image in.jpg out.jpg").exitCode, 2);
-  EXPECT_THAT(errors(), HasSubstr("--size"));
-  EXPECT_EQ(client("resize-image in.jpg --size 30k").exitCode, 2);
-  EXPECT_EQ(client("resize-image in.jpg out.jpg --size big").exitCode, 2);
-  EXPECT_EQ(client("call resizeImage").exitCode, 2);
-  EXPECT_EQ(client("--help").exitCode, 0);
+TEST_F(ImageClientTest, HelpsOnStandardOutput) {
+  for (const char* words : {"help", "--help", "-h"}) {
+    const auto help = client(words);
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_THAT(help.out, HasSubstr("  resize-image  make a JPEG of at most SIZE bytes\n"));
+    EXPECT_THAT(errors(), IsEmpty());
+  }
+  const std::string ofImages = client("resize-image --help").out;
+  EXPECT_THAT(ofImages, StartsWith("usage: tarn-transcode resize-image IN OUT --size SIZE\n"));
+  EXPECT_THAT(ofImages, HasSubstr("--always"));
+  EXPECT_EQ(client("help resize-image").out, ofImages);
+  EXPECT_EQ(client("resize-image in.jpg -h").out, ofImages);
+  EXPECT_THAT(client("--version").out, testing::MatchesRegex("tarn-transcode [0-9.]+\n"));
+}
+
+// Two lines, the reason last: none of them scrolls away.
+TEST_F(ImageClientTest, TellsWhatIsWrongWithTheWords) {
+  const std::string any = "usage: tarn-transcode COMMAND ...   (--help tells more)\n";
+  const std::string image =
+      "usage: tarn-transcode resize-image IN OUT --size SIZE   (--help tells more)\n";
+  const std::tuple<const char*, std::string, const char*> cases[] = {
+      {"", any, "say what to do: fit, resize-image, resize-movie, info, min-bitrate, call"},
+      {"help shrink", any, "there is no command shrink"},
+      {"resize-imag in.jpg", any, "there is no command resize-imag: did you mean resize-image?"},
+      {"resize-image in.jpg out.jpg", image, "--size is needed, such as 300k or 1.5M"},
+      {"resize-image in.jpg --size 30k", image, "IN and OUT are needed"},
+      {"resize-image in.jpg out.jpg --size", image, "--size needs a value"},
+      {"resize-image in.jpg out.jpg --size=1k --alway", image,
+       "there is no option --alway: did you mean --always?"},
+      {"resize-image in.jpg out.jpg --size big", image,
+       "\"big\" is not a value of --size: write 300k or 1.5M"},
+      {"call resizeImage", "usage: tarn-transcode call METHOD JSON   (--help tells more)\n",
+       "METHOD and JSON are needed"},
+      {"min-bitrate x", "usage: tarn-transcode min-bitrate   (--help tells more)\n",
+       "no other words are taken"},
+  };
+  for (const auto& [words, use, reason] : cases) {
+    const auto result = client(words);
+    EXPECT_EQ(result.exitCode, 2) << words;
+    EXPECT_THAT(result.out, IsEmpty());
+    EXPECT_EQ(errors(), use + "tarn-transcode: " + reason + "\n");
+  }
+  EXPECT_EQ(system.daemonPid(), 0);
+}
+
+// No name of a file is taken for anything else.
+TEST_F(ImageClientTest, TakesFilesOfAnyName) {
+  for (const char* name : {"info", "resize-image", "[a,b]", "{}", "a b.jpg", "%s"}) {
+    fs::rename(dir / "in.jpg", dir / name);
+    EXPECT_EQ(client("resize-image '" + std::string(name) + "' out.jpg --size 10M").exitCode, 0)
+        << errors();
+    fs::rename(dir / name, dir / "in.jpg");
+  }
+  fs::copy_file(dir / "in.jpg", dir / "-in.jpg");
+  EXPECT_EQ(client("resize-image --size 10M -- -in.jpg --size").exitCode, 0) << errors();
+  EXPECT_TRUE(fs::exists(dir / "--size"));
 }
 
 TEST_F(ImageClientTest, CallsAnyMethod) {

@@ -89,7 +89,7 @@ TEST_F(MovieClientTest, FitsTheWholeMovieOrTellsWhatWould) {
   }
   EXPECT_EQ(
       run("resize-movie in.mp4 out.mp4 --pic-size 640x480 --frame-rate 24 --max-size 20k").exitCode,
-      1);
+      4);
   EXPECT_THAT(errors(), HasSubstr("the whole clip cannot be had in 18999 bytes: about "));
   EXPECT_FALSE(fs::exists(dir / "w/out.mp4"));
 }
@@ -147,7 +147,7 @@ TEST_F(MovieClientTest, KeepsTheOldFileAndTellsFfmpegsWords) {
     EXPECT_THAT(errors(), HasSubstr("Unknown encoder 'nosuch'"));
     EXPECT_THAT(errors(), Not(HasSubstr("/.")));  // the temporary name
   }
-  EXPECT_EQ(run("resize-movie in.mp4 out.mp4 --max-size 2k").exitCode, 1);
+  EXPECT_EQ(run("resize-movie in.mp4 out.mp4 --max-size 2k").exitCode, 4);
   EXPECT_THAT(errors(), HasSubstr("maxOutputSize too small?\n"));
   EXPECT_EQ(readFile(dir / "w/out.mp4"), "old");
   EXPECT_THAT(namesIn(dir / "w"), ElementsAre("in.mp4", "out.mp4"));
