@@ -8,6 +8,7 @@
 #include "client/commands/commands.h"
 #include "client/commands/movie_request.h"
 #include "client/commands/nearest_word.h"
+#include "client/units/message_room.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ std::string faultOfInOut(const Options& options) {
 }
 
 std::string faultOfImage(const Options& options) {
-  if (!options.size) return "--size is needed, such as 300k or 1.5M";
+  if (!options.size) return "--size or --for is needed, such as --size 300k";
   return faultOfInOut(options);
 }
 
@@ -38,7 +39,8 @@ std::string faultOfMovie(const Options& options) {
 
 #ifdef TARN_FIT
 std::string faultOfFit(const Options& options) {
-  if (!options.size && !options.total) return "--size or --total is needed, such as 300k or 1.5M";
+  if (!options.size && !options.total)
+    return "--size, --total or --for is needed, such as --size 300k";
   if (options.outDir.empty()) return faultOfInOut(options);
   return options.words.empty() ? "FILES are needed" : "";
 }
@@ -80,7 +82,7 @@ const Command kCommands[] = {
      "encode a movie anew, within limits",
      "All of the movie, or nothing. OUT ends in .mp4 or .3gp; what is left out follows from that.\n"
      "A RATE is a number of bits per second: 64k, 1.5M.\n",
-     {.movie = true, .json = true, .quiet = true},
+     {.size = true, .movie = true, .json = true, .quiet = true},
      faultOfMovie,
      runResizeMovie},
     {"info",
@@ -134,12 +136,16 @@ ExitCode printHelp() {
       "\n"
       "tarn-transcode COMMAND --help tells of a command, --version which one this is.\n"
       "\n"
-      "A SIZE is a number of bytes: 300k, 1.5M, 64Ki. OUT is a new name or a file, which\n"
-      "is replaced when the new one is whole; of a link, the file that it leads to. A\n"
-      "command that is interrupted (^C) leaves OUT as it was.\n"
+      "A SIZE is a number of bytes: 300k, 1.5M, 64KiB, 1e6. A MESSAGE has room for the\n"
+      "files in it: %s.\n"
+      "\n"
+      "OUT is a new name or a file, which is replaced when the new one is whole; of a\n"
+      "link, the file that it leads to. A command that is interrupted (^C) leaves OUT\n"
+      "as it was.\n"
       "\n"
       "Exit codes: 0 done, 1 refused or failed, 2 usage, 3 no service, 4 it cannot be\n"
-      "made to fit. A command that a signal ends, ends by that signal: 130 after ^C.\n");
+      "made to fit. A command that a signal ends, ends by that signal: 130 after ^C.\n",
+      messageKinds().c_str());
   return ExitDone;
 }
 

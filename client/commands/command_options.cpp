@@ -7,66 +7,81 @@
 #include "client/commands/movie_request.h"
 #include "client/commands/nearest_word.h"
 #include "client/units/byte_size.h"
+#include "client/units/message_room.h"
 
 namespace {
 
-constexpr char kSizeExamples[] = "300k or 1.5M";
+// Stores what the text of an option means. What is wrong with the text, or "".
+using Take = std::function<std::string(const std::string& text)>;
 
-// Stores what the text of an option means; false where it means nothing.
-using Take = std::function<bool(const std::string& text)>;
+std::string noValue(const std::string& text, const std::string& examples) {
+  return "\"" + text + "\" is not a value: write " + examples;
+}
 
-void addValue(CLI::App* app, const std::string& name, const char* label, const char* examples,
-              const char* help, const Take& take) {
-  const auto read = [name, examples, take](const std::string& text) {
-    if (take(text)) return;
-    throw CLI::ValidationError("\"" + text + "\" is not a value of " + name + ": write " +
-                               examples);
+void addValue(CLI::App* app, const std::string& names, const char* label, const std::string& help,
+              const Take& take) {
+  const auto read = [names, take](const std::string& text) {
+    const std::string fault = take(text);
+    if (!fault.empty()) throw CLI::ValidationError(names.substr(0, names.find(',')) + ": " + fault);
   };
-  app->add_option_function<std::string>(name, read, help)
+  app->add_option_function<std::string>(names, read, help)
       ->option_text(label)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
 }
 
-void addSize(CLI::App* app, const std::string& name, const char* help,
-             std::optional<int32_t>* bytes) {
-  addValue(app, name, "SIZE", kSizeExamples, help, [bytes](const std::string& text) {
-    *bytes = parseByteSize(text);
-    return bytes->has_value();
+void addSize(CLI::App* app, const std::string& names, const char* help,
+             std::optional<int32_t>* most) {
+  addValue(app, names, "SIZE", help, [most](const std::string& text) {
+    int32_t bytes = 0;
+    std::string error;
+    if (parseByteSize(text, &bytes, &error)) *most = bytes;
+    return error;
+  });
+}
+
+// Read behind the sizes: of two limits the lower one holds.
+void addMessage(CLI::App* app, const char* help, std::optional<int32_t>* most) {
+  addValue(app, "--for", "MESSAGE", help, [most](const std::string& text) {
+    const auto room = messageRoom(text);
+    if (room) *most = std::min(most->value_or(*room), *room);
+    return room ? "" : noValue(text, messageKinds());
   });
 }
 
 void addSide(CLI::App* app, const std::string& name, const char* help, uint32_t* pixels) {
-  addValue(app, name, "PIXELS", "1280", help, [pixels](const std::string& text) {
+  addValue(app, name, "PIXELS", help, [pixels](const std::string& text) {
     const bool isNumber = !text.empty() && text.size() <= 5 &&
                           text.find_first_not_of("0123456789") == std::string::npos;
     if (isNumber) *pixels = static_cast<uint32_t>(std::stoul(text));
-    return isNumber;
+    return isNumber ? "" : noValue(text, "1280");
   });
 }
 
 void addFitOptions(CLI::App* app, Options* options) {
   addSize(app, "--total", "the most bytes of all files together", &options->total);
-  addValue(app, "--out-dir", "DIR", "a folder", "where the files go, under their names",
+  addMessage(app, "what all files of such a message may have", &options->total);
+  addValue(app, "--out-dir", "DIR", "where the files go, under their names",
            [options](const std::string& text) {
              options->outDir = text;
-             return !text.empty();
+             return text.empty() ? noValue(text, "a folder") : "";
            });
   addSide(app, "--max-width", "the widest picture, upright", &options->maxWidth);
   addSide(app, "--max-height", "the highest picture, upright", &options->maxHeight);
-  addValue(app, "--keep-metadata", "WHAT", "all, no-location or none",
-           "all unless told, no-location or none", [options](const std::string& text) {
+  addValue(app, "--keep-metadata", "WHAT", "all unless told, no-location or none",
+           [options](const std::string& text) {
              options->keepMetadata = text;
-             return text == "all" || text == "no-location" || text == "none";
+             const bool isKnown = text == "all" || text == "no-location" || text == "none";
+             return isKnown ? "" : noValue(text, "all, no-location or none");
            });
 }
 
 void addMovieOptions(CLI::App* app, dsjson::JValue* request) {
   for (const MovieOption& option : movieOptions()) {
-    addValue(app, option.name, option.label, option.examples, option.help,
+    addValue(app, option.name, option.label, option.help,
              [&option, request](const std::string& text) {
                const auto value = option.read(text);
                if (value) request->put(option.member, *value);
-               return value.has_value();
+               return value ? "" : noValue(text, option.examples);
              });
   }
 }
@@ -74,8 +89,9 @@ void addMovieOptions(CLI::App* app, dsjson::JValue* request) {
 void addOptions(CLI::App* app, const OptionSet& set, Options* options) {
   app->allow_extras();
   app->set_help_flag("-h,--help", "tell of the command");
-  if (set.size) addSize(app, "--size", "the most bytes of a file: 300k, 1.5M", &options->size);
+  if (set.size) addSize(app, "--size,--max-size", "the most bytes of a file", &options->size);
   if (set.fit) addFitOptions(app, options);
+  if (set.size && !set.fit) addMessage(app, "what such a message has room for", &options->size);
   if (set.always) app->add_flag("--always", options->always, "encode also what fits as it is");
   if (set.movie) addMovieOptions(app, &options->movie);
   if (set.json) app->add_flag("--json", options->json, "print JSON instead of words");
@@ -129,6 +145,7 @@ bool readOptions(const OptionSet& set, const std::vector<std::string>& words, Op
     *error = problem.what();
     return false;
   }
+  if (set.movie && options->size) options->movie.put(kMovieSize, *options->size);
   return takeWords(app, &options->words, error);
 }
 

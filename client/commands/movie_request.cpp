@@ -3,15 +3,9 @@
 #include <glib.h>
 
 #include "client/units/bit_rate.h"
-#include "client/units/byte_size.h"
 #include "client/units/time_span.h"
 
 namespace {
-
-std::optional<dsjson::JValue> readSize(const std::string& text) {
-  const auto bytes = parseByteSize(text);
-  return bytes ? std::make_optional<dsjson::JValue>(*bytes) : std::nullopt;
-}
 
 std::optional<dsjson::JValue> readRate(const std::string& text) {
   const auto bitsPerSecond = parseBitRate(text);
@@ -41,7 +35,6 @@ std::optional<dsjson::JValue> readName(const std::string& text) {
 }
 
 const MovieOption kOptions[] = {
-    {"--max-size", "maxOutputSize", readSize, "5M or 300k", "SIZE", "the most bytes of the movie"},
     {"--max-bitrate", "maxBitrate", readRate, "500k or 1.5M", "RATE", "of the whole movie"},
     {"--video-codec", "videoCodec", readName, "mpeg4, h263 or copy", "NAME", "mpeg4, h263 or copy"},
     {"--audio-codec", "audioCodec", readName, "aac, amrnb or copy", "NAME", "aac, amrnb or copy"},
@@ -74,7 +67,7 @@ bool keepsLimits(const dsjson::JValue& request, std::string* error) {
   for (const char* codec : {"video", "audio"}) {
     if (!isCopied(request, (codec + std::string("Codec")).c_str())) continue;
     for (const auto& [option, member] :
-         {std::pair("--max-size", "maxOutputSize"), std::pair("--max-bitrate", "maxBitrate")}) {
+         {std::pair("--size", kMovieSize), std::pair("--max-bitrate", "maxBitrate")}) {
       int32_t limit = 0;
       if (request[member].asNumber(limit) == dsjson::CONV_MISSING) continue;
       *error = std::string(option) + " cannot be kept with --" + codec + "-codec copy";

@@ -21,6 +21,9 @@ struct MovieOption {
 
 std::span<const MovieOption> movieOptions();
 
+// The member that --size stands for, which all files have.
+inline constexpr char kMovieSize[] = "maxOutputSize";
+
 // Whether the service keeps all limits of the request; if not, *error says which it would drop
 // without a word.
 bool keepsLimits(const dsjson::JValue& request, std::string* error);

@@ -7,7 +7,9 @@
 std::optional<int32_t> parseBitRate(const std::string& text) {
   // The units of byte counts that are none of bitrates: a B would be taken for bytes.
   if (text.find_first_not_of("0123456789.kKmM") != std::string::npos) return std::nullopt;
-  return parseByteSize(text);
+  int32_t rate = 0;
+  std::string ignored;
+  return parseByteSize(text, &rate, &ignored) ? std::make_optional(rate) : std::nullopt;
 }
 
 std::string formatBitRate(double bitsPerSecond) {

@@ -9,6 +9,7 @@ namespace {
 
 // What a unit multiplies by, or 0 for no unit.
 double unitFactor(std::string unit) {
+  unit.erase(0, unit.find_first_not_of(' '));
   for (char& letter : unit) {
     letter = g_ascii_tolower(letter);
   }
@@ -25,17 +26,25 @@ double unitFactor(std::string unit) {
 
 }  // namespace
 
-std::optional<int32_t> parseByteSize(const std::string& text) {
-  const size_t digits = text.find_first_not_of("0123456789.");
-  const std::string number = text.substr(0, digits);
-  const std::string unit = digits == std::string::npos ? "" : text.substr(digits);
-
-  char* end = nullptr;
-  const double value = g_ascii_strtod(number.c_str(), &end);
-  if (number.empty() || *end != '\0') return std::nullopt;
-  const double bytes = std::floor(value * unitFactor(unit));
-  if (!(bytes >= 1 && bytes <= INT32_MAX)) return std::nullopt;
-  return static_cast<int32_t>(bytes);
+bool parseByteSize(const std::string& text, int32_t* bytes, std::string* error) {
+  // What else strtod() takes begins with another letter, or is in hexadecimal.
+  const bool isDecimal =
+      text.find_first_of("0123456789.") == 0 && text.find_first_of("xX") == std::string::npos;
+  char* unit = nullptr;
+  const double number = isDecimal ? g_ascii_strtod(text.c_str(), &unit) : 0;
+  const double factor = isDecimal && unit != text.c_str() ? unitFactor(unit) : 0;
+  if (factor == 0) {
+    *error = "\"" + text + "\" is not a size: write 300k or 1.5M";
+    return false;
+  }
+  const double count = std::floor(number * factor);
+  if (count < 1 || count > INT32_MAX) {
+    *error = text + (count < 1 ? " is less than a byte"
+                               : " is more than 2,147,483,647 bytes, the most the service takes");
+    return false;
+  }
+  *bytes = static_cast<int32_t>(count);
+  return true;
 }
 
 std::string formatByteSize(int64_t bytes) {

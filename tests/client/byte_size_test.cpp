@@ -19,16 +19,38 @@ TEST(ByteSize, ReadsCountsWithAndWithoutUnits) {
                                                    {"2G", 2000000000},
                                                    {"1Gi", 1073741824},
                                                    {".5k", 500},
-                                                   {"1.9", 1}};
-  for (const auto& [text, bytes] : cases) {
-    EXPECT_EQ(bytes, parseByteSize(text)) << text;
+                                                   {"1.9", 1},
+                                                   {"300 KB", 300000},
+                                                   {"300  kib", 307200},
+                                                   {"0.3M", 300000},
+                                                   {"1e5", 100000},
+                                                   {"1.5E3k", 1500000}};
+  for (const auto& [text, expected] : cases) {
+    int32_t bytes = 0;
+    std::string error;
+    EXPECT_TRUE(parseByteSize(text, &bytes, &error)) << text;
+    EXPECT_EQ(bytes, expected) << text;
+    EXPECT_EQ(error, "");
   }
 }
 
-TEST(ByteSize, RefusesEverythingElse) {
-  for (const char* text : {"", "k", "0", "-5", "+5", "3x", "3 k", "1e6", "0x10", "1.2.3",
-                           "2147483648", "3G", "0.5", "nan", "inf", "300kk", "."}) {
-    EXPECT_EQ(std::nullopt, parseByteSize(text)) << text;
+std::string fault(const std::string& text) {
+  int32_t bytes = 0;
+  std::string error;
+  EXPECT_FALSE(parseByteSize(text, &bytes, &error)) << text;
+  return error;
+}
+
+TEST(ByteSize, SaysWhatIsWrong) {
+  for (const std::string text : {"", "k", "-5", "+5", "3x", "0x10", "1.2.3", "nan", "inf", "300kk",
+                                 ".", "1e", "3k ", "3 k B", " 3"}) {
+    EXPECT_EQ(fault(text), "\"" + text + "\" is not a size: write 300k or 1.5M");
+  }
+  for (const std::string text : {"2147483648", "3G", "2Gi", "1e400"}) {
+    EXPECT_EQ(fault(text), text + " is more than 2,147,483,647 bytes, the most the service takes");
+  }
+  for (const std::string text : {"0", "0.5", "1e-9k"}) {
+    EXPECT_EQ(fault(text), text + " is less than a byte");
   }
 }
 

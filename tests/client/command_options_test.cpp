@@ -56,15 +56,34 @@ TEST_F(CommandOptionsTest, AskingForHelpIsEnough) {
   EXPECT_TRUE(wantsHelp);
 }
 
+TEST_F(CommandOptionsTest, MaxSizeIsAnotherNameOfSize) {
+  EXPECT_EQ(read({"--max-size", "3 kB"}, {.size = true, .movie = true}), "");
+  EXPECT_EQ(options.size, 3000);
+  int32_t bytes = 0;
+  EXPECT_EQ(options.movie["maxOutputSize"].asNumber(bytes), dsjson::CONV_OK);
+  EXPECT_EQ(bytes, 3000);
+}
+
+TEST_F(CommandOptionsTest, AMessageLimitsTheFileOrAllThatFitTakes) {
+  EXPECT_EQ(read({"--for", "mms-300k", "--total", "1M"}), "");
+  EXPECT_EQ(options.size, std::nullopt);
+  EXPECT_EQ(options.total, 296000);
+  EXPECT_EQ(read({"--for", "mms-1m", "--size", "1k"}, {.size = true}), "");
+  EXPECT_EQ(options.size, 1000);
+  EXPECT_EQ(read({"--for", "mms-2m"}),
+            "--for: \"mms-2m\" is not a value: write mms-300k, mms-600k, mms-1m, mail-5m, mail-10m "
+            "or mail-25m");
+}
+
 TEST_F(CommandOptionsTest, NamesWhatIsWrong) {
   EXPECT_EQ(read({"--sise", "1"}), "there is no option --sise: did you mean --size?");
   EXPECT_EQ(read({"-size=1"}), "there is no option -size: did you mean --size?");
   EXPECT_EQ(read({"--wobble"}), "there is no option --wobble");
   EXPECT_EQ(read({"--size"}), "--size needs a value");
-  EXPECT_EQ(read({"--size", "big"}), "\"big\" is not a value of --size: write 300k or 1.5M");
-  EXPECT_EQ(read({"--max-width", "-5"}), "\"-5\" is not a value of --max-width: write 1280");
+  EXPECT_EQ(read({"--size", "big"}), "--size: \"big\" is not a size: write 300k or 1.5M");
+  EXPECT_EQ(read({"--max-width", "-5"}), "--max-width: \"-5\" is not a value: write 1280");
   EXPECT_EQ(read({"--keep-metadata", "some"}),
-            "\"some\" is not a value of --keep-metadata: write all, no-location or none");
+            "--keep-metadata: \"some\" is not a value: write all, no-location or none");
 }
 
 TEST_F(CommandOptionsTest, MovieOptionsBecomeMembersOfTheRequest) {
@@ -76,7 +95,7 @@ TEST_F(CommandOptionsTest, MovieOptionsBecomeMembersOfTheRequest) {
   EXPECT_EQ(passes, 2);
   EXPECT_EQ(start, 1.5);
   EXPECT_EQ(read({"--start", "-1"}, {.movie = true}),
-            "\"-1\" is not a value of --start: write 90 or 2.5");
+            "--start: \"-1\" is not a value: write 90 or 2.5");
 }
 
 TEST_F(CommandOptionsTest, TheHelpHasAllOfACommandsOptionsAndNoOther) {

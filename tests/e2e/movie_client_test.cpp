@@ -132,7 +132,7 @@ TEST_F(MovieClientTest, NamesWordsThatMakeNoCommand) {
        {"info", "info a b", "resize-movie in.mp4", "resize-movie in.mp4 out.mp4 --max-size many",
         "resize-movie in.mp4 out.mp4 --video-bitrate 64kB",
         "resize-movie in.mp4 out.mp4 --passes 3", "resize-movie in.mp4 out.mp4 --start -1",
-        "resize-movie in.mp4 out.mp4 --frame-rate 0", "resize-movie in.mp4 out.mp4 --size 1M",
+        "resize-movie in.mp4 out.mp4 --frame-rate 0",
         "resize-movie in.mp4 out.mp4 --max-size 1M --video-codec copy"}) {
     EXPECT_EQ(run(words).exitCode, 2) << words;
     EXPECT_THAT(errors(), HasSubstr("usage: ")) << words;
@@ -187,7 +187,7 @@ TEST(ScriptedMovieClientTest, EveryOptionReachesFfmpeg) {
        "-vcodec mpeg4 -b 9k -r 12.500 -acodec libfaac -ab 8 -ar 44100 -ac 1"},
       {"--video-codec copy --audio-codec copy --start 2.5 --length 0.25 --pic-size 64x48",
        "-s 64x48 -sws_flags fast_bilinear -vcodec copy -acodec copy -ss 2.500000 -t 0.250000"},
-      {"--max-size 1Ki --video-bitrate 1k --audio-bitrate 1k",
+      {"--size 1Ki --video-bitrate 1k --audio-bitrate 1k",
        "-vcodec mpeg4 -b 1k -acodec libfaac -ab 1000 -fs 972"},
       {"--passes 2 --video-bitrate 1k --audio-bitrate 1k",
        "-vcodec mpeg4 -b 1k -pass 2 -passlogfile OUT -acodec libfaac -ab 1000"},
