@@ -1,9 +1,15 @@
 #include <cstdio>
 
 #include "client/commands/commands.h"
+#include "client/service/service_call.h"
 #include "client/service/service_reply.h"
 
 namespace {
+
+ExitCode sayNoReply(const Answer& answer) {
+  sayFailure(answer.errorText);
+  return answer.kind == Answer::NoService ? ExitNoService : ExitFailed;
+}
 
 // Prints a service's reply and tells by it whether the request succeeded.
 ExitCode printReply(const Answer& answer) {

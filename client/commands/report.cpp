@@ -1,23 +1,25 @@
 #include "client/commands/report.h"
 
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+// no-color.org; an empty NO_COLOR counts for nothing.
+bool showsColours() {
+  const char* refusal = getenv("NO_COLOR");
+  const char* terminal = getenv("TERM");
+  return isatty(STDERR_FILENO) != 0 && (refusal == nullptr || *refusal == '\0') &&
+         terminal != nullptr && strcmp(terminal, "dumb") != 0;
+}
+
+}  // namespace
 
 ExitCode sayFailure(const std::string& reason) {
-  fprintf(stderr, "tarn-transcode: %s\n", reason.c_str());
+  const char* mark = showsColours() ? "\033[31mtarn-transcode:\033[0m" : "tarn-transcode:";
+  fprintf(stderr, "%s %s\n", mark, reason.c_str());
   return ExitFailed;
-}
-
-ExitCode sayNoSpace(const std::string& out) {
-  return sayFailure("there is no space left for " + out +
-                    ", which is as it was: free some on its disk, or write to another one");
-}
-
-ExitCode sayInterrupted(int number) {
-  sayFailure("interrupted, the output is as it was");
-  return static_cast<ExitCode>(ExitSignal + number);
-}
-
-ExitCode sayNoReply(const Answer& answer) {
-  sayFailure(answer.errorText);
-  return answer.kind == Answer::NoService ? ExitNoService : ExitFailed;
 }

@@ -1,10 +1,8 @@
-// What a command tells the user beside its result: all of it on stderr, and the exit code with it.
+// How a command ends, and what it says of that on stderr.
 #ifndef CLIENT_COMMANDS_REPORT_H
 #define CLIENT_COMMANDS_REPORT_H
 
 #include <string>
-
-#include "client/service/service_call.h"
 
 enum ExitCode {
   ExitDone = 0,
@@ -15,13 +13,8 @@ enum ExitCode {
   ExitSignal = 128,   // and more: a signal of that number above it ended the command
 };
 
-// Why something failed.
+// Says why something failed, marked in red where a terminal shows colours and the user has not set
+// NO_COLOR.
 ExitCode sayFailure(const std::string& reason);
-// The disk of `out` has no room for it.
-ExitCode sayNoSpace(const std::string& out);
-// The signal of that number ended the command.
-ExitCode sayInterrupted(int number);
-// Why there is no reply.
-ExitCode sayNoReply(const Answer& answer);
 
 #endif

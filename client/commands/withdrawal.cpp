@@ -10,10 +10,3 @@ bool Withdrawal::goesOn() {
   }
   return now < lastMoment;
 }
-
-bool Withdrawal::isWanted(ExitCode* exitCode) {
-  const int number = interrupts->received();
-  if (number == 0) return false;
-  *exitCode = sayInterrupted(number);
-  return true;
-}

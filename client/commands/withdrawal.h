@@ -4,7 +4,6 @@
 
 #include <chrono>
 
-#include "client/commands/report.h"
 #include "client/files/staged_output.h"
 #include "client/service/interrupts.h"
 
@@ -18,8 +17,8 @@ class Withdrawal {
   // To be called a few times a second while the request is under way. When the user ends it the
   // output is let go; false when the patience is at its end.
   bool goesOn();
-  // Whether the user has ended it; the exit code is then in *exitCode, and the user is told.
-  bool isWanted(ExitCode* exitCode);
+  // The number of the signal by which the user has ended it, or 0.
+  int signalNumber() { return interrupts->received(); }
 
  private:
   Interrupts* interrupts;

@@ -54,8 +54,7 @@ TEST_F(ImageClientTest, CopiesAPictureThatFitsAndAsksNobody) {
   EXPECT_EQ(readFile(dir / "in.jpg"), readFile(dir / "out.jpg"));
   EXPECT_EQ(system.daemonPid(), 0);
   const std::string bytes = std::to_string(fs::file_size(dir / "in.jpg"));
-  EXPECT_EQ(client("resize-image --json in.jpg out.jpg --size " + bytes).out,
-            R"({"returnValue":true,"xSize":1000,"ySize":750,"ImageSize":)" + bytes + "}\n");
+  EXPECT_THAT(client("resize-image in.jpg out.jpg --size " + bytes).out, HasSubstr(", as it was"));
 }
 
 // As telephones write them: a clip of the moment behind the picture.
@@ -85,9 +84,7 @@ TEST_F(ImageClientTest, CopiesNoPictureThatBreaksOff) {
   EXPECT_FALSE(fs::exists(dir / "out.jpg"));
 }
 
-TEST_F(ImageClientTest, PrintsJsonOnlyOrNothing) {
-  EXPECT_THAT(client("resize-image --json in.jpg out.jpg --size 30k").out,
-              StartsWith(R"({"returnValue":true,"xSize":)"));
+TEST_F(ImageClientTest, PrintsNothingWhenQuiet) {
   EXPECT_THAT(client("resize-image --quiet in.jpg out.jpg --size=30k").out, IsEmpty());
 }
 

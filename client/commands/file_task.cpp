@@ -1,0 +1,56 @@
+#include "client/commands/file_task.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include "client/units/shared_size.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+int64_t fileBytes(const std::string& path) {
+  std::error_code missing;
+  const uintmax_t bytes = fs::file_size(path, missing);
+  return missing ? 0 : static_cast<int64_t>(std::min<uintmax_t>(bytes, INT64_MAX));
+}
+
+void takeLimits(const Options& options, std::vector<FileTask>* tasks) {
+  const int32_t most = options.size.value_or(INT32_MAX);
+  std::vector<int64_t> sizes;
+  for (FileTask& task : *tasks) {
+    task.maxBytes = options.size.value_or(0);
+    sizes.push_back(std::min<int64_t>(fileBytes(task.in), most));
+  }
+  if (!options.total) return;
+  sizes = sharesOf(*options.total, sizes);
+  for (size_t i = 0; i < tasks->size(); ++i) {
+    (*tasks)[i].maxBytes = static_cast<int32_t>(std::max<int64_t>(1, sizes[i]));
+  }
+}
+
+}  // namespace
+
+std::string absolutePath(const std::string& path) {
+  return fs::absolute(path).lexically_normal();
+}
+
+bool takeTasks(const Options& options, std::vector<FileTask>* tasks, std::string* error) {
+  if (options.outDir.empty()) {
+    tasks->push_back({absolutePath(options.words[0]), absolutePath(options.words[1])});
+  } else {
+    std::set<std::string> names;
+    for (const std::string& word : options.words) {
+      const fs::path in = absolutePath(word);
+      const std::string name = in.filename();
+      if (!names.insert(name).second) {
+        *error = "two files would become " + name;
+        return false;
+      }
+      tasks->push_back({in, absolutePath(options.outDir + "/" + name)});
+    }
+  }
+  takeLimits(options, tasks);
+  return true;
+}

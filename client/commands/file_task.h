@@ -1,0 +1,23 @@
+// What is to become of one file, and the tasks that the words of a command make.
+#ifndef CLIENT_COMMANDS_FILE_TASK_H
+#define CLIENT_COMMANDS_FILE_TASK_H
+
+#include <string>
+#include <vector>
+
+#include "client/commands/options.h"
+
+struct FileTask {
+  std::string in;  // both absolute
+  std::string out;
+  int32_t maxBytes = 0;  // 0: no limit
+};
+
+// The absolute path of what the user called `path`.
+std::string absolutePath(const std::string& path);
+
+// IN and OUT, or each of FILES and a file of its name in the folder of --out-dir; with the size
+// that each may have, or its share of the total where that is less. On failure *error says why.
+bool takeTasks(const Options& options, std::vector<FileTask>* tasks, std::string* error);
+
+#endif

@@ -1,0 +1,114 @@
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "client/commands/commands.h"
+#include "client/commands/movie_request.h"
+#include "client/commands/run_tasks.h"
+#include "client/commands/withdrawal.h"
+#include "client/files/staged_output.h"
+#include "client/service/movie_info.h"
+#include "client/service/movie_progress.h"
+#include "client/service/service_reply.h"
+#include "client/units/byte_size.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool failWithoutMovie(const Answer& answer, Outcome* outcome) {
+  if (answer.kind != Answer::Silent) return outcome->failWithoutReply(answer);
+  return outcome->fail("the service could not read " + outcome->input + " as a movie");
+}
+
+void replaceAll(std::string* text, const std::string& old, const std::string& fresh) {
+  for (size_t at = text->find(old); at != std::string::npos; at = text->find(old, at)) {
+    text->replace(at, old.size(), fresh);
+    at += fresh.size();
+  }
+}
+
+Answer ask(const std::string& request, const StagedOutput& output, const ShowShare& show,
+           Withdrawal* withdrawal) {
+  const MovieProgress progress(output.temporaryPath());
+  return callServiceAgain("resizeMovie", request, [&] {
+    const auto share = progress.doneShare();
+    if (share) show(*share);
+    return withdrawal->goesOn();
+  });
+}
+
+// The encoder says why it could not write.
+bool isFullDisk(const std::string& words) {
+  return words.find(strerror(ENOSPC)) != std::string::npos ||
+         words.find(strerror(EDQUOT)) != std::string::npos;
+}
+
+// What the service says when no plan keeps the limit, and what the encoder when no encode did.
+bool cannotFit(const ServiceReply& reply) {
+  return reply.errorText == "can't reach targetBitrate, maxOutputSize too small?" ||
+         reply.errorDetail.find("the whole clip cannot be had ") != std::string::npos;
+}
+
+// The service names its pass logs after the output and removes them, unless it dies.
+void removePassLogs(const std::string& output) {
+  for (int number = 0; number <= 9; ++number) {
+    unlink((output + "-" + std::to_string(number) + ".log").c_str());
+  }
+}
+
+// The reason, told of the file that the user knows.
+bool failAsRefused(const ServiceReply& reply, const StagedOutput& output, Outcome* outcome) {
+  if (isFullDisk(reply.errorDetail)) return outcome->failForSpace();
+  outcome->fail(
+      reply.errorText.empty() ? "the service refused and gave no reason" : reply.errorText,
+      cannotFit(reply) ? ExitCannotFit : ExitFailed);
+  outcome->errorDetail = reply.errorDetail;
+  replaceAll(&outcome->errorDetail, output.temporaryPath(), output.targetPath());
+  return false;
+}
+
+// Takes a reply for a success only when a movie is there.
+bool takeMovie(const ServiceReply& reply, StagedOutput* output, Outcome* outcome) {
+  if (!reply.succeeded) return failAsRefused(reply, *output, outcome);
+  std::error_code missing;
+  const auto bytes = fs::file_size(output->temporaryPath(), missing);
+  if (missing || bytes == 0) return outcome->fail("no movie came out");
+  outcome->outputBytes = static_cast<int64_t>(bytes);
+  return output->commit() || outcome->fail(output->errorText());
+}
+
+void describe(const std::string& path, int64_t bytes, Outcome* outcome) {
+  const auto info = parseMovieInfo(askMovieInfo(path));
+  outcome->words = info ? info->words() : formatByteSize(bytes);
+  if (info) outcome->seconds = info->seconds;
+}
+
+bool shrinkMovie(const FileTask& task, const Options& options, const ShowShare& show,
+                 Outcome* outcome) {
+  Interrupts interrupts;
+  StagedOutput output(task.out);
+  if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
+  dsjson::JValue request = options.movie;
+  request.put("inFile", task.in).put("outFile", output.temporaryPath());
+  if (task.maxBytes != 0) request.put(kMovieSize, task.maxBytes);
+  // The encoder is ended at once, on any machine that is not very busy.
+  Withdrawal withdrawal(&interrupts, &output, std::chrono::seconds(10));
+  const Answer answer = ask(requestText(request), output, show, &withdrawal);
+  removePassLogs(output.temporaryPath());
+  if (const int number = withdrawal.signalNumber(); number != 0) {
+    return outcome->failBySignal(number);
+  }
+  if (answer.kind != Answer::Replied) return failWithoutMovie(answer, outcome);
+  if (!takeMovie(parseServiceReply(answer.payload), &output, outcome)) return false;
+  if (options.json || !options.quiet) describe(task.out, *outcome->outputBytes, outcome);
+  return true;
+}
+
+}  // namespace
+
+ExitCode runResizeMovie(const Options& options) {
+  return runTasks(options, shrinkMovie);
+}
