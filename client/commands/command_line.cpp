@@ -22,17 +22,18 @@ struct Command {
   ExitCode (*run)(const Options& options);
 };
 
-std::string faultOfInOut(const Options& options) {
-  return options.words.size() == 2 ? "" : "IN and OUT are needed";
+std::string faultOfFiles(const Options& options) {
+  if (!options.outDir.empty()) return options.words.empty() ? "FILES are needed" : "";
+  return options.words.size() == 2 ? "" : "IN and OUT are needed, or FILES and --out-dir DIR";
 }
 
 std::string faultOfImage(const Options& options) {
   if (!options.size) return "--size or --for is needed, such as --size 300k";
-  return faultOfInOut(options);
+  return faultOfFiles(options);
 }
 
 std::string faultOfMovie(const Options& options) {
-  std::string fault = faultOfInOut(options);
+  std::string fault = faultOfFiles(options);
   if (fault.empty()) keepsLimits(options.movie, &fault);
   return fault;
 }
@@ -41,8 +42,7 @@ std::string faultOfMovie(const Options& options) {
 std::string faultOfFit(const Options& options) {
   if (!options.size && !options.total)
     return "--size, --total or --for is needed, such as --size 300k";
-  if (options.outDir.empty()) return faultOfInOut(options);
-  return options.words.empty() ? "FILES are needed" : "";
+  return faultOfFiles(options);
 }
 #endif
 
@@ -62,11 +62,11 @@ const Command kCommands[] = {
 #ifdef TARN_FIT
     {"fit",
      "IN OUT --size SIZE",
-     "make a photo fit, as good as it can look",
-     "  fit FILES --out-dir DIR [--size SIZE] [--total SIZE]   each, or all together\n"
-     "\n"
-     "The best looking photo of at most SIZE bytes. The colour profile always stays.\n",
-     {.size = true, .fit = true, .json = true, .quiet = true},
+     "make photos and movies fit, as good as they can look",
+     "The best looking photo of at most SIZE bytes, or the whole movie in as many. A file\n"
+     "that fits is copied. --size is the most of each file, --total that of all together.\n"
+     "The colour profile of a photo always stays.\n",
+     {.files = true, .size = true, .fit = true, .json = true, .quiet = true},
      faultOfFit,
      runFit},
 #endif
@@ -74,7 +74,7 @@ const Command kCommands[] = {
      "IN OUT --size SIZE",
      "make a JPEG of at most SIZE bytes",
      "All of the photo's metadata stays. A photo that fits is copied as it is.\n",
-     {.size = true, .always = true, .json = true, .quiet = true},
+     {.files = true, .size = true, .always = true, .json = true, .quiet = true},
      faultOfImage,
      runResizeImage},
     {"resize-movie",
@@ -82,7 +82,7 @@ const Command kCommands[] = {
      "encode a movie anew, within limits",
      "All of the movie, or nothing. OUT ends in .mp4 or .3gp; what is left out follows from that.\n"
      "A RATE is a number of bits per second: 64k, 1.5M.\n",
-     {.size = true, .movie = true, .json = true, .quiet = true},
+     {.files = true, .size = true, .movie = true, .json = true, .quiet = true},
      faultOfMovie,
      runResizeMovie},
     {"info",
@@ -151,8 +151,10 @@ ExitCode printHelp() {
 
 ExitCode printHelp(const Command& command) {
   printf("%s\n", useOf(command).c_str());
-  const char* gap = *command.help == ' ' ? "" : "\n";
-  if (*command.help != '\0') printf("%s%s", gap, command.help);
+  if (command.options.files) {
+    printf("   or: tarn-transcode %s FILES --out-dir DIR [OPTIONS]\n", command.name);
+  }
+  if (*command.help != '\0') printf("\n%s", command.help);
   printf("%s", optionsHelp(command.options).c_str());
   return ExitDone;
 }

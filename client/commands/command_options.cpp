@@ -1,7 +1,8 @@
 #include "client/commands/command_options.h"
 
-#include <CLI/CLI.hpp>
+#include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 
 #include "client/commands/movie_request.h"
@@ -10,6 +11,8 @@
 #include "client/units/message_room.h"
 
 namespace {
+
+constexpr int kMostJobs = 64;  // a caller of com.tarn.Fit1 may have no more
 
 // Stores what the text of an option means. What is wrong with the text, or "".
 using Take = std::function<std::string(const std::string& text)>;
@@ -57,16 +60,28 @@ void addSide(CLI::App* app, const std::string& name, const char* help, uint32_t*
   });
 }
 
-void addFitOptions(CLI::App* app, Options* options) {
-  addSize(app, "--total", "the most bytes of all files together", &options->total);
-  addMessage(app, "what all files of such a message may have", &options->total);
-  addValue(app, "--out-dir", "DIR", "where the files go, under their names",
+void addFilesOptions(CLI::App* app, Options* options) {
+  addValue(app, "--out-dir", "DIR", "make each of FILES under its name in DIR",
            [options](const std::string& text) {
              options->outDir = text;
              return text.empty() ? noValue(text, "a folder") : "";
            });
-  addSide(app, "--max-width", "the widest picture, upright", &options->maxWidth);
-  addSide(app, "--max-height", "the highest picture, upright", &options->maxHeight);
+  options->jobs = std::clamp(static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN)), 1, kMostJobs);
+  addValue(app, "--jobs,-j", "N", "how many at a time; one a processor unless told",
+           [options](const std::string& text) {
+             const bool isNumber = !text.empty() && text.size() <= 2 &&
+                                   text.find_first_not_of("0123456789") == std::string::npos;
+             const int jobs = isNumber ? std::stoi(text) : 0;
+             if (jobs > 0 && jobs <= kMostJobs) options->jobs = jobs;
+             return jobs > 0 && jobs <= kMostJobs ? "" : noValue(text, "1 to 64");
+           });
+}
+
+void addFitOptions(CLI::App* app, Options* options) {
+  addSize(app, "--total", "the most bytes of all files together", &options->total);
+  addMessage(app, "what all files of such a message may have", &options->total);
+  addSide(app, "--max-width", "the widest photo, upright", &options->maxWidth);
+  addSide(app, "--max-height", "the highest photo, upright", &options->maxHeight);
   addValue(app, "--keep-metadata", "WHAT", "all unless told, no-location or none",
            [options](const std::string& text) {
              options->keepMetadata = text;
@@ -90,6 +105,7 @@ void addOptions(CLI::App* app, const OptionSet& set, Options* options) {
   app->allow_extras();
   app->set_help_flag("-h,--help", "tell of the command");
   if (set.size) addSize(app, "--size,--max-size", "the most bytes of a file", &options->size);
+  if (set.files) addFilesOptions(app, options);
   if (set.fit) addFitOptions(app, options);
   if (set.size && !set.fit) addMessage(app, "what such a message has room for", &options->size);
   if (set.always) app->add_flag("--always", options->always, "encode also what fits as it is");

@@ -9,6 +9,7 @@
 
 // Which of them a command takes.
 struct OptionSet {
+  bool files = false;   // many files at once
   bool size = false;    // --size
   bool fit = false;     // those of fit
   bool always = false;  // --always

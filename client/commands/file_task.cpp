@@ -1,9 +1,12 @@
 #include "client/commands/file_task.h"
 
+#include <glib.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <set>
 
+#include "client/files/jpeg_file.h"
 #include "client/units/shared_size.h"
 
 namespace fs = std::filesystem;
@@ -30,22 +33,36 @@ void takeLimits(const Options& options, std::vector<FileTask>* tasks) {
   }
 }
 
+// The name that a file has in the folder of outputs.
+std::string outputName(const fs::path& in, Media media) {
+  const bool isMovie = media == Media::Movies || (media == Media::Both && !startsAsJpeg(in));
+  if (!isMovie || isMovieName(in)) return in.filename();
+  return in.stem().string() + ".mp4";
+}
+
 }  // namespace
+
+bool isMovieName(const std::string& path) {
+  const fs::path extension = fs::path(path).extension();
+  return g_ascii_strcasecmp(extension.c_str(), ".mp4") == 0 ||
+         g_ascii_strcasecmp(extension.c_str(), ".3gp") == 0;
+}
 
 std::string absolutePath(const std::string& path) {
   return fs::absolute(path).lexically_normal();
 }
 
-bool takeTasks(const Options& options, std::vector<FileTask>* tasks, std::string* error) {
+bool takeTasks(const Options& options, Media media, std::vector<FileTask>* tasks,
+               std::string* error) {
   if (options.outDir.empty()) {
     tasks->push_back({absolutePath(options.words[0]), absolutePath(options.words[1])});
   } else {
     std::set<std::string> names;
     for (const std::string& word : options.words) {
       const fs::path in = absolutePath(word);
-      const std::string name = in.filename();
+      const std::string name = outputName(in, media);
       if (!names.insert(name).second) {
-        *error = "two files would become " + name;
+        *error = "two files would become " + options.outDir + "/" + name;
         return false;
       }
       tasks->push_back({in, absolutePath(options.outDir + "/" + name)});

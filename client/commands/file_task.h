@@ -7,6 +7,9 @@
 
 #include "client/commands/options.h"
 
+// What a command makes of files.
+enum class Media { Photos, Movies, Both };
+
 struct FileTask {
   std::string in;  // both absolute
   std::string out;
@@ -16,8 +19,13 @@ struct FileTask {
 // The absolute path of what the user called `path`.
 std::string absolutePath(const std::string& path);
 
-// IN and OUT, or each of FILES and a file of its name in the folder of --out-dir; with the size
-// that each may have, or its share of the total where that is less. On failure *error says why.
-bool takeTasks(const Options& options, std::vector<FileTask>* tasks, std::string* error);
+// IN and OUT, or each of FILES and a file of its name in the folder of --out-dir, where a movie is
+// an .mp4 unless it is a .3gp; with the size that each may have, or its share of the total. On
+// failure *error says why.
+bool takeTasks(const Options& options, Media media, std::vector<FileTask>* tasks,
+               std::string* error);
+
+// Whether the name ends in an extension that the service makes a movie for, in any case.
+bool isMovieName(const std::string& path);
 
 #endif

@@ -1,15 +1,22 @@
 #include <fcntl.h>
+#include <glib.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "client/commands/commands.h"
-#include "client/commands/run_tasks.h"
+#include "client/commands/copy_file.h"
+#include "client/commands/shrink_movie.h"
+#include "client/files/jpeg_file.h"
 #include "client/files/staged_output.h"
 #include "client/service/fit_call.h"
 #include "client/service/interrupts.h"
+#include "client/service/movie_info.h"
 #include "client/units/byte_size.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -49,8 +56,8 @@ bool takeAnswer(const FitAnswer& answer, StagedOutput* output, Outcome* outcome)
   }
 }
 
-bool fitFile(const FileTask& task, const Options& options, const ShowShare& show,
-             Outcome* outcome) {
+bool fitPhotoFile(const FileTask& task, const Options& options, const ShowShare& show,
+                  Outcome* outcome) {
   Interrupts interrupts;
   const OpenFile in(task.in, O_RDONLY);
   if (in.fd < 0) return outcome->fail("cannot read " + task.in + ": " + strerror(errno));
@@ -70,8 +77,34 @@ bool fitFile(const FileTask& task, const Options& options, const ShowShare& show
   return takeAnswer(answer, &output, outcome);
 }
 
+// A movie that fits is copied, unless its container changes or something in it is not to go along.
+bool fitMovieFile(const FileTask& task, const Options& options, const ShowShare& show,
+                  Outcome* outcome) {
+  const bool keepsAll = options.keepMetadata.empty() || options.keepMetadata == "all";
+  const bool keepsKind = g_ascii_strcasecmp(fs::path(task.in).extension().c_str(),
+                                            fs::path(task.out).extension().c_str()) == 0;
+  if (outcome->inputBytes.value_or(INT64_MAX) > task.maxBytes || !keepsAll || !keepsKind) {
+    return shrinkMovie(task, options, show, outcome);
+  }
+  const auto info = parseMovieInfo(askMovieInfo(task.in));
+  if (!info) return shrinkMovie(task, options, show, outcome);  // which says what is wrong
+  StagedOutput output(task.out);
+  if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
+  if (!copyAsItIs(task, &output, outcome)) return false;
+  outcome->outputBytes = outcome->inputBytes;
+  outcome->seconds = info->seconds;
+  outcome->words = info->words() + ", as it was";
+  return true;
+}
+
+bool fitFile(const FileTask& task, const Options& options, const ShowShare& show,
+             Outcome* outcome) {
+  const auto fit = startsAsJpeg(task.in) ? fitPhotoFile : fitMovieFile;
+  return fit(task, options, show, outcome);
+}
+
 }  // namespace
 
 ExitCode runFit(const Options& options) {
-  return runTasks(options, fitFile);
+  return runTasks(options, Media::Both, fitFile);
 }

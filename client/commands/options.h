@@ -14,6 +14,7 @@ struct Options {
   std::optional<int32_t> size;     // the most bytes of a file
   std::optional<int32_t> total;    // the most bytes of all files together
   std::string outDir;              // empty: the last word is the output
+  int jobs = 1;                    // how many files are in hand at a time
   uint32_t maxWidth = 0;           // pixels; 0: no limit
   uint32_t maxHeight = 0;
   std::string keepMetadata;  // empty: all

@@ -17,7 +17,12 @@ constexpr int kLineWidth = 30;
 ProgressLine::ProgressLine(bool terminal) : isTerminal(terminal), startUs(g_get_monotonic_time()) {}
 
 ProgressLine::~ProgressLine() {
+  hide();
+}
+
+void ProgressLine::hide() {
   if (isTerminal && isWritten) fprintf(stderr, "\r%*s\r", kLineWidth, "");
+  isWritten = false;
 }
 
 void ProgressLine::show(double doneShare) {

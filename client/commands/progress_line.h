@@ -14,6 +14,8 @@ class ProgressLine {
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
 
+  // Wipes it until it is shown again.
+  void hide();
   // Takes the share that is done, 0 to 1.
   void show(double doneShare);
 

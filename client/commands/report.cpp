@@ -6,17 +6,15 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace {
-
-// no-color.org; an empty NO_COLOR counts for nothing.
 bool showsColours() {
-  const char* refusal = getenv("NO_COLOR");
-  const char* terminal = getenv("TERM");
-  return isatty(STDERR_FILENO) != 0 && (refusal == nullptr || *refusal == '\0') &&
-         terminal != nullptr && strcmp(terminal, "dumb") != 0;
+  static const bool shows = [] {
+    const char* refusal = getenv("NO_COLOR");  // no-color.org: an empty one counts for nothing
+    const char* terminal = getenv("TERM");
+    return isatty(STDERR_FILENO) != 0 && (refusal == nullptr || *refusal == '\0') &&
+           terminal != nullptr && strcmp(terminal, "dumb") != 0;
+  }();
+  return shows;
 }
-
-}  // namespace
 
 ExitCode sayFailure(const std::string& reason) {
   const char* mark = showsColours() ? "\033[31mtarn-transcode:\033[0m" : "tarn-transcode:";

@@ -13,8 +13,11 @@ enum ExitCode {
   ExitSignal = 128,   // and more: a signal of that number above it ended the command
 };
 
-// Says why something failed, marked in red where a terminal shows colours and the user has not set
-// NO_COLOR.
+// Whether failures are marked in red: where stderr is a terminal that shows colours and the user
+// has not set NO_COLOR. Decided when first asked.
+bool showsColours();
+
+// Says why something failed.
 ExitCode sayFailure(const std::string& reason);
 
 #endif

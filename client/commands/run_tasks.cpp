@@ -2,11 +2,11 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 
+#include "client/commands/many_files.h"
 #include "client/commands/progress_line.h"
 #include "client/files/input_file.h"
 
@@ -26,7 +26,9 @@ bool isPossible(const FileTask& task, Outcome* outcome) {
          outcome->fail("input and output are the same file");
 }
 
-Outcome makeOne(const FileTask& task, const Options& options, Make make) {
+}  // namespace
+
+Outcome makeOne(const FileTask& task, const Options& options, Make make, const ShowShare& show) {
   const auto start = steady_clock::now();
   std::error_code missing;
   const uintmax_t inputBytes = fs::file_size(task.in, missing);
@@ -34,20 +36,12 @@ Outcome makeOne(const FileTask& task, const Options& options, Make make) {
   outcome.input = task.in;
   outcome.output = task.out;
   if (!missing) outcome.inputBytes = static_cast<int64_t>(inputBytes);
-  if (isPossible(task, &outcome)) {
-    ProgressLine line(isatty(STDERR_FILENO) != 0);
-    const auto show = [&](double share) {
-      if (!options.quiet) line.show(share);
-    };
-    make(task, options, show, &outcome);
-  }
+  if (isPossible(task, &outcome)) make(task, options, show, &outcome);
   outcome.elapsed = std::chrono::duration<double>(steady_clock::now() - start).count();
   return outcome;
 }
 
-}  // namespace
-
-void tell(const Outcome& outcome, const Options& options) {
+void tell(const Outcome& outcome, const Options& options, bool isOneOfMany) {
   if (options.json) {
     printf("%s\n", jsonOf(outcome).c_str());
   } else if (outcome.exitCode == ExitDone && !options.quiet) {
@@ -56,20 +50,23 @@ void tell(const Outcome& outcome, const Options& options) {
   }
   fflush(stdout);
   if (outcome.exitCode == ExitDone) return;
-  const char* gap = outcome.errorDetail.empty() ? "" : "\n";
-  sayFailure(outcome.errorText + gap + outcome.errorDetail);
+  const bool isNamed = outcome.errorText.find(outcome.input) != std::string::npos;
+  sayFailure((isOneOfMany && !isNamed ? outcome.input + ": " : "") + outcome.errorText +
+             (outcome.errorDetail.empty() ? "" : "\n") + outcome.errorDetail);
 }
 
-ExitCode runTasks(const Options& options, Make make) {
+ExitCode runTasks(const Options& options, Media media, Make make) {
   std::vector<FileTask> tasks;
   std::string error;
-  if (!takeTasks(options, &tasks, &error)) return sayFailure(error);
-  ExitCode worst = ExitDone;
-  for (const FileTask& task : tasks) {
-    const Outcome outcome = makeOne(task, options, make);
-    tell(outcome, options);
-    worst = std::max(worst, outcome.exitCode);
-    if (outcome.exitCode == ExitNoService || outcome.exitCode > ExitSignal) break;
+  if (!takeTasks(options, media, &tasks, &error)) return sayFailure(error);
+  if (tasks.size() > 1) return runMany(tasks, options, make);
+  Outcome outcome;
+  {
+    ProgressLine line(isatty(STDERR_FILENO) != 0);
+    outcome = makeOne(tasks[0], options, make, [&](double share) {
+      if (!options.quiet) line.show(share);
+    });
   }
-  return worst;
+  tell(outcome, options, false);
+  return outcome.exitCode;
 }

@@ -15,10 +15,13 @@ using Make = bool (*)(const FileTask& task, const Options& options, const ShowSh
                       Outcome* outcome);
 
 // Each outcome is told as it comes: results on stdout, failures on stderr, and with --json all on
-// stdout. The exit code is that of the only file, or of the worst.
-ExitCode runTasks(const Options& options, Make make);
+// stdout. The exit code is that of the only file, or tells of all.
+ExitCode runTasks(const Options& options, Media media, Make make);
 
-// Tells of one.
-void tell(const Outcome& outcome, const Options& options);
+// What becomes of a file, from a look at its input to the end.
+Outcome makeOne(const FileTask& task, const Options& options, Make make, const ShowShare& show);
+
+// Tells of one. One of many names its input where it is a failure.
+void tell(const Outcome& outcome, const Options& options, bool isOneOfMany);
 
 #endif

@@ -1,3 +1,5 @@
+#include "client/commands/shrink_movie.h"
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -6,7 +8,6 @@
 
 #include "client/commands/commands.h"
 #include "client/commands/movie_request.h"
-#include "client/commands/run_tasks.h"
 #include "client/commands/withdrawal.h"
 #include "client/files/staged_output.h"
 #include "client/service/movie_info.h"
@@ -86,6 +87,8 @@ void describe(const std::string& path, int64_t bytes, Outcome* outcome) {
   if (info) outcome->seconds = info->seconds;
 }
 
+}  // namespace
+
 bool shrinkMovie(const FileTask& task, const Options& options, const ShowShare& show,
                  Outcome* outcome) {
   Interrupts interrupts;
@@ -107,8 +110,6 @@ bool shrinkMovie(const FileTask& task, const Options& options, const ShowShare& 
   return true;
 }
 
-}  // namespace
-
 ExitCode runResizeMovie(const Options& options) {
-  return runTasks(options, shrinkMovie);
+  return runTasks(options, Media::Movies, shrinkMovie);
 }

@@ -1,6 +1,7 @@
 #include <filesystem>
 
 #include "client/commands/commands.h"
+#include "client/commands/copy_file.h"
 #include "client/commands/run_tasks.h"
 #include "client/commands/withdrawal.h"
 #include "client/files/jpeg_file.h"
@@ -18,15 +19,6 @@ constexpr char kScaleTooSmall[] = "Scale factor is too small";
 uintmax_t bytesOf(const std::string& path) {
   std::error_code unknown;
   return fs::file_size(path, unknown);
-}
-
-// A picture that fits would only lose by another encoding, and often grow.
-bool copyAsItIs(const FileTask& task, StagedOutput* output, Outcome* outcome) {
-  std::error_code code;
-  fs::copy_file(task.in, output->temporaryPath(), fs::copy_options::overwrite_existing, code);
-  if (code && !output->hasRoomFor(bytesOf(task.in))) return outcome->failForSpace();
-  if (code) return outcome->fail("cannot copy " + task.in + ": " + code.message());
-  return output->commit() || outcome->fail(output->errorText());
 }
 
 Answer ask(const FileTask& task, StagedOutput* output, Withdrawal* withdrawal) {
@@ -77,7 +69,8 @@ bool shrinkPhoto(const FileTask& task, const Options& options, const ShowShare&,
   Interrupts interrupts;
   StagedOutput output(task.out);
   if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
-  // What does not end as a picture does is left to the service, which looks at all of it.
+  // A picture that fits would only lose by another encoding, and often grow. What does not end as a
+  // picture does is left to the service, which looks at all of it.
   const bool fits = bytesOf(task.in) <= static_cast<uintmax_t>(task.maxBytes);
   if (fits && !options.always && isWholeJpeg(task.in)) {
     return copyAsItIs(task, &output, outcome) && describe(task, ", as it was", outcome);
@@ -96,5 +89,5 @@ bool shrinkPhoto(const FileTask& task, const Options& options, const ShowShare&,
 }  // namespace
 
 ExitCode runResizeImage(const Options& options) {
-  return runTasks(options, shrinkPhoto);
+  return runTasks(options, Media::Photos, shrinkPhoto);
 }

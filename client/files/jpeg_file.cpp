@@ -76,6 +76,11 @@ bool readJpegSize(const std::string& path, JpegSize* size, std::string* error) {
   return false;
 }
 
+bool startsAsJpeg(const std::string& path) {
+  const Stream stream(fopen(path.c_str(), "rb"));
+  return stream != nullptr && nextByte(stream) == kMarker && nextByte(stream) == kStart;
+}
+
 bool isWholeJpeg(const std::string& path) {
   const Stream stream(fopen(path.c_str(), "rb"));
   if (stream == nullptr || nextByte(stream) != kMarker || nextByte(stream) != kStart) return false;

@@ -15,6 +15,9 @@ struct JpegSize {
 // JPEG.
 bool readJpegSize(const std::string& path, JpegSize* size, std::string* error);
 
+// Whether the first bytes are those of a JPEG.
+bool startsAsJpeg(const std::string& path);
+
 // Whether the file begins with a JPEG picture that goes to its end marker. Its data is not decoded.
 // What follows it is not looked at: telephones put a clip there, or nothing but zeros.
 bool isWholeJpeg(const std::string& path);

@@ -59,16 +59,13 @@ void removeAbandoned(const fs::path& folder) {
 StagedOutput::StagedOutput(const std::string& path) {
   if (!takeTarget(path)) return;
   const fs::path real = target;
-  if (makeFolders(real.parent_path()) && makeTemporary(real)) return;
+  if (folders.make(real.parent_path()) && makeTemporary(real)) return;
   error = "cannot write " + target + ": " + strerror(errno);
-  removeFolders();
 }
 
 StagedOutput::~StagedOutput() {
   letGo();
-  if (temporary.empty()) return;
-  unlink(temporary.c_str());
-  removeFolders();
+  if (!temporary.empty()) unlink(temporary.c_str());
 }
 
 bool StagedOutput::takeTarget(const std::string& path) {
@@ -90,21 +87,6 @@ bool StagedOutput::takeTarget(const std::string& path) {
   }
   target = real;
   return true;
-}
-
-bool StagedOutput::makeFolders(const fs::path& folder) {
-  std::error_code ignored;
-  if (folder.empty() || fs::exists(folder, ignored)) return true;
-  if (!makeFolders(folder.parent_path()) || mkdir(folder.c_str(), 0777) != 0) return false;
-  madeFolders.push_back(folder);
-  return true;
-}
-
-void StagedOutput::removeFolders() {
-  while (!madeFolders.empty()) {
-    rmdir(madeFolders.back().c_str());
-    madeFolders.pop_back();
-  }
 }
 
 bool StagedOutput::makeTemporary(const fs::path& real) {

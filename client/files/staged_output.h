@@ -11,7 +11,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <vector>
+
+#include "client/files/made_folders.h"
 
 class StagedOutput {
  public:
@@ -39,14 +40,12 @@ class StagedOutput {
 
  private:
   bool takeTarget(const std::string& path);
-  bool makeFolders(const std::filesystem::path& folder);
   bool makeTemporary(const std::filesystem::path& real);
-  void removeFolders();
 
   std::string target;
   std::string temporary;
   std::string error;
-  std::vector<std::string> madeFolders;  // from the uppermost down
+  MadeFolders folders;
   int heldFd = -1;
   mode_t mode = 0;  // of the file that takes the target's place
 };

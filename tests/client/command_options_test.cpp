@@ -7,7 +7,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr OptionSet kFit = {.size = true, .fit = true, .json = true, .quiet = true};
+constexpr OptionSet kFit = {.files = true, .size = true, .fit = true, .json = true, .quiet = true};
 
 class CommandOptionsTest : public testing::Test {
  protected:

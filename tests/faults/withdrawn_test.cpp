@@ -109,6 +109,36 @@ TEST_P(WithdrawnTest, APhotoUnderWay) {
   expectPhotoGone();
 }
 
+// The service is in the way of all of them. Those in hand end with the first process, and no other
+// is begun.
+TEST_P(WithdrawnTest, ManyPhotosInHand) {
+  fs::create_directory(dir / "o/many");
+  ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+  const pid_t daemon = system.daemonPid();
+  kill(daemon, SIGSTOP);
+  std::vector<std::string> words = {"resize-image", "--always", "-j",        "2",
+                                    "--size",       "1M",       "--out-dir", (dir / "o/many")};
+  for (const char* name : {"1.jpg", "2.jpg", "3.jpg"}) {
+    ASSERT_TRUE(writeBytes(dir / name, makeJpeg({.width = 640, .height = 480})));
+    words.push_back(dir / name);
+  }
+  const pid_t client = startClient(words);
+  EXPECT_TRUE(waitUntil([&] { return namesIn(dir / "o/many").size() == 2; }));
+  kill(client, GetParam());
+  int status = 0;
+  ASSERT_EQ(waitpid(client, &status, 0), client);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == GetParam()) << status;
+  EXPECT_TRUE(waitUntil([&] { return processesAbout(dir / "o/many").empty(); }));
+  if (GetParam() != SIGKILL) {
+    EXPECT_EQ(readFile(dir / "said"),
+              "tarn-transcode: interrupted: 0 of 3 files are made, the other outputs are as they "
+              "were\n");
+  }
+  kill(daemon, SIGCONT);
+  EXPECT_TRUE(waitUntil([&] { return namesIn(dir / "o/many").empty(); }));
+  EXPECT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+}
+
 // By a signal only: when SIGKILL comes nobody knows whether the request has been sent, and one that
 // was not leaves its file to the next command.
 class QueuedPhotoTest : public WithdrawnTest {
