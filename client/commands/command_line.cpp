@@ -23,8 +23,14 @@ struct Command {
 };
 
 std::string faultOfFiles(const Options& options) {
-  if (!options.outDir.empty()) return options.words.empty() ? "FILES are needed" : "";
-  return options.words.size() == 2 ? "" : "IN and OUT are needed, or FILES and --out-dir DIR";
+  if (!options.outDir.empty()) {
+    const auto& files = options.words;
+    const bool hasStream = std::find(files.begin(), files.end(), "-") != files.end();
+    return files.empty() ? "FILES are needed" : hasStream ? "- is no file of a folder" : "";
+  }
+  if (options.words.size() != 2) return "IN and OUT are needed, or FILES and --out-dir DIR";
+  if (options.json && options.words[1] == "-") return "OUT and --json both want standard output";
+  return "";
 }
 
 std::string faultOfImage(const Options& options) {
@@ -141,7 +147,7 @@ ExitCode printHelp() {
       "\n"
       "OUT is a new name or a file, which is replaced when the new one is whole; of a\n"
       "link, the file that it leads to. A command that is interrupted (^C) leaves OUT\n"
-      "as it was.\n"
+      "as it was. IN and OUT may be -, standard input and output.\n"
       "\n"
       "Exit codes: 0 done, 1 refused or failed, 2 usage, 3 no service, 4 it cannot be\n"
       "made to fit. A command that a signal ends, ends by that signal: 130 after ^C.\n",

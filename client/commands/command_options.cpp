@@ -77,6 +77,11 @@ void addFilesOptions(CLI::App* app, Options* options) {
            });
 }
 
+void addOutputOptions(CLI::App* app, Options* options) {
+  app->add_flag("--dry-run", options->dryRun, "only say what would be made");
+  app->add_flag("--no-clobber", options->noClobber, "leave an OUT alone that is there");
+}
+
 void addFitOptions(CLI::App* app, Options* options) {
   addSize(app, "--total", "the most bytes of all files together", &options->total);
   addMessage(app, "what all files of such a message may have", &options->total);
@@ -110,6 +115,7 @@ void addOptions(CLI::App* app, const OptionSet& set, Options* options) {
   if (set.size && !set.fit) addMessage(app, "what such a message has room for", &options->size);
   if (set.always) app->add_flag("--always", options->always, "encode also what fits as it is");
   if (set.movie) addMovieOptions(app, &options->movie);
+  if (set.files) addOutputOptions(app, options);
   if (set.json) app->add_flag("--json", options->json, "print JSON instead of words");
   if (set.quiet) app->add_flag("--quiet", options->quiet, "print neither results nor progress");
 }

@@ -52,6 +52,16 @@ std::string absolutePath(const std::string& path) {
   return fs::absolute(path).lexically_normal();
 }
 
+FileTask taskOf(const Options& options) {
+  const int32_t most =
+      std::min(options.size.value_or(INT32_MAX), options.total.value_or(INT32_MAX));
+  const auto pathOf = [](const std::string& word) {
+    return word == "-" ? word : absolutePath(word);
+  };
+  return {pathOf(options.words[0]), pathOf(options.words[1]),
+          options.size || options.total ? most : 0};
+}
+
 bool takeTasks(const Options& options, Media media, std::vector<FileTask>* tasks,
                std::string* error) {
   if (options.outDir.empty()) {

@@ -19,6 +19,9 @@ struct FileTask {
 // The absolute path of what the user called `path`.
 std::string absolutePath(const std::string& path);
 
+// IN and OUT, where "-" stays as it is, with the most that OUT may have.
+FileTask taskOf(const Options& options);
+
 // IN and OUT, or each of FILES and a file of its name in the folder of --out-dir, where a movie is
 // an .mp4 unless it is a .3gp; with the size that each may have, or its share of the total. On
 // failure *error says why.

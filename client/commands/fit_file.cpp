@@ -61,7 +61,7 @@ bool fitPhotoFile(const FileTask& task, const Options& options, const ShowShare&
   Interrupts interrupts;
   const OpenFile in(task.in, O_RDONLY);
   if (in.fd < 0) return outcome->fail("cannot read " + task.in + ": " + strerror(errno));
-  StagedOutput output(task.out);
+  StagedOutput output(task.out, options.noClobber);
   if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
   const OpenFile out(output.temporaryPath(), O_WRONLY);
   if (out.fd < 0) return outcome->fail("cannot write " + task.out + ": " + strerror(errno));
@@ -88,7 +88,7 @@ bool fitMovieFile(const FileTask& task, const Options& options, const ShowShare&
   }
   const auto info = parseMovieInfo(askMovieInfo(task.in));
   if (!info) return shrinkMovie(task, options, show, outcome);  // which says what is wrong
-  StagedOutput output(task.out);
+  StagedOutput output(task.out, options.noClobber);
   if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
   if (!copyAsItIs(task, &output, outcome)) return false;
   outcome->outputBytes = outcome->inputBytes;

@@ -254,6 +254,8 @@ class Crew {
         std::to_string(ended - failed) + " of " + std::to_string(tasks.size());
     if (signalNumber != 0) {
       sayFailure("interrupted: " + count + " files are made, the other outputs are as they were");
+    } else if (options.dryRun && !options.quiet) {
+      fprintf(stderr, "%s files would be made\n", count.c_str());
     } else if (!options.quiet && !options.json) {
       fprintf(stderr, "%s files made, %s became %s\n", count.c_str(),
               formatByteSize(inputBytes).c_str(), formatByteSize(outputBytes).c_str());

@@ -19,6 +19,8 @@ struct Options {
   uint32_t maxHeight = 0;
   std::string keepMetadata;  // empty: all
   bool always = false;       // encode also what fits as it is
+  bool dryRun = false;       // only say what would be made
+  bool noClobber = false;    // leave outputs alone that are there
   bool json = false;
   bool quiet = false;
   dsjson::JValue movie = dsjson::Object();  // the members of the service's request

@@ -7,8 +7,11 @@
 #include <filesystem>
 
 #include "client/commands/many_files.h"
+#include "client/commands/piped_task.h"
 #include "client/commands/progress_line.h"
 #include "client/files/input_file.h"
+#include "client/files/jpeg_file.h"
+#include "client/units/byte_size.h"
 
 namespace fs = std::filesystem;
 using std::chrono::steady_clock;
@@ -26,6 +29,15 @@ bool isPossible(const FileTask& task, Outcome* outcome) {
          outcome->fail("input and output are the same file");
 }
 
+// What would be made, in words.
+std::string plan(const FileTask& task, const Options& options, int64_t inputBytes) {
+  const std::string now = formatByteSize(inputBytes);
+  if (task.maxBytes == 0) return "would be encoded anew, from " + now;
+  const bool isCopied = inputBytes <= task.maxBytes && !options.always && startsAsJpeg(task.in);
+  if (isCopied) return "would be a copy of " + now;
+  return "would have at most " + formatByteSize(task.maxBytes) + " instead of " + now;
+}
+
 }  // namespace
 
 Outcome makeOne(const FileTask& task, const Options& options, Make make, const ShowShare& show) {
@@ -36,7 +48,16 @@ Outcome makeOne(const FileTask& task, const Options& options, Make make, const S
   outcome.input = task.in;
   outcome.output = task.out;
   if (!missing) outcome.inputBytes = static_cast<int64_t>(inputBytes);
-  if (isPossible(task, &outcome)) make(task, options, show, &outcome);
+  std::error_code unknown;
+  if (!isPossible(task, &outcome)) {
+    // Told already.
+  } else if (options.noClobber && fs::exists(task.out, unknown)) {
+    outcome.words = "left alone, it was there";
+  } else if (options.dryRun) {
+    outcome.words = plan(task, options, outcome.inputBytes.value_or(0));
+  } else {
+    make(task, options, show, &outcome);
+  }
   outcome.elapsed = std::chrono::duration<double>(steady_clock::now() - start).count();
   return outcome;
 }
@@ -55,18 +76,20 @@ void tell(const Outcome& outcome, const Options& options, bool isOneOfMany) {
              (outcome.errorDetail.empty() ? "" : "\n") + outcome.errorDetail);
 }
 
+Outcome makeOneShown(const FileTask& task, const Options& options, Make make) {
+  ProgressLine line(isatty(STDERR_FILENO) != 0);
+  return makeOne(task, options, make, [&](double share) {
+    if (!options.quiet) line.show(share);
+  });
+}
+
 ExitCode runTasks(const Options& options, Media media, Make make) {
+  if (isPiped(options)) return runPiped(options, media, make);
   std::vector<FileTask> tasks;
   std::string error;
   if (!takeTasks(options, media, &tasks, &error)) return sayFailure(error);
   if (tasks.size() > 1) return runMany(tasks, options, make);
-  Outcome outcome;
-  {
-    ProgressLine line(isatty(STDERR_FILENO) != 0);
-    outcome = makeOne(tasks[0], options, make, [&](double share) {
-      if (!options.quiet) line.show(share);
-    });
-  }
+  const Outcome outcome = makeOneShown(tasks[0], options, make);
   tell(outcome, options, false);
   return outcome.exitCode;
 }

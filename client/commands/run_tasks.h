@@ -21,6 +21,9 @@ ExitCode runTasks(const Options& options, Media media, Make make);
 // What becomes of a file, from a look at its input to the end.
 Outcome makeOne(const FileTask& task, const Options& options, Make make, const ShowShare& show);
 
+// The same, with a progress line where a terminal is watched.
+Outcome makeOneShown(const FileTask& task, const Options& options, Make make);
+
 // Tells of one. One of many names its input where it is a failure.
 void tell(const Outcome& outcome, const Options& options, bool isOneOfMany);
 

@@ -92,7 +92,7 @@ void describe(const std::string& path, int64_t bytes, Outcome* outcome) {
 bool shrinkMovie(const FileTask& task, const Options& options, const ShowShare& show,
                  Outcome* outcome) {
   Interrupts interrupts;
-  StagedOutput output(task.out);
+  StagedOutput output(task.out, options.noClobber);
   if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
   dsjson::JValue request = options.movie;
   request.put("inFile", task.in).put("outFile", output.temporaryPath());

@@ -67,7 +67,7 @@ bool shrinkPhoto(const FileTask& task, const Options& options, const ShowShare&,
     return outcome->fail("cannot read " + task.in + " as a JPEG: " + error);
   }
   Interrupts interrupts;
-  StagedOutput output(task.out);
+  StagedOutput output(task.out, options.noClobber);
   if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
   // A picture that fits would only lose by another encoding, and often grow. What does not end as a
   // picture does is left to the service, which looks at all of it.

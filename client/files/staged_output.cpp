@@ -56,7 +56,7 @@ void removeAbandoned(const fs::path& folder) {
 
 }  // namespace
 
-StagedOutput::StagedOutput(const std::string& path) {
+StagedOutput::StagedOutput(const std::string& path, bool keepsOld) : isNew(keepsOld) {
   if (!takeTarget(path)) return;
   const fs::path real = target;
   if (folders.make(real.parent_path()) && makeTemporary(real)) return;
@@ -124,7 +124,11 @@ void StagedOutput::letGo() {
 
 bool StagedOutput::commit() {
   chmod(temporary.c_str(), mode);  // what wrote it may have put a file of its own in place
-  if (rename(temporary.c_str(), target.c_str()) != 0) {
+  int result = renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, target.c_str(),
+                         isNew ? RENAME_NOREPLACE : 0);
+  // Not every file system knows how not to replace.
+  if (result != 0 && errno == EINVAL) result = rename(temporary.c_str(), target.c_str());
+  if (result != 0) {
     error = "cannot write " + target + ": " + strerror(errno);
     return false;
   }

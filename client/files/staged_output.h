@@ -20,7 +20,8 @@ class StagedOutput {
   // target. A target that is a symbolic link stays one: the file it leads to is replaced, or made.
   // What is there and no regular file is refused. On failure temporaryPath() is empty and
   // errorText() says why.
-  explicit StagedOutput(const std::string& target);
+  // With `keepsOld` a target that appears meanwhile is no more replaced than one that is refused.
+  explicit StagedOutput(const std::string& target, bool keepsOld = false);
   ~StagedOutput();
   StagedOutput(const StagedOutput&) = delete;
   StagedOutput& operator=(const StagedOutput&) = delete;
@@ -47,7 +48,8 @@ class StagedOutput {
   std::string error;
   MadeFolders folders;
   int heldFd = -1;
-  mode_t mode = 0;  // of the file that takes the target's place
+  const bool isNew;  // only a target that is not there is made
+  mode_t mode = 0;   // of the file that takes the target's place
 };
 
 #endif

@@ -164,4 +164,14 @@ TEST_F(StagedOutputTest, FailedCommitLeavesTheTarget) {
   EXPECT_NE(output.errorText(), "");
 }
 
+TEST_F(StagedOutputTest, ReplacesNothingThatAppearedMeanwhileWhenToldSo) {
+  const std::string target = dir / "out.jpg";
+  StagedOutput output(target, true);
+  ASSERT_NE(output.temporaryPath(), "");
+  writeFile(target, "another's");
+  EXPECT_FALSE(output.commit());
+  EXPECT_EQ(output.errorText(), "cannot write " + target + ": File exists");
+  EXPECT_EQ(readFile(target), "another's");
+}
+
 }  // namespace
