@@ -72,8 +72,11 @@ void tell(const Outcome& outcome, const Options& options, bool isOneOfMany) {
   fflush(stdout);
   if (outcome.exitCode == ExitDone) return;
   const bool isNamed = outcome.errorText.find(outcome.input) != std::string::npos;
-  sayFailure((isOneOfMany && !isNamed ? outcome.input + ": " : "") + outcome.errorText +
-             (outcome.errorDetail.empty() ? "" : "\n") + outcome.errorDetail);
+  // A detail that says the reason anew is for programs.
+  const bool isPlain = outcome.errorDetail.find(outcome.errorText) != std::string::npos;
+  const std::string detail =
+      outcome.errorDetail.empty() || isPlain ? "" : "\n" + outcome.errorDetail;
+  sayFailure((isOneOfMany && !isNamed ? outcome.input + ": " : "") + outcome.errorText + detail);
 }
 
 Outcome makeOneShown(const FileTask& task, const Options& options, Make make) {

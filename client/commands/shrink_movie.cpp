@@ -47,10 +47,28 @@ bool isFullDisk(const std::string& words) {
          words.find(strerror(EDQUOT)) != std::string::npos;
 }
 
-// What the service says when no plan keeps the limit, and what the encoder when no encode did.
-bool cannotFit(const ServiceReply& reply) {
-  return reply.errorText == "can't reach targetBitrate, maxOutputSize too small?" ||
-         reply.errorDetail.find("the whole clip cannot be had ") != std::string::npos;
+// What the service says when no plan keeps the limit.
+constexpr char kNoPlan[] = "can't reach targetBitrate, maxOutputSize too small?";
+// The encoder's own reasons, at the end of the detail.
+constexpr char kNoEncodeFits[] = "the whole clip cannot be had ";
+constexpr char kIsCut[] = "the input is damaged or cut short";
+
+// The line of the text that has the words in it, without the name of who says it; "" for none.
+std::string lineWith(const std::string& text, const char* words) {
+  const size_t at = text.find(words);
+  if (at == std::string::npos) return "";
+  const size_t before = text.rfind('\n', at);
+  std::string line = text.substr(before == std::string::npos ? 0 : before + 1);
+  line = line.substr(0, line.find('\n'));
+  constexpr char kSpeaker[] = "ffmpeg: ";
+  return line.rfind(kSpeaker, 0) == 0 ? line.substr(strlen(kSpeaker)) : line;
+}
+
+// Then the service asks for no extension that it knows.
+bool namesCodecs(const dsjson::JValue& request) {
+  std::string name;
+  return request["videoCodec"].asString(name) == dsjson::CONV_OK &&
+         request["audioCodec"].asString(name) == dsjson::CONV_OK;
 }
 
 // The service names its pass logs after the output and removes them, unless it dies.
@@ -60,20 +78,28 @@ void removePassLogs(const std::string& output) {
   }
 }
 
-// The reason, told of the file that the user knows.
-bool failAsRefused(const ServiceReply& reply, const StagedOutput& output, Outcome* outcome) {
+// The reason, told of the file that the user knows, and plainly where it can be.
+bool failAsRefused(const ServiceReply& reply, const StagedOutput& output, int32_t maxBytes,
+                   Outcome* outcome) {
   if (isFullDisk(reply.errorDetail)) return outcome->failForSpace();
-  outcome->fail(
-      reply.errorText.empty() ? "the service refused and gave no reason" : reply.errorText,
-      cannotFit(reply) ? ExitCannotFit : ExitFailed);
   outcome->errorDetail = reply.errorDetail;
   replaceAll(&outcome->errorDetail, output.temporaryPath(), output.targetPath());
-  return false;
+  if (reply.errorText == kNoPlan) {
+    return outcome->fail("the movie cannot be made to fit " + formatByteSize(maxBytes),
+                         ExitCannotFit);
+  }
+  const std::string tooFew = lineWith(outcome->errorDetail, kNoEncodeFits);
+  if (!tooFew.empty()) return outcome->fail(tooFew, ExitCannotFit);
+  const std::string damage = lineWith(outcome->errorDetail, kIsCut);
+  if (!damage.empty()) return outcome->fail(damage);
+  return outcome->fail(reply.errorText.empty() ? "the service refused and gave no reason"
+                                               : reply.errorText);
 }
 
 // Takes a reply for a success only when a movie is there.
-bool takeMovie(const ServiceReply& reply, StagedOutput* output, Outcome* outcome) {
-  if (!reply.succeeded) return failAsRefused(reply, *output, outcome);
+bool takeMovie(const ServiceReply& reply, int32_t maxBytes, StagedOutput* output,
+               Outcome* outcome) {
+  if (!reply.succeeded) return failAsRefused(reply, *output, maxBytes, outcome);
   std::error_code missing;
   const auto bytes = fs::file_size(output->temporaryPath(), missing);
   if (missing || bytes == 0) return outcome->fail("no movie came out");
@@ -91,6 +117,11 @@ void describe(const std::string& path, int64_t bytes, Outcome* outcome) {
 
 bool shrinkMovie(const FileTask& task, const Options& options, const ShowShare& show,
                  Outcome* outcome) {
+  if (!isMovieName(task.out) && !namesCodecs(options.movie)) {
+    return outcome->fail(
+        "the name of a movie ends in .mp4 or .3gp, in small letters or capitals: " + task.out +
+        " does not");
+  }
   Interrupts interrupts;
   StagedOutput output(task.out, options.noClobber);
   if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
@@ -105,7 +136,7 @@ bool shrinkMovie(const FileTask& task, const Options& options, const ShowShare& 
     return outcome->failBySignal(number);
   }
   if (answer.kind != Answer::Replied) return failWithoutMovie(answer, outcome);
-  if (!takeMovie(parseServiceReply(answer.payload), &output, outcome)) return false;
+  if (!takeMovie(parseServiceReply(answer.payload), task.maxBytes, &output, outcome)) return false;
   if (options.json || !options.quiet) describe(task.out, *outcome->outputBytes, outcome);
   return true;
 }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -91,7 +92,9 @@ bool StagedOutput::takeTarget(const std::string& path) {
 
 bool StagedOutput::makeTemporary(const fs::path& real) {
   removeAbandoned(real.parent_path());
-  const std::string extension = real.extension();
+  // The service knows the extensions of movies in small letters.
+  std::string extension = real.extension();
+  std::transform(extension.begin(), extension.end(), extension.begin(), g_ascii_tolower);
   std::string name = real.parent_path() / (kHeldPrefix + std::string("XXXXXX") + extension);
   heldFd = mkostemps(name.data(), static_cast<int>(extension.size()), O_CLOEXEC);
   if (heldFd < 0) return false;

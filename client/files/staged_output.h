@@ -17,10 +17,10 @@
 class StagedOutput {
  public:
   // Makes the folders above the target and the empty temporary file, with the extension of the
-  // target. A target that is a symbolic link stays one: the file it leads to is replaced, or made.
-  // What is there and no regular file is refused. On failure temporaryPath() is empty and
-  // errorText() says why.
-  // With `keepsOld` a target that appears meanwhile is no more replaced than one that is refused.
+  // target in small letters. A target that is a symbolic link stays one: the file it leads to is
+  // replaced, or made. What is there and no regular file is refused. On failure temporaryPath() is
+  // empty and errorText() says why. With `keepsOld` a target that appears meanwhile is no more
+  // replaced than one that is refused.
   explicit StagedOutput(const std::string& target, bool keepsOld = false);
   ~StagedOutput();
   StagedOutput(const StagedOutput&) = delete;

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <memory>
 
+#include "client/service/service_call.h"
+
 namespace {
 
 constexpr char kName[] = "com.tarn.Fit1";
@@ -180,7 +182,7 @@ FitAnswer fitPhoto(const FitWish& wish, const std::function<void(double)>& onPro
   if (connection == nullptr) {
     FitAnswer answer;
     answer.kind = FitAnswer::NoService;
-    answer.errorText = std::string("there is no message bus: ") + error->message;
+    answer.errorText = noBusWords(error->message);
     return answer;
   }
   const FitAnswer answer = Call(connection, onProgress, interrupts).run(wish);

@@ -26,7 +26,7 @@ bool isOneOf(const char* name, std::initializer_list<const char*> names) {
   return false;
 }
 
-Answer failed(const char* errorName, const char* sender, const char* text) {
+Answer failed(const char* errorName, const char* sender) {
   if (isOneOf(errorName, {"org.freedesktop.DBus.Error.NoReply"})) {
     if (strcmp(sender, kBusItself) != 0) {
       return {Answer::Silent, "", "the service could not read the file"};
@@ -36,28 +36,38 @@ Answer failed(const char* errorName, const char* sender, const char* text) {
   if (isOneOf(errorName, {"org.freedesktop.DBus.Error.Disconnected"})) {
     return {Answer::Died, "", "the service ended while it worked on the request"};
   }
-  if (g_str_has_prefix(errorName, "org.freedesktop.DBus.Error.Spawn.") ||
-      isOneOf(errorName, {"org.freedesktop.DBus.Error.ServiceUnknown",
+  if (isOneOf(errorName, {"org.freedesktop.DBus.Error.ServiceUnknown",
                           "org.freedesktop.DBus.Error.NameHasNoOwner"})) {
-    return {Answer::NoService, "", std::string("the service cannot be started: ") + text};
+    return {Answer::NoService, "",
+            "the service cannot be started: this bus knows no com.tarn.transcode; install "
+            "com.tarn.transcode.service below a folder of XDG_DATA_DIRS, in dbus-1/services"};
   }
-  return {Answer::BusError, "", std::string("the request was refused: ") + text};
+  if (g_str_has_prefix(errorName, "org.freedesktop.DBus.Error.Spawn.")) {
+    return {
+        Answer::NoService, "",
+        std::string("the service cannot be started: ") + errorName + ", the bus's log says why"};
+  }
+  if (isOneOf(errorName, {"org.freedesktop.DBus.Error.UnknownMethod"})) {
+    return {Answer::BusError, "",
+            "the service has no such method: it has getMinimalBitrate, getMovieInfo, resizeImage, "
+            "resizeMovie and scaleImage"};
+  }
+  return {Answer::BusError, "", std::string("the request was refused: ") + errorName};
 }
 
 bool takeReply(VSHandle*, VSMessage* message, void* data) {
   auto* wait = static_cast<Wait*>(data);
   const char* errorName = VSMessageGetErrorName(message);
-  const char* payload = VSMessageGetPayload(message);
-  wait->answer = errorName == nullptr ? Answer{Answer::Replied, payload, ""}
-                                      : failed(errorName, VSMessageGetSender(message), payload);
+  wait->answer = errorName == nullptr ? Answer{Answer::Replied, VSMessageGetPayload(message), ""}
+                                      : failed(errorName, VSMessageGetSender(message));
   g_main_loop_quit(wait->loop);
   return true;
 }
 
-Answer noService(VSError* error) {
-  const std::string text = error->message == nullptr ? "no bus" : error->message;
+std::string takeWords(VSError* error) {
+  std::string text = error->message == nullptr ? "no reason was given" : error->message;
   VSErrorFree(error);
-  return {Answer::NoService, "", "there is no message bus: " + text};
+  return text;
 }
 
 gboolean onWaiting(gpointer data) {
@@ -74,12 +84,18 @@ void runUntilReply(Wait* wait) {
 
 }  // namespace
 
+std::string noBusWords(const std::string& reason) {
+  return "there is no message bus: " + reason +
+         "; run it as `dbus-run-session -- tarn-transcode ...`";
+}
+
 Answer callService(const std::string& method, const std::string& payload,
                    const WhileWaiting& whileWaiting) {
   VSError error;
   VSErrorInit(&error);
   VSHandle* handle = nullptr;
-  if (!VSRegisterPubPriv(nullptr, &handle, false, &error)) return noService(&error);
+  if (!VSRegisterPubPriv(nullptr, &handle, false, &error))
+    return {Answer::NoService, "", noBusWords(takeWords(&error))};
 
   const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(
       g_main_loop_new(nullptr, FALSE), g_main_loop_unref);
@@ -87,7 +103,7 @@ Answer callService(const std::string& method, const std::string& payload,
   const std::string uri = kService + method;
   if (!VSGmainAttach(handle, loop.get(), &error) ||
       !VSCall(handle, uri.c_str(), payload.c_str(), takeReply, &wait, nullptr, &error)) {
-    wait.answer = noService(&error);
+    wait.answer = {Answer::BusError, "", "the request cannot be sent: " + takeWords(&error)};
   } else {
     runUntilReply(&wait);
   }

@@ -35,4 +35,7 @@ Answer callService(const std::string& method, const std::string& payload,
 Answer callServiceAgain(const std::string& method, const std::string& payload,
                         const WhileWaiting& whileWaiting = nullptr);
 
+// What is said where there is no bus.
+std::string noBusWords(const std::string& reason);
+
 #endif

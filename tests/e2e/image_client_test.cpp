@@ -208,6 +208,12 @@ TEST_F(ImageClientTest, CallsAnyMethod) {
   EXPECT_EQ(refused.out,
             "{\"returnValue\":false,\"errorText\":\"Could not parse param inFile\"}\n");
   EXPECT_EQ(client("call noSuchMethod '{}'").exitCode, 1);
+  EXPECT_EQ(
+      errors(),
+      "tarn-transcode: the service has no such method: it has getMinimalBitrate, getMovieInfo, "
+      "resizeImage, resizeMovie and scaleImage\n");
+  EXPECT_EQ(client("call no-method '{}'").exitCode, 1);
+  EXPECT_THAT(errors(), HasSubstr("tarn-transcode: the request cannot be sent: "));
   EXPECT_EQ(client("min-bitrate").out, "204800 bit/s\n");
 }
 
@@ -215,11 +221,18 @@ TEST_F(ImageClientTest, SaysWhenThereIsNoService) {
   const std::string program =
       installed("bin/tarn-transcode") + " min-bitrate 2>" + (dir / "errors");
   EXPECT_EQ(runCommand("DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere " + program).exitCode, 3);
-  EXPECT_THAT(errors(), HasSubstr("no message bus"));
+  EXPECT_THAT(errors(), HasSubstr("no message bus: "));
+  EXPECT_THAT(errors(), HasSubstr("; run it as `dbus-run-session -- tarn-transcode ...`\n"));
   const tarn::test::PrivateBus empty;
   EXPECT_EQ(runCommand("DBUS_SESSION_BUS_ADDRESS='" + empty.address() + "' " + program).exitCode,
             3);
-  EXPECT_THAT(errors(), HasSubstr("cannot be started"));
+  EXPECT_THAT(errors(), HasSubstr("cannot be started: this bus knows no com.tarn.transcode; "));
+  tarn::test::PrivateBus::Options options;
+  options.services = {{kTranscode, "/bin/false"}};
+  const tarn::test::PrivateBus broken(options);
+  EXPECT_EQ(runCommand("DBUS_SESSION_BUS_ADDRESS='" + broken.address() + "' " + program).exitCode,
+            3);
+  EXPECT_THAT(errors(), HasSubstr("cannot be started: org.freedesktop.DBus.Error.Spawn."));
 }
 
 // A service that dies of somebody else's request is asked again.

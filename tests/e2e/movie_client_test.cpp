@@ -57,7 +57,8 @@ TEST_F(MovieClientTest, TellsAProgramOfAMovie) {
   EXPECT_EQ(refused.exitCode, 4);
   EXPECT_THAT(refused.out,
               MatchesRegex(in + ".*\"returnValue\":false,\"inputBytes\":[0-9]+,\"elapsed\":"
-                                "[0-9.]+,\"errorText\":\".*maxOutputSize too small\\?\"\\}\n"));
+                                "[0-9.]+,\"errorText\":\"the movie cannot be made to fit 2.0 kB\""
+                                "\\}\n"));
   EXPECT_THAT(
       run("info --json in.mp4").out,
       MatchesRegex(in + "\"returnValue\":true,\"inputBytes\":" +
@@ -139,9 +140,31 @@ TEST_F(MovieClientTest, KeepsTheOldFileAndTellsFfmpegsWords) {
     EXPECT_THAT(errors(), Not(HasSubstr("/.")));  // the temporary name
   }
   EXPECT_EQ(run("resize-movie in.mp4 out.mp4 --max-size 2k").exitCode, 4);
-  EXPECT_THAT(errors(), HasSubstr("maxOutputSize too small?\n"));
+  EXPECT_EQ(errors(), "tarn-transcode: the movie cannot be made to fit 2.0 kB\n");
   EXPECT_EQ(readFile(dir / "w/out.mp4"), "old");
   EXPECT_THAT(namesIn(dir / "w"), ElementsAre("in.mp4", "out.mp4"));
+}
+
+TEST_F(MovieClientTest, BlamesACutMovieAndNotTheLimit) {
+  // The index in front, so that a part of the file can be read.
+  const std::string whole =
+      readFile(movieClip({.seconds = 8, .more = {"-movflags", "+faststart"}}));
+  dir.write("w/cut.mp4", whole.substr(0, whole.size() / 2));
+  EXPECT_EQ(run("resize-movie cut.mp4 out.mp4 --size 60k --quiet").exitCode, 1);
+  EXPECT_THAT(errors(), MatchesRegex("tarn-transcode: only [0-9.]+ s of 8.0 s could be read: the "
+                                     "input is damaged or cut short\n"));
+  EXPECT_FALSE(fs::exists(dir / "w/out.mp4"));
+}
+
+TEST_F(MovieClientTest, KnowsTheExtensionsOfMoviesInAnyCase) {
+  EXPECT_EQ(run("resize-movie in.mp4 out.MP4 --video-bitrate 200k --quiet").exitCode, 0)
+      << errors();
+  EXPECT_EQ(movieFacts(dir / "w/out.MP4").streams, "mpeg4,video,320,240 aac,audio");
+  EXPECT_EQ(run("resize-movie in.mp4 out.mkv").exitCode, 1);
+  EXPECT_EQ(
+      errors(),
+      "tarn-transcode: the name of a movie ends in .mp4 or .3gp, in small letters or capitals: " +
+          (dir / "w/out.mkv") + " does not\n");
 }
 
 TEST_F(MovieClientTest, TellsSilence) {
