@@ -46,8 +46,8 @@ std::string faultOfMovie(const Options& options) {
 
 #ifdef TARN_FIT
 std::string faultOfFit(const Options& options) {
-  if (!options.size && !options.total)
-    return "--size, --total or --for is needed, such as --size 300k";
+  const bool isLimited = options.size || options.total;
+  if (!isLimited) return "--size, --total or --for is needed, such as --size 300k";
   return faultOfFiles(options);
 }
 #endif

@@ -79,6 +79,7 @@ void addFilesOptions(CLI::App* app, Options* options) {
 
 void addOutputOptions(CLI::App* app, Options* options) {
   app->add_flag("--dry-run", options->dryRun, "only say what would be made");
+  app->add_flag("--progress", options->progress, "a line every 10 s where no terminal is");
   app->add_flag("--no-clobber", options->noClobber, "leave an OUT alone that is there");
 }
 

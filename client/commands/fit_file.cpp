@@ -56,7 +56,7 @@ bool takeAnswer(const FitAnswer& answer, StagedOutput* output, Outcome* outcome)
   }
 }
 
-bool fitPhotoFile(const FileTask& task, const Options& options, const ShowShare& show,
+bool fitPhotoFile(const FileTask& task, const Options& options, const Watcher& watcher,
                   Outcome* outcome) {
   Interrupts interrupts;
   const OpenFile in(task.in, O_RDONLY);
@@ -72,22 +72,23 @@ bool fitPhotoFile(const FileTask& task, const Options& options, const ShowShare&
   wish.maxWidth = options.maxWidth;
   wish.maxHeight = options.maxHeight;
   wish.keepMetadata = options.keepMetadata;
-  const FitAnswer answer = fitPhoto(wish, show, &interrupts);
+  const FitAnswer answer = fitPhoto(
+      wish, watcher.show, [&] { watcher.note(kAskedAgain); }, &interrupts);
   if (const int number = interrupts.received(); number != 0) return outcome->failBySignal(number);
   return takeAnswer(answer, &output, outcome);
 }
 
 // A movie that fits is copied, unless its container changes or something in it is not to go along.
-bool fitMovieFile(const FileTask& task, const Options& options, const ShowShare& show,
+bool fitMovieFile(const FileTask& task, const Options& options, const Watcher& watcher,
                   Outcome* outcome) {
   const bool keepsAll = options.keepMetadata.empty() || options.keepMetadata == "all";
   const bool keepsKind = g_ascii_strcasecmp(fs::path(task.in).extension().c_str(),
                                             fs::path(task.out).extension().c_str()) == 0;
   if (outcome->inputBytes.value_or(INT64_MAX) > task.maxBytes || !keepsAll || !keepsKind) {
-    return shrinkMovie(task, options, show, outcome);
+    return shrinkMovie(task, options, watcher, outcome);
   }
   const auto info = parseMovieInfo(askMovieInfo(task.in));
-  if (!info) return shrinkMovie(task, options, show, outcome);  // which says what is wrong
+  if (!info) return shrinkMovie(task, options, watcher, outcome);  // which says what is wrong
   StagedOutput output(task.out, options.noClobber);
   if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
   if (!copyAsItIs(task, &output, outcome)) return false;
@@ -97,10 +98,10 @@ bool fitMovieFile(const FileTask& task, const Options& options, const ShowShare&
   return true;
 }
 
-bool fitFile(const FileTask& task, const Options& options, const ShowShare& show,
+bool fitFile(const FileTask& task, const Options& options, const Watcher& watcher,
              Outcome* outcome) {
   const auto fit = startsAsJpeg(task.in) ? fitPhotoFile : fitMovieFile;
-  return fit(task, options, show, outcome);
+  return fit(task, options, watcher, outcome);
 }
 
 }  // namespace

@@ -176,8 +176,12 @@ class Crew {
     Told& told = board[child.index];
     ExitCode exitCode = ExitFailed;
     try {
-      const Outcome outcome =
-          makeOne(tasks[child.index], options, make, [&](double share) { told.share = share; });
+      const Watcher watcher = {[&](const Step& step) { told.share = step.share; },
+                               [&](const std::string& words) {
+                                 if (!options.quiet)
+                                   sayFailure(tasks[child.index].in + ": " + words);
+                               }};
+      const Outcome outcome = makeOne(tasks[child.index], options, make, watcher);
       told.inputBytes = outcome.inputBytes.value_or(0);
       told.outputBytes = outcome.outputBytes.value_or(0);
       tell(outcome, options, true);
@@ -241,12 +245,12 @@ class Crew {
   }
 
   void showProgress() {
-    if (options.quiet || !isWatched || children.empty()) return;
+    if (children.empty()) return;
     double sum = 0;
     for (size_t i = 0; i < tasks.size(); ++i) {
       sum += board[i].share;
     }
-    line.show(sum / static_cast<double>(tasks.size()));
+    line.show({.share = sum / static_cast<double>(tasks.size())});
   }
 
   void sayInTheEnd() const {
@@ -269,8 +273,7 @@ class Crew {
   MadeFolders folders;  // those of all files: one that fails must not take them from the others
   Board board;
   std::map<pid_t, std::unique_ptr<Child>> children;
-  const bool isWatched = isatty(STDERR_FILENO) != 0;
-  ProgressLine line{true};
+  ProgressLine line{options};
   size_t next = 0;
   size_t ended = 0;
   size_t failed = 0;

@@ -23,6 +23,7 @@ struct Options {
   bool noClobber = false;    // leave outputs alone that are there
   bool json = false;
   bool quiet = false;
+  bool progress = false;                    // tell of it also where no terminal is
   dsjson::JValue movie = dsjson::Object();  // the members of the service's request
 };
 

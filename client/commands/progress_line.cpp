@@ -1,45 +1,81 @@
 #include "client/commands/progress_line.h"
 
 #include <glib.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <string>
 
 #include "client/units/time_span.h"
 
 namespace {
 
-// "\033[K" would be shorter; blanks work on every terminal.
-constexpr int kLineWidth = 30;
+constexpr size_t kWidestBar = 40;
+constexpr size_t kNarrowestBar = 6;
+constexpr int64_t kBetweenLinesUs = 10 * G_USEC_PER_SEC;
+
+// The last column stays free: some terminals would begin the next line.
+size_t terminalColumns() {
+  winsize size = {};
+  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+  return isKnown ? size.ws_col - 1u : 79;
+}
+
+std::string bar(double share, size_t width) {
+  const size_t full = static_cast<size_t>(share * static_cast<double>(width - 2));
+  return "[" + std::string(full, '#') + std::string(width - 2 - full, '-') + "]";
+}
 
 }  // namespace
 
-ProgressLine::ProgressLine(bool terminal) : isTerminal(terminal), startUs(g_get_monotonic_time()) {}
+std::string progressText(const Step& step, double elapsedSeconds, size_t columns) {
+  const double share = std::clamp(step.share, 0.0, 1.0);
+  char percent[16];
+  snprintf(percent, sizeof percent, "%3d %%", static_cast<int>(share * 100));
+  std::string left;
+  if (share > 0) left = formatTime(elapsedSeconds * (1 - share) / share) + " left";
+  std::string pass;
+  if (step.passes > 1) {
+    pass = "pass " + std::to_string(step.pass) + " of " + std::to_string(step.passes);
+  }
+  std::string words = pass + (pass.empty() || left.empty() ? "" : ", ") + left;
+  const std::string begin = std::string(percent) + " ";
+  if (columns == 0) return begin + words;
+  if (begin.size() + kNarrowestBar + 1 + words.size() > columns) words = left;
+  const size_t taken = begin.size() + 1 + words.size();
+  if (taken + kNarrowestBar > columns) return (begin + words).substr(0, columns);
+  return begin + bar(share, std::min(kWidestBar, columns - taken)) + " " + words;
+}
+
+ProgressLine::ProgressLine(const Options& options)
+    : isTerminal(isatty(STDERR_FILENO) != 0),
+      isWanted(!options.quiet && (isTerminal || options.progress)),
+      startUs(g_get_monotonic_time()) {}
 
 ProgressLine::~ProgressLine() {
   hide();
 }
 
 void ProgressLine::hide() {
-  if (isTerminal && isWritten) fprintf(stderr, "\r%*s\r", kLineWidth, "");
-  isWritten = false;
+  if (writtenWidth == 0) return;
+  // "\033[K" would be shorter; blanks work on every terminal.
+  fprintf(stderr, "\r%*s\r", static_cast<int>(writtenWidth), "");
+  fflush(stderr);
+  writtenWidth = 0;
 }
 
-void ProgressLine::show(double doneShare) {
-  const int tenth = static_cast<int>(doneShare * 10);
-  if (!isTerminal && tenth <= shownTenth) return;
-  shownTenth = tenth;
-  const int percent = isTerminal ? static_cast<int>(doneShare * 100) : tenth * 10;
-  std::string text = std::to_string(percent) + " %";
-  if (doneShare > 0) {
-    const double elapsed = static_cast<double>(g_get_monotonic_time() - startUs) / 1e6;
-    text += ", " + formatTime(elapsed * (1 - doneShare) / doneShare) + " left";
-  }
+void ProgressLine::show(const Step& step) {
+  if (!isWanted) return;
+  const int64_t nowUs = g_get_monotonic_time();
+  const double elapsed = static_cast<double>(nowUs - startUs) / G_USEC_PER_SEC;
   if (isTerminal) {
-    fprintf(stderr, "\r%-*s", kLineWidth, text.c_str());
-  } else {
-    fprintf(stderr, "%s\n", text.c_str());
+    const std::string text = progressText(step, elapsed, terminalColumns());
+    fprintf(stderr, "\r%-*s", static_cast<int>(writtenWidth), text.c_str());
+    writtenWidth = text.size();
+  } else if (shownUs == 0 || nowUs - shownUs >= kBetweenLinesUs) {
+    fprintf(stderr, "%s\n", progressText(step, elapsed, 0).c_str());
+    shownUs = nowUs;
   }
   fflush(stderr);
-  isWritten = true;
 }

@@ -40,7 +40,7 @@ std::string plan(const FileTask& task, const Options& options, int64_t inputByte
 
 }  // namespace
 
-Outcome makeOne(const FileTask& task, const Options& options, Make make, const ShowShare& show) {
+Outcome makeOne(const FileTask& task, const Options& options, Make make, const Watcher& watcher) {
   const auto start = steady_clock::now();
   std::error_code missing;
   const uintmax_t inputBytes = fs::file_size(task.in, missing);
@@ -56,7 +56,7 @@ Outcome makeOne(const FileTask& task, const Options& options, Make make, const S
   } else if (options.dryRun) {
     outcome.words = plan(task, options, outcome.inputBytes.value_or(0));
   } else {
-    make(task, options, show, &outcome);
+    make(task, options, watcher, &outcome);
   }
   outcome.elapsed = std::chrono::duration<double>(steady_clock::now() - start).count();
   return outcome;
@@ -80,10 +80,13 @@ void tell(const Outcome& outcome, const Options& options, bool isOneOfMany) {
 }
 
 Outcome makeOneShown(const FileTask& task, const Options& options, Make make) {
-  ProgressLine line(isatty(STDERR_FILENO) != 0);
-  return makeOne(task, options, make, [&](double share) {
-    if (!options.quiet) line.show(share);
-  });
+  ProgressLine line(options);
+  return makeOne(task, options, make,
+                 {[&](const Step& step) { line.show(step); },
+                  [&](const std::string& words) {
+                    line.hide();
+                    if (!options.quiet) sayFailure(words);
+                  }});
 }
 
 ExitCode runTasks(const Options& options, Media media, Make make) {

@@ -6,12 +6,16 @@
 
 #include "client/commands/file_task.h"
 #include "client/commands/outcome.h"
+#include "client/service/step.h"
 
-// Hears the share of a file's work that is done, 0 to 1.
-using ShowShare = std::function<void(double share)>;
+// Hears of a file's work.
+struct Watcher {
+  std::function<void(const Step& step)> show;
+  std::function<void(const std::string& words)> note;  // what a user may want to know
+};
 
 // Makes one file, whose names and sizes the outcome has already. False when it is a failure.
-using Make = bool (*)(const FileTask& task, const Options& options, const ShowShare& show,
+using Make = bool (*)(const FileTask& task, const Options& options, const Watcher& watcher,
                       Outcome* outcome);
 
 // Each outcome is told as it comes: results on stdout, failures on stderr, and with --json all on
@@ -19,7 +23,7 @@ using Make = bool (*)(const FileTask& task, const Options& options, const ShowSh
 ExitCode runTasks(const Options& options, Media media, Make make);
 
 // What becomes of a file, from a look at its input to the end.
-Outcome makeOne(const FileTask& task, const Options& options, Make make, const ShowShare& show);
+Outcome makeOne(const FileTask& task, const Options& options, Make make, const Watcher& watcher);
 
 // The same, with a progress line where a terminal is watched.
 Outcome makeOneShown(const FileTask& task, const Options& options, Make make);

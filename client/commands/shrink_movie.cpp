@@ -31,14 +31,17 @@ void replaceAll(std::string* text, const std::string& old, const std::string& fr
   }
 }
 
-Answer ask(const std::string& request, const StagedOutput& output, const ShowShare& show,
+Answer ask(const std::string& request, const StagedOutput& output, const Watcher& watcher,
            Withdrawal* withdrawal) {
   const MovieProgress progress(output.temporaryPath());
-  return callServiceAgain("resizeMovie", request, [&] {
-    const auto share = progress.doneShare();
-    if (share) show(*share);
-    return withdrawal->goesOn();
-  });
+  return callServiceAgain(
+      "resizeMovie", request,
+      [&] {
+        const auto step = progress.step();
+        if (step) watcher.show(*step);
+        return withdrawal->goesOn();
+      },
+      [&] { watcher.note(kAskedAgain); });
 }
 
 // The encoder says why it could not write.
@@ -115,7 +118,7 @@ void describe(const std::string& path, int64_t bytes, Outcome* outcome) {
 
 }  // namespace
 
-bool shrinkMovie(const FileTask& task, const Options& options, const ShowShare& show,
+bool shrinkMovie(const FileTask& task, const Options& options, const Watcher& watcher,
                  Outcome* outcome) {
   if (!isMovieName(task.out) && !namesCodecs(options.movie)) {
     return outcome->fail(
@@ -130,7 +133,7 @@ bool shrinkMovie(const FileTask& task, const Options& options, const ShowShare& 
   if (task.maxBytes != 0) request.put(kMovieSize, task.maxBytes);
   // The encoder is ended at once, on any machine that is not very busy.
   Withdrawal withdrawal(&interrupts, &output, std::chrono::seconds(10));
-  const Answer answer = ask(requestText(request), output, show, &withdrawal);
+  const Answer answer = ask(requestText(request), output, watcher, &withdrawal);
   removePassLogs(output.temporaryPath());
   if (const int number = withdrawal.signalNumber(); number != 0) {
     return outcome->failBySignal(number);

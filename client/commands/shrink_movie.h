@@ -5,7 +5,7 @@
 #include "client/commands/run_tasks.h"
 
 // Makes one movie, as Make says.
-bool shrinkMovie(const FileTask& task, const Options& options, const ShowShare& show,
+bool shrinkMovie(const FileTask& task, const Options& options, const Watcher& watcher,
                  Outcome* outcome);
 
 #endif

@@ -21,11 +21,13 @@ uintmax_t bytesOf(const std::string& path) {
   return fs::file_size(path, unknown);
 }
 
-Answer ask(const FileTask& task, StagedOutput* output, Withdrawal* withdrawal) {
+Answer ask(const FileTask& task, const Watcher& watcher, StagedOutput* output,
+           Withdrawal* withdrawal) {
   dsjson::JValue request = dsjson::Object();
   request.put("inFile", task.in).put("outFile", output->temporaryPath()).put("size", task.maxBytes);
-  return callServiceAgain("resizeImage", requestText(request),
-                          [&] { return withdrawal->goesOn(); });
+  return callServiceAgain(
+      "resizeImage", requestText(request), [&] { return withdrawal->goesOn(); },
+      [&] { watcher.note(kAskedAgain); });
 }
 
 // Takes a reply for a success only when a whole picture is there.
@@ -60,7 +62,8 @@ bool describe(const FileTask& task, const char* remark, Outcome* outcome) {
   return true;
 }
 
-bool shrinkPhoto(const FileTask& task, const Options& options, const ShowShare&, Outcome* outcome) {
+bool shrinkPhoto(const FileTask& task, const Options& options, const Watcher& watcher,
+                 Outcome* outcome) {
   JpegSize size;
   std::string error;
   if (!readJpegSize(task.in, &size, &error)) {
@@ -77,7 +80,7 @@ bool shrinkPhoto(const FileTask& task, const Options& options, const ShowShare&,
   }
   // Other pictures may be in front of it.
   Withdrawal withdrawal(&interrupts, &output, std::chrono::seconds(1));
-  const Answer answer = ask(task, &output, &withdrawal);
+  const Answer answer = ask(task, watcher, &output, &withdrawal);
   if (const int number = withdrawal.signalNumber(); number != 0) {
     return outcome->failBySignal(number);
   }

@@ -44,7 +44,8 @@ FitAnswer::Kind kindOf(const char* name) {
 // One job, from the call to its end.
 class Call {
  public:
-  Call(GDBusConnection* bus, const std::function<void(double)>& onProgress, Interrupts* signals)
+  Call(GDBusConnection* bus, const std::function<void(const Step&)>& onProgress,
+       Interrupts* signals)
       : connection(bus),
         progress(onProgress),
         interrupts(signals),
@@ -122,7 +123,8 @@ class Call {
   void takeChanges(GVariant* arguments) const {
     GVariant* changed = g_variant_get_child_value(arguments, 1);
     double share = 0;
-    if (g_variant_lookup(changed, "Progress", "d", &share) != FALSE && progress) progress(share);
+    if (g_variant_lookup(changed, "Progress", "d", &share) != FALSE && progress)
+      progress({.share = share});
     g_variant_unref(changed);
   }
 
@@ -162,7 +164,7 @@ class Call {
   }
 
   GDBusConnection* const connection;
-  const std::function<void(double)>& progress;
+  const std::function<void(const Step&)>& progress;
   Interrupts* const interrupts;
   GMainLoop* const loop;
   std::string token;
@@ -175,8 +177,8 @@ class Call {
 
 }  // namespace
 
-FitAnswer fitPhoto(const FitWish& wish, const std::function<void(double)>& onProgress,
-                   Interrupts* interrupts) {
+FitAnswer fitPhoto(const FitWish& wish, const std::function<void(const Step&)>& onProgress,
+                   const std::function<void()>& onRetry, Interrupts* interrupts) {
   g_autoptr(GError) error = nullptr;
   g_autoptr(GDBusConnection) connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
   if (connection == nullptr) {
@@ -186,6 +188,7 @@ FitAnswer fitPhoto(const FitWish& wish, const std::function<void(double)>& onPro
     return answer;
   }
   const FitAnswer answer = Call(connection, onProgress, interrupts).run(wish);
-  const bool isAskedAgain = answer.kind == FitAnswer::Died && interrupts->received() == 0;
-  return isAskedAgain ? Call(connection, onProgress, interrupts).run(wish) : answer;
+  if (answer.kind != FitAnswer::Died || interrupts->received() != 0) return answer;
+  onRetry();
+  return Call(connection, onProgress, interrupts).run(wish);
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "client/service/interrupts.h"
+#include "client/service/step.h"
 
 struct FitWish {
   int input = -1;  // descriptors, borrowed
@@ -39,8 +40,9 @@ struct FitAnswer {
 };
 
 // `onProgress` hears the share that is done. A signal that `interrupts` notes cancels the job at
-// once. A service that dies is asked once more.
-FitAnswer fitPhoto(const FitWish& wish, const std::function<void(double)>& onProgress,
-                   Interrupts* interrupts);
+// once. A service that dies is asked once more, after
+// `onRetry`.
+FitAnswer fitPhoto(const FitWish& wish, const std::function<void(const Step&)>& onProgress,
+                   const std::function<void()>& onRetry, Interrupts* interrupts);
 
 #endif

@@ -20,7 +20,7 @@ MovieProgress::MovieProgress(const std::string& outputPath) {
   path = std::string(runtimeFolder) + "/tarn-transcode/" + digest + ".progress";
 }
 
-std::optional<double> MovieProgress::doneShare() const {
+std::optional<Step> MovieProgress::step() const {
   g_autofree char* text = nullptr;
   dsjson::JDomParser parser(nullptr);
   if (path.empty() || g_file_get_contents(path.c_str(), &text, nullptr, nullptr) == FALSE ||
@@ -28,8 +28,8 @@ std::optional<double> MovieProgress::doneShare() const {
     return std::nullopt;
   }
   const dsjson::JValue state = parser.getDom();
-  double pass = 0;
-  double passes = 0;
+  int32_t pass = 0;
+  int32_t passes = 0;
   double positionMs = 0;
   double durationMs = 0;
   if (state["pass"].asNumber(pass) != dsjson::CONV_OK ||
@@ -39,5 +39,5 @@ std::optional<double> MovieProgress::doneShare() const {
     return std::nullopt;
   }
   const double ofThisPass = std::clamp(positionMs / durationMs, 0.0, 1.0);
-  return std::clamp((pass - 1 + ofThisPass) / passes, 0.0, 1.0);
+  return Step{std::clamp((pass - 1 + ofThisPass) / passes, 0.0, 1.0), pass, passes};
 }

@@ -8,12 +8,14 @@
 #include <optional>
 #include <string>
 
+#include "client/service/step.h"
+
 class MovieProgress {
  public:
   explicit MovieProgress(const std::string& outputPath);
 
-  // The share of the whole work that is done, over all passes, 0 to 1; nothing when it is unknown.
-  std::optional<double> doneShare() const;
+  // Nothing when it is unknown.
+  std::optional<Step> step() const;
 
  private:
   std::string path;

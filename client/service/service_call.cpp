@@ -112,9 +112,10 @@ Answer callService(const std::string& method, const std::string& payload,
 }
 
 Answer callServiceAgain(const std::string& method, const std::string& payload,
-                        const WhileWaiting& whileWaiting) {
+                        const WhileWaiting& whileWaiting, const std::function<void()>& onRetry) {
   Answer answer = callService(method, payload, whileWaiting);
   if (answer.kind == Answer::Died && (!whileWaiting || whileWaiting())) {
+    if (onRetry) onRetry();
     answer = callService(method, payload, whileWaiting);
   }
   return answer;

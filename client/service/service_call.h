@@ -31,9 +31,14 @@ Answer callService(const std::string& method, const std::string& payload,
                    const WhileWaiting& whileWaiting = nullptr);
 
 // The same, asking once more when the service died: it may have died of somebody else's request.
-// For requests that may be run twice.
+// For requests that may be run twice. `onRetry` is called before the second one.
 Answer callServiceAgain(const std::string& method, const std::string& payload,
-                        const WhileWaiting& whileWaiting = nullptr);
+                        const WhileWaiting& whileWaiting = nullptr,
+                        const std::function<void()>& onRetry = nullptr);
+
+// What to say then.
+inline constexpr char kAskedAgain[] =
+    "the service ended while it worked on the request: asked once more";
 
 // What is said where there is no bus.
 std::string noBusWords(const std::string& reason);

@@ -229,6 +229,8 @@ TEST(ScriptedMovieClientTest, AsksAgainWhenTheServiceDied) {
   client.dir.write("w/in.mp4", std::string(1000000, 'x'));
   EXPECT_EQ(client.run("resize-movie in.mp4 out.mp4").exitCode, 0) << client.errors();
   EXPECT_TRUE(fs::exists(ffmpeg.here() / "killed"));
+  EXPECT_EQ(client.errors(),
+            "tarn-transcode: the service ended while it worked on the request: asked once more\n");
   EXPECT_THAT(namesIn(client.dir / "w"), ElementsAre("in.mp4", "out.mp4"));
 }
 
@@ -240,7 +242,7 @@ constexpr char kTellsProgress[] = R"(
       echo "{\"pass\":$1,\"passes\":2,\"position\":$2,\"duration\":10000}" > "$file.new"
       mv "$file.new" "$file"
       tries=0
-      until grep -q " *$3 %, [0-9:]* left" "$here/shown" || [ $tries = 1000 ]; do
+      until grep -q " $3 % .*[0-9:]* left" "$here/shown" || [ $tries = 1000 ]; do
         sleep 0.02
         tries=$((tries + 1))
       done
@@ -254,28 +256,49 @@ std::string tellsProgress(const char* first, const char* second) {
   return "set -- " + std::string(first) + " " + second + "\n" + kTellsProgress;
 }
 
-TEST(ScriptedMovieClientTest, ShowsTenthsWhereNobodyWatches) {
-  const ScriptedFfmpeg ffmpeg(tellsProgress("20", "90"));
+TEST(ScriptedMovieClientTest, TellsOfProgressWithoutATerminalWhenAsked) {
+  const ScriptedFfmpeg ffmpeg(tellsProgress("25", "25"));
   InstalledClient client(ffmpeg.daemon());
   client.dir.write("w/in.mp4", std::string(1000000, 'x'));
   const std::string shown = ffmpeg.here() / "shown";
-  EXPECT_EQ(runCommand(client.command("resize-movie in.mp4 out.mp4 2>" + shown)).exitCode, 0);
-  EXPECT_THAT(readFile(shown), MatchesRegex("20 %, [0-9:]+ left\n90 %, [0-9:]+ left\n"));
+  const std::string words = "resize-movie in.mp4 out.mp4 --progress 2>" + shown;
+  EXPECT_EQ(runCommand(client.command(words)).exitCode, 0);
+  EXPECT_THAT(readFile(shown), MatchesRegex(" 25 % pass 1 of 2, [0-9:]+ left\n"));
 }
 
-TEST(ScriptedMovieClientTest, RewritesOneLineOnATerminal) {
+TEST_F(MovieClientTest, IsSilentWithoutATerminal) {
+  EXPECT_EQ(run("resize-movie in.mp4 out.mp4 --video-bitrate 200k").exitCode, 0);
+  EXPECT_THAT(errors(), IsEmpty());
+}
+
+// On a terminal of so many columns, as long as it shows what the encoder tells.
+std::string shownOnATerminal(int columns) {
   const ScriptedFfmpeg ffmpeg(tellsProgress("25", "90"));
   InstalledClient client(ffmpeg.daemon());
   client.dir.write("w/in.mp4", std::string(1000000, 'x'));
   const std::string shown = ffmpeg.here() / "shown";
-  const std::string inner = client.dir.write("inner", client.command("resize-movie in.mp4 o.mp4"));
+  const std::string inner =
+      client.dir.write("inner", "stty cols " + std::to_string(columns) + "\n" +
+                                    client.command("resize-movie in.mp4 o.mp4"));
   EXPECT_EQ(runCommand("script -qefc 'sh " + inner + "' " + shown + " >/dev/null").exitCode, 0);
-  const std::string text = readFile(shown);
-  EXPECT_THAT(text, HasSubstr("\r25 %, "));
-  EXPECT_THAT(text, HasSubstr("\r90 %, "));
-  const size_t wiped = text.find("\r" + std::string(30, ' ') + "\r");
+  return readFile(shown);
+}
+
+TEST(ScriptedMovieClientTest, RewritesOneLineOnATerminal) {
+  const std::string text = shownOnATerminal(80);
+  EXPECT_THAT(text, HasSubstr("\r 25 % [#########-----------------------------] pass 1 of 2, "));
+  EXPECT_THAT(text, HasSubstr("\r 90 % [##################################----] pass 2 of 2, "));
+  const size_t wiped = text.rfind(std::string(60, ' ') + "\r");
   ASSERT_NE(wiped, std::string::npos);
   EXPECT_THAT(text.substr(wiped), HasSubstr("/w/o.mp4: 0:10, 1.0 MB, 800 kbit/s"));
+}
+
+TEST(ScriptedMovieClientTest, ANarrowTerminalHasOneLineToo) {
+  const std::string text = shownOnATerminal(30);
+  EXPECT_THAT(text, HasSubstr("\r 25 % [##---------] "));
+  for (size_t at = text.find("\r "); at != std::string::npos; at = text.find("\r ", at + 1)) {
+    EXPECT_LT(text.find_first_of("\r\n", at + 1) - at - 1, 30u) << text;
+  }
 }
 
 }  // namespace
