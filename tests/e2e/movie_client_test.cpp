@@ -86,6 +86,24 @@ TEST_F(MovieClientTest, FitsTheWholeMovieOrTellsWhatWould) {
   EXPECT_FALSE(fs::exists(dir / "w/out.mp4"));
 }
 
+#ifdef TARN_FIT
+TEST_F(MovieClientTest, FitTakesMoviesToo) {
+  fs::copy_file(dir / "w/in.mp4", dir / "w/b.mkv");  // by its name alone
+  const auto both = run("fit in.mp4 b.mkv --out-dir out --size 60k -j 1");
+  EXPECT_EQ(both.exitCode, 0) << errors();
+  for (const char* name : {"w/out/in.mp4", "w/out/b.mp4"}) {
+    EXPECT_LE(fs::file_size(dir / name), 60000u) << name;
+    EXPECT_NEAR(movieFacts(dir / name).seconds, 3, 0.1) << name;
+  }
+  EXPECT_THAT(run("fit in.mp4 copy.mp4 --size 10M").out, HasSubstr(", as it was\n"));
+  EXPECT_EQ(readFile(dir / "w/copy.mp4"), readFile(dir / "w/in.mp4"));
+  // What is in the file may tell where it was made.
+  EXPECT_EQ(run("fit in.mp4 bare.mp4 --size 10M --keep-metadata none").exitCode, 0) << errors();
+  EXPECT_NE(readFile(dir / "w/bare.mp4"), readFile(dir / "w/in.mp4"));
+  EXPECT_EQ(run("fit in.mp4 tiny.mp4 --size 2k").exitCode, 4);
+}
+#endif
+
 TEST_F(MovieClientTest, KeepsTheModeOfTheFileItReplaces) {
   dir.write("w/out.mp4", "old");
   chmod((dir / "w/out.mp4").c_str(), 0600);
