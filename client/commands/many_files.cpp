@@ -137,8 +137,9 @@ class Crew {
   ExitCode run() {
     folders.make(fs::path(tasks[0].out).parent_path());  // where it fails each file says why
     while (hasMore() || !children.empty()) {
-      while (hasMore() && children.size() < static_cast<size_t>(options.jobs))
+      while (hasMore() && children.size() < static_cast<size_t>(options.jobs)) {
         start(next++);
+      }
       takeSignal(signals.take());
       takeEnds();
       showProgress();
@@ -178,8 +179,8 @@ class Crew {
     try {
       const Watcher watcher = {[&](const Step& step) { told.share = step.share; },
                                [&](const std::string& words) {
-                                 if (!options.quiet)
-                                   sayFailure(tasks[child.index].in + ": " + words);
+                                 if (options.quiet) return;
+                                 sayFailure(tasks[child.index].in + ": " + words);
                                }};
       const Outcome outcome = makeOne(tasks[child.index], options, make, watcher);
       told.inputBytes = outcome.inputBytes.value_or(0);
@@ -219,8 +220,10 @@ class Crew {
     child.results.copyTo(stdout);
     if (code < ExitSignal) child.failures.copyTo(stderr);  // of the signal it is told once
     if (WIFSIGNALED(status)) {
-      sayFailure(tasks[child.index].in + ": the process that made it was ended by signal " +
-                 std::to_string(WTERMSIG(status)));
+      const std::string number = std::to_string(WTERMSIG(status));
+      const std::string reason = "the process that made it was ended by signal " + number;
+      tellProgram(child.index, reason);
+      if (signalNumber == 0) sayFailure(tasks[child.index].in + ": " + reason);
     }
     if (code != ExitDone) {
       ++failed;
@@ -232,16 +235,20 @@ class Crew {
   }
 
   // A program that reads JSON gets an object for every file.
-  void tellOfOthers() {
+  void tellProgram(size_t index, const std::string& reason) const {
     if (!options.json) return;
-    for (; next < tasks.size(); ++next) {
-      Outcome outcome;
-      outcome.input = tasks[next].in;
-      outcome.output = tasks[next].out;
-      outcome.fail("it was not begun");
-      printf("%s\n", jsonOf(outcome).c_str());
-    }
+    Outcome outcome;
+    outcome.input = tasks[index].in;
+    outcome.output = tasks[index].out;
+    outcome.fail(reason);
+    printf("%s\n", jsonOf(outcome).c_str());
     fflush(stdout);
+  }
+
+  void tellOfOthers() {
+    for (; next < tasks.size(); ++next) {
+      tellProgram(next, "it was not begun");
+    }
   }
 
   void showProgress() {
