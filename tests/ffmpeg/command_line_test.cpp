@@ -110,6 +110,23 @@ TEST(CommandLineTest, AConstantQuantiserKnowsNoBitrate) {
   EXPECT_EQ(text.find("-pass"), std::string::npos) << text;
 }
 
+TEST(CommandLineTest, H264HasItsOwnWords) {
+  const std::string coder =
+      "-fps_mode vfr -g 250 -preset veryfast -pix_fmt yuv420p -x264-params "
+      "ratetol=0.01 -qmin 14 -threads:v 1 ";
+  Attempt wanted = attempt();
+  wanted.toleranceBits = 50000;
+  EXPECT_NE(line({"-vcodec", "libx264", "o.mp4"}, wanted).find(coder + "-b:v 100000 -pass 1"),
+            std::string::npos);
+  wanted = attempt(Attempt::Kind::Constant);
+  wanted.videoBitsPerSecond = 0;
+  for (const auto& [quantiser, words] : {std::pair{8, "-crf 28 -c:a"}, {113, "-qp 51 -c:a"}}) {
+    wanted.quantiser = quantiser;
+    EXPECT_NE(line({"-vcodec", "libx264", "-acodec", "aac", "o.mp4"}, wanted).find(coder + words),
+              std::string::npos);
+  }
+}
+
 TEST(CommandLineTest, CopiedAsItIs) {
   EXPECT_EQ(line({"-vcodec", "mpeg4", "-b", "691k", "-acodec", "libfaac", "-ab", "76799", "o.mp4"},
                  attempt(Attempt::Kind::Copy)),

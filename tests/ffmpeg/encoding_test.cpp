@@ -240,7 +240,8 @@ TEST_F(EncodingTest, NamesThatMeanSomethingElsewhere) {
 class TwoPassTest : public EncodingTest, public testing::WithParamInterface<const char*> {};
 
 TEST_P(TwoPassTest, LogsWhereTheCallerRemovesThem) {
-  const std::string clip = movieClip({.size = "320x240"});
+  const std::string clip =
+      movieClip({.name = "other.mkv", .size = "320x240", .videoCodec = "mpeg2video"});
   const std::string out = folder / "out.mp4";
   const RunResult first = runFfmpeg({"-i", clip, "-y", "-vcodec", GetParam(), "-b", "500k", "-pass",
                                      "1", "-passlogfile", out, "-an", "-f", "mp4", "/dev/null"});

@@ -100,6 +100,36 @@ TEST(FitPlanTest, AFirstPassThatFitsIsAll) {
   EXPECT_GT(encoder.kept.bytes, 949999 * 92 / 100);
 }
 
+TEST(FitPlanTest, H264IsMadeInTwoPassesDownToItsOwnCoarsest) {
+  FitPlan plan(options({"-vcodec", "libx264", "-fs", "949999"}), clip());
+  FormulaEncoder encoder(0.5);
+  EXPECT_EQ(encoder.follow(plan), Verdict::Done);
+  EXPECT_THAT(encoder.kinds, ElementsAre(Kind::First, Kind::Second));
+  EXPECT_GT(encoder.kept.bytes, 949999 * 9 / 10);
+
+  FitPlan hopeless(options({"-vcodec", "libx264", "-fs", "3000"}), clip());
+  FormulaEncoder hard(9);
+  EXPECT_EQ(hard.follow(hopeless), Verdict::Impossible);
+  EXPECT_EQ(hopeless.attempt().quantiser, 113);
+  EXPECT_GT(hopeless.smallestBytes(), 3000);
+}
+
+TEST(VideoCoderTest, QuantisersOfOneStepAreOne) {
+  EXPECT_NEAR(quantiserOfQp(28), 7.94, 0.01);
+  for (const int qp : {14, 28, 51}) {
+    EXPECT_EQ(qpOfQuantiser(quantiserOfQp(qp)), qp);
+  }
+  EXPECT_EQ(qpOfQuantiser(1e6), 51);
+}
+
+TEST(PictureLadderTest, AllSizesStayWithinAWish) {
+  Options asked = options({"-vcodec", "libx264"});
+  asked.mostSize = {0, 300};
+  const auto rungs = pictureLadder(asked, *clip().video);
+  EXPECT_EQ(rungs.front().size, (PictureSize{400, 300}));
+  EXPECT_LT(rungs[1].size.width, 400);
+}
+
 TEST(FitPlanTest, ASecondPassMendsAFirstThatIsALittleOver) {
   FitPlan plan(options({"-vcodec", "mpeg4", "-b", "691k", "-ab", "76799", "-fs", "949999"}),
                clip());
@@ -206,7 +236,7 @@ TEST(FitPlanTest, ASampleChoosesTheLargestBearablePicture) {
         const double bits = encoder.videoBits(rungs[size], kSampleQuantisers[i], 1);
         const double frames = rungs[size].framesPerSecond;
         measured[size][i] = {1, static_cast<int>(frames) - 1, bits / frames,
-                             bits / frames * (frames - 1), 8};
+                             bits / frames * (frames - 1), 1.0 * kSampleQuantisers[i]};
       }
     }
     plan.sampled(Sample(rungs, measured));
@@ -233,7 +263,7 @@ TEST(FitPlanTest, CoarsePicturesComeBeforeHeldFrames) {
   for (size_t size = 0; size < 2; ++size) {
     for (size_t i = 0; i < kSampleQuantisers.size(); ++i) {
       const double bits = scale * encoder.videoBits(rungs[size], kSampleQuantisers[i], 1);
-      measured[size][i] = {1, 24, bits / 25, bits / 25 * 24, 8};
+      measured[size][i] = {1, 24, bits / 25, bits / 25 * 24, 1.0 * kSampleQuantisers[i]};
     }
   }
   plan.sampled(Sample(rungs, measured));
@@ -412,6 +442,17 @@ TEST(ComplexityTest, ReadsTheEncodersLog) {
   EXPECT_EQ(log->interBits, 4249);
   EXPECT_NEAR(log->quantiser, (2 * 26413 + 4 * 4249) / 30662.0, 1e-9);
   EXPECT_NEAR(log->spread, 1.0 / 3, 1e-9);
+  const auto h264 = parsePassLog(
+      "#options: 320x240 fps=25/1 timebase=1/25 bitdepth=8 cabac=1 ref=1;\n"
+      "in:0 out:0 type:I dur:2 cpbdur:2 q:28.00 aq:19.89 tex:9000 mv:700 misc:300 imb:80 pmb:0;\n"
+      "in:4 out:1 type:P dur:2 cpbdur:2 q:34.00 aq:21.10 tex:3000 mv:800 misc:200 imb:5;\n"
+      "in:2 out:2 type:b dur:2 cpbdur:2 q:34.00 aq:22.30 tex:500 mv:400 misc:100 imb:0;\n");
+  ASSERT_TRUE(h264);
+  EXPECT_EQ(h264->intraFrames, 1);
+  EXPECT_EQ(h264->interFrames, 2);
+  EXPECT_EQ(h264->intraBits, 10000);
+  EXPECT_EQ(h264->interBits, 5000);
+  EXPECT_NEAR(h264->quantiser, 7.94 * (1 + 1.0 / 3), 0.01);
   EXPECT_FALSE(parsePassLog(""));
   EXPECT_FALSE(parsePassLog("#options: 320x240 fps=25/1\nno log of this kind;\n"));
 }

@@ -14,6 +14,7 @@ using Kind = Attempt::Kind;
 
 // Key frames cost much; players of clips that fit a message do without more of them.
 constexpr char kKeyFrameDistance[] = "250";
+constexpr int kFinestQp = 14;  // more bits would not show
 constexpr int64_t kSmallPixels = 800 * 600;
 
 class CommandLine {
@@ -81,15 +82,32 @@ void addPictures(const Options& options, const VideoFacts& video, const Rung& pi
   const std::string filter = videoFilter(options, video, picture.size, paths.mapsTones);
   line->addIf(!filter.empty(), "-vf", filter);
   line->add({"-fps_mode", keepsTimes(options) ? "vfr" : "cfr"});
-  if (hasQuantiser(options)) {
+  if (isH264(options)) {
+    // What every receiver plays; a slower preset costs several times the time for no better SSIM.
+    line->add({"-g", kKeyFrameDistance, "-preset", "veryfast", "-pix_fmt", "yuv420p"});
+    line->add({"-x264-params", "ratetol=0.01"});
+    line->addIf(options.videoBitRate.empty(), "-qmin", std::to_string(kFinestQp));
+  } else if (hasQuantiser(options)) {
     line->add({"-g", kKeyFrameDistance});
     // Deciding each block by what it costs takes up to half as much time again; without it still
     // pictures are coded again and again, in up to eight times the bytes.
     if (isScarce) line->add({"-mbd", "rd"});
   }
   // Threads cut a picture into slices, which costs bits and makes its size the machine's.
-  const bool isSmall = hasQuantiser(options) && picture.pixels() <= kSmallPixels;
+  const bool isSmall =
+      hasQuantiser(options) && !isH264(options) && picture.pixels() <= kSmallPixels;
   line->add({"-threads:v", std::to_string(isSmall ? 1 : paths.threads)});
+}
+
+// x264's constant quality has its rate control's ways with bits, which a plain quantiser lacks:
+// only the coarsest is one.
+void addQuantiser(const Options& options, int quantiser, CommandLine* line) {
+  if (isH264(options)) {
+    const bool isFloor = quantiser >= coarsestQuantiser(options);
+    line->add({isFloor ? "-qp" : "-crf", std::to_string(qpOfQuantiser(quantiser))});
+  } else {
+    line->add({"-qscale:v", std::to_string(quantiser)});
+  }
 }
 
 void addVideo(const Options& options, const MediaFacts& facts, const Attempt& attempt,
@@ -104,9 +122,9 @@ void addVideo(const Options& options, const MediaFacts& facts, const Attempt& at
   }
   addPictures(options, *facts.video, attempt.picture, !attempt.hasPlenty(), paths, line);
   line->addIf(attempt.videoBitsPerSecond > 0, "-b:v", std::to_string(attempt.videoBitsPerSecond));
-  line->addIf(attempt.toleranceBits > 0 && hasQuantiser(options), "-bt",
+  line->addIf(attempt.toleranceBits > 0 && hasQuantiser(options) && !isH264(options), "-bt",
               std::to_string(attempt.toleranceBits));
-  if (attempt.kind == Kind::Constant) line->add({"-qscale:v", std::to_string(attempt.quantiser)});
+  if (attempt.kind == Kind::Constant) addQuantiser(options, attempt.quantiser, line);
   if (attempt.kind == Kind::First || attempt.kind == Kind::Second) {
     line->add(
         {"-pass", attempt.kind == Kind::First ? "1" : "2", "-passlogfile", paths.passLogPrefix});
@@ -153,6 +171,7 @@ std::vector<std::string> commandLine(const Options& options, const MediaFacts& f
   addAudio(options, attempt, &line);
   if (!jumps) addStart(start, &line);
   line.addIf(options.clipLengthMs() > 0, "-t", options.clipLength);
+  if (options.startsFast) line.add({"-movflags", "+faststart"});
   const bool isFile = !paths.output.starts_with("/dev/");
   line.add({"-f", options.format, (isFile ? "file:" : "") + paths.output});
   return line.words;
@@ -174,8 +193,8 @@ std::vector<std::string> sampleLine(const Options& options, const MediaFacts& fa
       for (const int quantiser : kSampleQuantisers) {
         line.add({"-map", std::to_string(part) + ":V:0", "-an", "-sn", "-dn"});
         addPictures(options, *facts.video, rung, true, paths, &line);
-        line.add({"-qscale:v", std::to_string(quantiser), "-pass", "1", "-passlogfile",
-                  paths.passLogPrefix, "-f", "null", "/dev/null"});
+        addQuantiser(options, quantiser, &line);
+        line.add({"-pass", "1", "-passlogfile", paths.passLogPrefix, "-f", "null", "/dev/null"});
       }
     }
   }

@@ -26,7 +26,7 @@ constexpr int64_t kRunaway = 4;  // times the limit
 constexpr double kEarlyShare = 0.25;
 constexpr double kSampleCost = 8;  // times its length, in encodes of the clip
 constexpr double kLargePixels = 1e6;
-constexpr double kLikelyAfterFirst = 0.3;  // encodes, as long as nothing is known
+constexpr double kLargePixelsOfH264 = 1e5;  // its encoders hold many pictures
 
 // A test shortens it.
 std::chrono::milliseconds stallLimit() {
@@ -106,7 +106,8 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
   const auto deadline = Clock::now() + stallLimit();  // the plan does without a slower one
   // Most of its cost is the way to each part, from the key frame before it.
   progress.begin(std::min(1.0, kSampleCost * sampled / std::max(seconds, 0.1)), 1.5);
-  const bool isLarge = rungs[0].pixels() > kLargePixels;
+  const double mostPixels = isH264(options) ? kLargePixelsOfH264 : kLargePixels;
+  const bool isLarge = rungs[0].pixels() > mostPixels;
   const size_t atOnce = isLarge ? 1 : parts.size();  // each has a decoder and four encoders
   std::array<Sample::PerQuantiser, 2> measured;
   for (size_t done = 0; done < parts.size(); done += atOnce) {
@@ -136,7 +137,7 @@ bool AttemptRunner::goesOn(const FitPlan& plan, int64_t positionMs, int64_t repo
   share = lengthMs > 0 ? std::min(static_cast<double>(positionMs) / lengthMs, 1.0) : 0;
   const double likely = likelyBytes(static_cast<double>(bytes), share);
   const bool isEarly = attempt.kind == Kind::First && share <= kEarlyShare;
-  progress.at(share, isEarly ? kLikelyAfterFirst : plan.encodesAfter(likely));
+  progress.at(share, isEarly ? plan.encodesAfterUnknown() : plan.encodesAfter(likely));
 
   const int64_t limit = plan.budget().maxBytes;
   // The coarsest encode may be far above the limit, but not above a bit for each pixel.
@@ -159,7 +160,7 @@ EncodeResult AttemptRunner::encode(const FitPlan& plan) {
   paths.mapsTones = mapsTones;
   paths.threads = program.threads;
   share = 0;
-  progress.begin(1, plan.attempt().kind == Kind::First ? kLikelyAfterFirst : 0);
+  progress.begin(1, plan.attempt().kind == Kind::First ? plan.encodesAfterUnknown() : 0);
   EncodeResult result =
       runEncode(jobFor(commandLine(options, facts, plan.attempt(), paths)), signals,
                 [&](int64_t positionMs, int64_t bytes) { return goesOn(plan, positionMs, bytes); });
@@ -175,6 +176,7 @@ bool AttemptRunner::run(const FitPlan& plan, Outcome* outcome, Failure* failure)
     result = encode(plan);
   }
   lastWords = result.words;
+  if (plan.attempt().kind != Kind::Copy) ++encoded;
   lastWrittenMs = result.positionMs;
   return judge(plan, result, outcome, failure);
 }

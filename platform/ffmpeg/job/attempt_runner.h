@@ -16,8 +16,9 @@ class StopSignals;
 
 // Why a job cannot go on.
 struct Failure {
-  std::string words;   // one or more lines
-  int stopSignal = 0;  // the one that ended it, or 0
+  std::string words;          // one or more lines
+  int stopSignal = 0;         // the one that ended it, or 0
+  int64_t smallestBytes = 0;  // where the limit was too small: the least that would do
 };
 
 struct EncoderProgram {
@@ -44,6 +45,7 @@ class AttemptRunner {
   // What was written last, by the encoder's own account.
   int64_t writtenMs() const { return lastWrittenMs; }
   const std::string& words() const { return lastWords; }
+  int encodes() const { return encoded; }  // of the whole clip
 
  private:
   EncodeJob jobFor(std::vector<std::string> arguments) const;
@@ -64,6 +66,7 @@ class AttemptRunner {
   double share = 0;  // of the present encode that is done
   int64_t lastWrittenMs = 0;
   std::string lastWords;
+  int encoded = 0;
 };
 
 #endif

@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
-JobProgress::JobProgress(const Options& options, int64_t durationMs) : file(options.target()) {
+JobProgress::JobProgress(const Options& options, int64_t durationMs, ShareListener shareListener)
+    : listener(std::move(shareListener)) {
+  if (!listener) file.emplace(options.target());
   progress.pass = options.pass == 2 ? 2 : 1;
   progress.passes = options.pass == 0 ? 1 : 2;
   progress.durationMs = durationMs;
-  file.write(progress);
+  if (file) file->write(progress);
 }
 
 void JobProgress::begin(double cost, double after) {
@@ -28,5 +31,9 @@ void JobProgress::tell(double done, double all) {
   const double share = all > 0 ? done / all : 0;
   const int64_t position = std::llround(share * static_cast<double>(progress.durationMs));
   progress.positionMs = std::max(progress.positionMs, std::min(position, progress.durationMs));
-  file.write(progress);
+  if (file) {
+    file->write(progress);
+  } else if (progress.durationMs > 0) {
+    listener(static_cast<double>(progress.positionMs) / static_cast<double>(progress.durationMs));
+  }
 }

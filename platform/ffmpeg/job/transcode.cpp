@@ -78,8 +78,11 @@ Sandbox sandboxFor(const Options& options, const std::string& program) {
   return sandbox;
 }
 
-Transcode::Transcode(const Options& asked, std::string program)
-    : options(asked), programPath(std::move(program)), target(resolved(asked.target())) {}
+Transcode::Transcode(const Options& asked, std::string program, ShareListener shareListener)
+    : options(asked),
+      programPath(std::move(program)),
+      listener(std::move(shareListener)),
+      target(resolved(asked.target())) {}
 
 bool Transcode::checkPaths(std::string* error) const {
   struct stat status {};
@@ -202,8 +205,10 @@ bool Transcode::make(FitPlan& plan, AttemptRunner& runner, Failure* failure) {
     verdict = plan.take(outcome);
     if (plan.keepsLast() && !keep(runner, &failure->words)) return false;
   }
+  encoded = runner.encodes();
   if (verdict == FitPlan::Verdict::Done) return publish(&failure->words);
   failure->words = refusal(plan);
+  failure->smallestBytes = plan.smallestBytes();
   return false;
 }
 
@@ -234,7 +239,7 @@ bool Transcode::run(Failure* failure) {
   work = WorkDirectory::create(target, error, ProgressFile::pathsFor(options.target()));
   if (!work) return false;
   FitPlan plan(options, facts);
-  JobProgress progress(options, clipLengthMs(options, facts));
+  JobProgress progress(options, clipLengthMs(options, facts), listener);
   AttemptRunner runner(options, facts, {programPath, memoryBytes, threadCount()}, *work, signals,
                        progress);
   if (options.pass == 2) continueFromPassLog(plan);

@@ -17,12 +17,14 @@
 // file, by the log or, where there is none, from scratch. A limit holds in either way.
 class Transcode {
  public:
-  // `program` is the system's ffmpeg.
-  Transcode(const Options& asked, std::string program);
+  // `program` is the system's ffmpeg. Without a `listener` a progress file tells how far it is.
+  Transcode(const Options& asked, std::string program, ShareListener listener = nullptr);
 
   // Reads the input and makes the output. On success the output is in its place; on failure the
   // former file, if any, is still there, nothing is left behind, and *failure says why.
   bool run(Failure* failure);
+  // Of a success, encodes of the whole clip that it took; 0: its streams went over as they were.
+  int encodes() const { return encoded; }
 
  private:
   bool checkPaths(std::string* error) const;
@@ -39,9 +41,11 @@ class Transcode {
 
   Options options;
   std::string programPath;
+  ShareListener listener;
   std::string target;  // where the output (or the pass log) ends up, links resolved
   MediaFacts facts;
   std::unique_ptr<WorkDirectory> work;
+  int encoded = 0;
 };
 
 // What this program itself may do while it serves these options.

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/ffmpeg/plan/size_model.h"
-
 namespace {
 
 constexpr double kHopeless = 1.5;  // of a limit: beyond it rate control is at its coarsest
@@ -61,13 +59,13 @@ Attempt secondPass(const Rung& picture, const SoundChoice& sound, double videoBi
 Attempt constantQuantiser(const Rung& picture, const SoundChoice& sound, int quantiser,
                           const Budget& budget) {
   Attempt attempt = attemptOf(Attempt::Kind::Constant, picture, sound);
-  attempt.quantiser = std::clamp(quantiser, 1, kCoarsestQuantiser);
+  attempt.quantiser = std::max(1, quantiser);
   attempt.stopBytes = hopelessBytes(budget);
   return attempt;
 }
 
-Attempt coarsest(const Rung& picture, const SoundChoice& sound) {
+Attempt coarsest(const Rung& picture, const SoundChoice& sound, int quantiser) {
   Attempt attempt = attemptOf(Attempt::Kind::Constant, picture, sound);
-  attempt.quantiser = kCoarsestQuantiser;
+  attempt.quantiser = quantiser;
   return attempt;
 }

@@ -25,7 +25,7 @@ struct Attempt {
   Rung picture;
   int64_t videoBitsPerSecond = 0;  // 0: the encoder's own choice
   int64_t toleranceBits = 0;       // how far the rate control may run ahead; 0: its own choice
-  int quantiser = 0;               // Constant only, 1 to 31
+  int quantiser = 0;               // Constant only, on the scale of video_coder.h
   SoundChoice sound;
   // The encode is hopeless as soon as it has written more than this; 0: let it run.
   int64_t stopBytes = 0;
@@ -50,7 +50,8 @@ Attempt secondPass(const Rung& picture, const SoundChoice& sound, double videoBi
                    const Budget& budget);
 Attempt constantQuantiser(const Rung& picture, const SoundChoice& sound, int quantiser,
                           const Budget& budget);
-Attempt coarsest(const Rung& picture, const SoundChoice& sound);
+// The codec's coarsest, whatever it comes to.
+Attempt coarsest(const Rung& picture, const SoundChoice& sound, int quantiser);
 
 struct Outcome {
   enum class End {

@@ -5,6 +5,10 @@
 namespace {
 
 constexpr double kSoundShare = 0.4;  // at most, of a file with pictures
+// Of a bitrate that nobody asked for: a part of that share, within these bits per second.
+constexpr double kUnaskedPart = 0.5;
+constexpr int64_t kLeastUnasked = 40'000;
+constexpr int64_t kMostUnasked = 128'000;
 // Containers: a fixed part, and the entries of one sample in the index.
 constexpr double kHeadBytes = 1500;
 constexpr double kSampleBytes = 11;
@@ -19,6 +23,10 @@ SoundChoice soundWithin(int64_t bytes, const Options& options, const MediaFacts&
     const double share = facts.video ? kSoundShare : 1;
     const auto most = static_cast<int64_t>(static_cast<double>(bytes) * 8 * share /
                                            std::max(budget.seconds, 1.0));
+    if (bits == 0 && facts.video) {
+      bits = std::clamp(static_cast<int64_t>(static_cast<double>(most) * kUnaskedPart),
+                        kLeastUnasked, kMostUnasked);
+    }
     bits = bits > 0 ? std::min(bits, most) : most;
   }
   if (bits > 0 || budget.maxBytes > 0) return chooseSound(options, facts.audio[0], bits);

@@ -1,10 +1,13 @@
 #include "platform/ffmpeg/plan/complexity.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <string>
 #include <vector>
+
+#include "platform/ffmpeg/plan/video_coder.h"
 
 namespace {
 
@@ -22,6 +25,12 @@ std::optional<double> numberBehind(std::string_view line, const std::string& nam
   return value;
 }
 
+// "I" and "i" of x264's.
+bool isIntraLetter(std::string_view line) {
+  const size_t at = line.find(" type:");
+  return at != std::string_view::npos && at + 6 < line.size() && tolower(line[at + 6]) == 'i';
+}
+
 struct Frame {
   bool isIntra = false;
   double quantiser = 0;
@@ -31,9 +40,10 @@ struct Frame {
 std::optional<Frame> frameOf(std::string_view line) {
   const auto type = numberBehind(line, "type");
   const auto quantiser = numberBehind(line, "q");
-  if (!type || !quantiser) return std::nullopt;
-  Frame frame = {*type == kIntra, *quantiser / kLambdaPerQuantiser};
-  for (const char* part : {"itex", "ptex", "mv", "misc"}) {
+  if (!quantiser) return std::nullopt;
+  Frame frame = {isIntraLetter(line), quantiserOfQp(*quantiser)};
+  if (type) frame = {*type == kIntra, *quantiser / kLambdaPerQuantiser};
+  for (const char* part : {"itex", "ptex", "tex", "mv", "misc"}) {
     frame.bits += numberBehind(line, part).value_or(0);
   }
   return frame;

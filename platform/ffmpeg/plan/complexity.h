@@ -11,7 +11,7 @@ struct Complexity {
   int interFrames = 0;
   double intraBits = 0;
   double interBits = 0;
-  double quantiser = 0;  // mean over the bits, 1 to 31
+  double quantiser = 0;  // mean over the bits, on the scale of video_coder.h
   double spread = 0;     // of the frames' quantisers: standard deviation over mean
 
   int frames() const { return intraFrames + interFrames; }
@@ -26,7 +26,8 @@ struct Complexity {
 };
 
 // Reads the log that libavcodec's MPEG-4 and H.263 encoders write in a first pass: one line a
-// frame, "in:0 out:0 type:1 q:236 itex:24714 ptex:0 mv:0 misc:1699 …", q in units of 1/118.
+// frame, "in:0 out:0 type:1 q:236 itex:24714 ptex:0 mv:0 misc:1699 …", q in units of 1/118; or
+// x264's, "in:0 out:0 type:I dur:2 cpbdur:2 q:24.50 aq:19.89 tex:9876 mv:543 misc:210 …".
 // Nothing when it holds no such line.
 std::optional<Complexity> parsePassLog(std::string_view log);
 

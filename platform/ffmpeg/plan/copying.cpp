@@ -9,12 +9,17 @@ constexpr double kSameRate = 0.006;  // rates are told in thousandths and probed
 
 std::string decodedName(const std::string& encoder) {
   if (encoder == "libfaac") return "aac";
+  if (encoder == "libx264") return "h264";
   return encoder == "libopencore_amrnb" ? "amr_nb" : encoder;
 }
 
 bool isWhole(const Options& options, const MediaFacts& facts) {
   return options.startOffsetMs() == 0 && !facts.durationIsGuess &&
          (options.clipLengthMs() == 0 || options.clipLengthMs() * 1000 >= facts.durationUs);
+}
+
+bool isWithin(int limit, int side) {
+  return limit == 0 || side <= limit;
 }
 
 bool isThePicture(const Options& options, const VideoFacts& video) {
@@ -24,8 +29,10 @@ bool isThePicture(const Options& options, const VideoFacts& video) {
       options.frameRate.empty() ||
       std::abs(strtod(options.frameRate.c_str(), nullptr) - video.averageRate.value()) < kSameRate;
   // Upright, and in the colours that players of it expect.
-  return options.videoCodec == video.codec && sizeIsRight && rateIsRight &&
-         video.quarterTurns == 0 && !video.fullRange && video.pixelFormat == "yuv420p";
+  return decodedName(options.videoCodec) == video.codec && sizeIsRight && rateIsRight &&
+         isWithin(options.mostSize.width, video.width) &&
+         isWithin(options.mostSize.height, video.height) && video.quarterTurns == 0 &&
+         !video.fullRange && video.pixelFormat == "yuv420p";
 }
 
 bool isTheSound(const Options& options, const AudioFacts& audio) {

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <set>
-#include <string>
 
 #include "platform/ffmpeg/plan/byte_shares.h"
 #include "platform/ffmpeg/plan/copying.h"
@@ -28,7 +26,9 @@ constexpr int kFineQuantiser = 20;
 constexpr int kFinestUseful = 2;
 // Encodes after a first that seems to leave room: as a rule the file is only behind the encoder.
 constexpr double kLikelyAfterSmall = 0.3;
-constexpr int kMostSeconds = 2;  // second passes in one picture
+constexpr double kLikelyAfterFirst = 0.3;  // as long as nothing is known of it
+constexpr double kSecondOfH264 = 1.6;      // its cost in first ones, which are made in haste
+constexpr int kMostSeconds = 2;            // second passes in one picture
 constexpr int kMostQuantisers = 3;
 constexpr int kMostPictures = 4;
 
@@ -41,17 +41,6 @@ double pixelsPerSecond(const Rung& picture) {
 }
 
 }  // namespace
-
-bool keepsPassLog(const Options& options) {
-  return hasQuantiser(options) || options.videoCodec == "libx264";
-}
-
-bool hasQuantiser(const Options& options) {
-  static const std::set<std::string> names = {"mpeg4",      "h263",      "h263p", "flv",
-                                              "msmpeg4",    "wmv1",      "wmv2",  "msmpeg4v2",
-                                              "mpeg1video", "mpeg2video"};
-  return names.count(options.videoCodec) > 0;
-}
 
 FitPlan::FitPlan(const Options& asked, const MediaFacts& about)
     : options(asked), facts(about), limits(budgetOf(asked, about)), model(limits.seconds) {
@@ -121,8 +110,13 @@ bool FitPlan::fills(int64_t bytes) const {
   return static_cast<double>(bytes) >= share * static_cast<double>(limits.maxBytes);
 }
 
+double FitPlan::encodesAfterUnknown() const {
+  return isH264(options) ? kSecondOfH264 : kLikelyAfterFirst;
+}
+
 double FitPlan::encodesAfter(double bytes) const {
   if (limits.maxBytes == 0 || next.kind != Kind::First) return 0;
+  if (isH264(options)) return kSecondOfH264;
   if (bytes > static_cast<double>(limits.maxBytes)) return 1;
   return fills(std::llround(bytes)) ? 0 : kLikelyAfterSmall;
 }
@@ -149,8 +143,9 @@ size_t FitPlan::bearableRung(const SizeModel& sizes) const {
 // From this one on, the first that is reckoned to stay within the limit at all; the ladder's end
 // if none.
 size_t FitPlan::possibleRung(size_t chosen) const {
-  while (chosen < rungs.size() && model.bits(rungs[chosen], kCoarsestQuantiser) * kFloorMargin >
-                                      videoAimBits(rungs[chosen], sound())) {
+  while (chosen < rungs.size() &&
+         model.bits(rungs[chosen], coarsestQuantiser(options)) * kFloorMargin >
+             videoAimBits(rungs[chosen], sound())) {
     ++chosen;
   }
   return chosen;
@@ -162,7 +157,7 @@ void FitPlan::sampled(const Sample& sample) {
   if (chosen == rungs.size()) chosen = possibleRung(0);
   beginPicture(std::min(chosen, rungs.size() - 1));
   // Rate control does not know what to do with bits that only key frames have a use for.
-  if (!sample.isEven(limits.seconds) && !options.discardsOutput()) {
+  if (!sample.isEven(limits.seconds) && !options.discardsOutput() && !isH264(options)) {
     tryQuantiser(videoAimBits(next.picture, next.sound));
   }
 }
@@ -208,7 +203,7 @@ FitPlan::Verdict FitPlan::afterFirst(const Tried& last, bool isWithin) {
   if (last.outcome.end != End::Whole) {
     // Rate control may lose its way where a fixed quantiser, by the sample, does not.
     if (model.isKnown()) return tryQuantiser(videoAimBits(next.picture, next.sound));
-    model.learn(next.picture, kCoarsestQuantiser, videoBitsOf(last));
+    model.learn(next.picture, coarsestQuantiser(options), videoBitsOf(last));
     return tryBelow();
   }
   log = last.outcome.log;
@@ -221,7 +216,8 @@ FitPlan::Verdict FitPlan::afterFirst(const Tried& last, bool isWithin) {
     return Verdict::Encode;
   }
   const bool isFinest = log && log->quantiser <= kFinest;
-  const bool isUneven = log && log->spread > kUneven;
+  // The first pass of H.264 is made in haste.
+  const bool isUneven = isH264(options) || (log && log->spread > kUneven);
   if (isWithin && (isFinest || (fills(last.outcome.bytes) && !isUneven))) return Verdict::Done;
   return refine(videoAimBits(next.picture, next.sound));
 }
@@ -245,8 +241,9 @@ bool FitPlan::growsPicture(double quantiser) {
 // After a first pass: closer to these bits, in the same picture.
 FitPlan::Verdict FitPlan::refine(double videoBits) {
   const bool isFine =
-      !log || !model.isKnown() ||
-      (log->isEven() && model.quantiserFor(next.picture, videoBits) <= kFineQuantiser);
+      !log || !model.isKnown() || isH264(options) ||
+      (log->isEven() &&
+       model.quantiserFor(next.picture, videoBits, coarsestQuantiser(options)) <= kFineQuantiser);
   if (hasQuantiser(options) && !isFine) return tryQuantiser(videoBits);
   double frames = std::max(1.0, next.picture.framesPerSecond * limits.seconds);
   if (log) frames = log->frames();
@@ -289,14 +286,15 @@ FitPlan::Verdict FitPlan::afterConstant(const Tried& last, bool isWithin) {
 
 FitPlan::Verdict FitPlan::tryQuantiser(double videoBits) {
   if (!hasQuantiser(options) || !model.isKnown()) return tryBelow();
-  int quantiser = std::max(kFinestUseful, model.quantiserFor(next.picture, videoBits));
+  const int most = coarsestQuantiser(options);
+  int quantiser = std::max(kFinestUseful, model.quantiserFor(next.picture, videoBits, most));
   for (const Tried& one : tried) {
     const bool isAlike =
         one.attempt.kind == Kind::Constant && isSame(one.attempt.picture, next.picture);
     if (isAlike && !fits(one.outcome)) quantiser = std::max(quantiser, one.attempt.quantiser + 1);
     if (isAlike && fits(one.outcome) && one.attempt.quantiser <= quantiser) return Verdict::Done;
   }
-  if (quantiser > kCoarsestQuantiser || made(Kind::Constant) >= kMostQuantisers) return tryBelow();
+  if (quantiser > most || made(Kind::Constant) >= kMostQuantisers) return tryBelow();
   const bool isOfUse = !best || !isSame(best->attempt.picture, next.picture) ||
                        model.bits(next.picture, quantiser) > kGain * videoBitsOf(*best);
   if (!isOfUse) return Verdict::Done;
@@ -312,7 +310,8 @@ FitPlan::Verdict FitPlan::tryBelow() {
     beginPicture(chosen);
   } else if (hasQuantiser(options)) {
     rung = rungs.size() - 1;
-    next = coarsest(rungs[rung], soundWithin(0, options, facts, limits));
+    next =
+        coarsest(rungs[rung], soundWithin(0, options, facts, limits), coarsestQuantiser(options));
   } else {
     return Verdict::Impossible;
   }

@@ -9,6 +9,7 @@
 #include "platform/ffmpeg/plan/budget.h"
 #include "platform/ffmpeg/plan/sample.h"
 #include "platform/ffmpeg/plan/size_model.h"
+#include "platform/ffmpeg/plan/video_coder.h"
 
 // Runs nothing itself: whoever owns an encoder makes the attempt() and tells the plan its outcome
 // with take(), until the verdict is another than Encode.
@@ -42,6 +43,8 @@ class FitPlan {
 
   // How many further encodes are likely, should the present one end with `bytes`.
   double encodesAfter(double bytes) const;
+  // The same while nothing is known of it.
+  double encodesAfterUnknown() const;
 
  private:
   struct Tried {
@@ -85,9 +88,5 @@ class FitPlan {
   bool hasGrown = false;
   int pictures = 0;  // that were given up
 };
-
-// What the encoder that the options name can do.
-bool keepsPassLog(const Options& options);
-bool hasQuantiser(const Options& options);
 
 #endif

@@ -53,8 +53,9 @@ double Sample::bitsAt(size_t size, const Rung& rung, double quantiser, double se
   const double intra = std::ceil(frames / kFramesPerIntra);
   const double fine = measured[size][0].bitsOf(frames, intra);
   const double coarse = measured[size][1].bitsOf(frames, intra);
-  const double ratio = static_cast<double>(kSampleQuantisers[1]) / kSampleQuantisers[0];
-  return fine * std::pow(quantiser / kSampleQuantisers[0], powerBetween(fine, coarse, ratio));
+  const double finest = measured[size][0].quantiser;
+  const double ratio = measured[size][1].quantiser / finest;
+  return fine * std::pow(quantiser / finest, powerBetween(fine, coarse, ratio));
 }
 
 bool Sample::isEven(double seconds) const {

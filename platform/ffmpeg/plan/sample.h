@@ -9,6 +9,7 @@
 #include "platform/ffmpeg/plan/complexity.h"
 #include "platform/ffmpeg/plan/picture_ladder.h"
 
+// Asked for; x264 makes of them what it likes, and tells.
 constexpr std::array<int, 2> kSampleQuantisers = {8, 24};
 
 // The parts of the clip to sample, in seconds from its beginning.

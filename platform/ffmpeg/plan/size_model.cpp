@@ -31,9 +31,9 @@ double SizeModel::bits(const Rung& picture, double quantiser) const {
   return factor * shape(picture, quantiser);
 }
 
-int SizeModel::quantiserFor(const Rung& picture, double mostBits) const {
+int SizeModel::quantiserFor(const Rung& picture, double mostBits, int coarsest) const {
   int quantiser = 1;
-  while (quantiser <= kCoarsestQuantiser && bits(picture, quantiser) > mostBits) {
+  while (quantiser <= coarsest && bits(picture, quantiser) > mostBits) {
     ++quantiser;
   }
   return quantiser;

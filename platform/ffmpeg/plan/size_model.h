@@ -7,8 +7,6 @@
 #include "platform/ffmpeg/plan/picture_ladder.h"
 #include "platform/ffmpeg/plan/sample.h"
 
-constexpr int kCoarsestQuantiser = 31;
-
 // A sample gives the shape of the curve, where there is one; the last encode of the whole clip
 // moves it to where it belongs.
 class SizeModel {
@@ -22,8 +20,8 @@ class SizeModel {
 
   // Both only once something is known.
   double bits(const Rung& picture, double quantiser) const;
-  // The finest that stays within `mostBits`; above kCoarsestQuantiser where none does.
-  int quantiserFor(const Rung& picture, double mostBits) const;
+  // The finest that stays within `mostBits`; above `coarsest` where none does.
+  int quantiserFor(const Rung& picture, double mostBits, int coarsest) const;
 
  private:
   double shape(const Rung& picture, double quantiser) const;

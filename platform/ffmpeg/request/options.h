@@ -36,6 +36,10 @@ struct Options {
   std::string clipLength;   // seconds
   std::string format;       // container; from the output's name when not given
 
+  // Wishes that the command line has no words for.
+  PictureSize mostSize;     // of the upright picture; a zero side is no limit
+  bool startsFast = false;  // the index stands before the pictures
+
   bool isProbe() const { return output.empty(); }
   bool copiesVideo() const { return videoCodec == "copy"; }
   bool copiesAudio() const { return audioCodec == "copy"; }

@@ -1,0 +1,22 @@
+// What the plan has to know of an encoder of pictures.
+//
+// All quantisers are on one scale, MPEG-4's: its quantiser q divides by 2q. H.264's QP, whose step
+// doubles with every 6, is told by the q of the same step: 28 is 8, and 51, its coarsest, 113.
+#ifndef PLATFORM_FFMPEG_PLAN_VIDEO_CODER_H
+#define PLATFORM_FFMPEG_PLAN_VIDEO_CODER_H
+
+#include "platform/ffmpeg/request/options.h"
+
+// What the encoder that the options name can do.
+bool keepsPassLog(const Options& options);
+bool hasQuantiser(const Options& options);
+bool isH264(const Options& options);
+
+// The coarsest there is.
+int coarsestQuantiser(const Options& options);
+
+double quantiserOfQp(double qp);
+// As whole as the encoder takes it.
+int qpOfQuantiser(double quantiser);
+
+#endif
