@@ -128,6 +128,9 @@ TEST(PictureLadderTest, AllSizesStayWithinAWish) {
   const auto rungs = pictureLadder(asked, *clip().video);
   EXPECT_EQ(rungs.front().size, (PictureSize{400, 300}));
   EXPECT_LT(rungs[1].size.width, 400);
+  const auto large = pictureLadder(options({"-vcodec", "libx264"}), *clip(10, 2160, 3840).video);
+  EXPECT_EQ(large.front().size, (PictureSize{1080, 1920}));
+  EXPECT_LE(sampleRungs(large, 5e5)[0].pixels(), 5e5);
 }
 
 TEST(FitPlanTest, ASecondPassMendsAFirstThatIsALittleOver) {
@@ -229,7 +232,7 @@ TEST(FitPlanTest, ASampleChoosesTheLargestBearablePicture) {
     FitPlan plan(options(words), clip());
     ASSERT_TRUE(plan.wantsSample());
     FormulaEncoder encoder(hardness);
-    const auto rungs = sampleRungs(plan.ladder());
+    const auto rungs = sampleRungs(plan.ladder(), 1e9);
     std::array<Sample::PerQuantiser, 2> measured;
     for (size_t size = 0; size < 2; ++size) {
       for (size_t i = 0; i < kSampleQuantisers.size(); ++i) {
@@ -251,7 +254,7 @@ TEST(FitPlanTest, ASampleChoosesTheLargestBearablePicture) {
 
 TEST(FitPlanTest, CoarsePicturesComeBeforeHeldFrames) {
   FitPlan plan(options({"-vcodec", "mpeg4", "-b", "24k", "-an", "-fs", "30000"}), clip());
-  const auto rungs = sampleRungs(plan.ladder());
+  const auto rungs = sampleRungs(plan.ladder(), 1e9);
   const FormulaEncoder encoder(1);
   std::array<Sample::PerQuantiser, 2> measured;
   const std::vector<Rung>& ladder = plan.ladder();

@@ -97,7 +97,7 @@ EncodeJob AttemptRunner::jobFor(std::vector<std::string> arguments) const {
 std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
   const double seconds = plan.budget().seconds;
   const std::vector<SamplePart> parts = sampleParts(seconds, canJump(facts));
-  const std::array<Rung, 2> rungs = sampleRungs(plan.ladder());
+  const std::array<Rung, 2> rungs = sampleRungs(plan.ladder(), mostSampledPixels(options));
   const std::string prefix = work.file(kSampleName);
   double sampled = 0;
   for (const SamplePart& part : parts) {
@@ -196,7 +196,8 @@ bool AttemptRunner::judge(const FitPlan& plan, const EncodeResult& result, Outco
     return true;
   }
   // libavcodec's rate control aborts when even its coarsest quantiser is over the bitrate.
-  if (plan.attempt().kind == Kind::Second && hasDied && isPressed && hasQuantiser(options)) {
+  if (plan.attempt().kind == Kind::Second && hasDied && isPressed && hasQuantiser(options) &&
+      !isH264(options)) {
     outcome->end = Outcome::End::TooLow;
     return true;
   }

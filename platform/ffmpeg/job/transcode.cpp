@@ -48,11 +48,14 @@ int threadCount() {
 
 // What an encoder was seen to take: pictures that are kept for reference and in each thread, the
 // threads' own, and the program itself.
-int64_t memoryFor(const MediaFacts& facts) {
+int64_t memoryFor(const Options& options, const MediaFacts& facts) {
   constexpr int64_t kMega = 1 << 20;
   const int64_t threads = threadCount();
   const int64_t pixels = facts.video ? int64_t{facts.video->width} * facts.video->height : 0;
-  return 40 * kMega + threads * 10 * kMega + pixels * 3 / 2 * (16 + 3 * threads);
+  // x264's pictures, with all that it keeps of each.
+  const int64_t side = longestSide(options);
+  const int64_t encoded = isH264(options) ? std::min(pixels, side * side * 9 / 16) * 125 : 0;
+  return 40 * kMega + threads * 10 * kMega + pixels * 3 / 2 * (16 + 3 * threads) + encoded;
 }
 
 // So that a power cut leaves the old file or the new one, and not an empty one.
@@ -234,7 +237,7 @@ bool Transcode::run(Failure* failure) {
   EncodeSlots slots(ProgressFile::folder());
   slots.awaitTurn();
   if (!readInput(error) || !checkRequest(error) || !isWanted(error)) return false;
-  const int64_t memoryBytes = slots.begin(memoryFor(facts));
+  const int64_t memoryBytes = slots.begin(memoryFor(options, facts));
   StopSignals signals;
   work = WorkDirectory::create(target, error, ProgressFile::pathsFor(options.target()));
   if (!work) return false;

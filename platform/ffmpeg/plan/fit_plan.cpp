@@ -65,6 +65,7 @@ void FitPlan::beginPicture(size_t chosen) {
   rung = chosen;
   log.reset();
   next = firstPass(rungs[rung], sound(), videoAimBits(rungs[rung], sound()), limits);
+  if (isH264(options)) next.stopBytes = 0;  // it begins far too fine, and only its log is wanted
 }
 
 SoundChoice FitPlan::sound() const {
@@ -259,8 +260,9 @@ FitPlan::Verdict FitPlan::afterSecond(const Tried& last, bool isWithin) {
   if (isWithin && (fills(last.outcome.bytes) || !mayRepeat)) return Verdict::Done;
   const double aim = videoAimBits(next.picture, next.sound);
   const double miss = isWhole ? videoBitsOf(last) / aim : kAbortedBy;
-  const bool isNear = isWhole && static_cast<double>(last.outcome.bytes) <
-                                     kSecondMargin * static_cast<double>(limits.maxBytes);
+  const bool isNear =
+      isWhole && (isH264(options) || static_cast<double>(last.outcome.bytes) <
+                                         kSecondMargin * static_cast<double>(limits.maxBytes));
   if (isNear && mayRepeat) {
     next.videoBitsPerSecond = std::llround(static_cast<double>(next.videoBitsPerSecond) / miss);
     next.toleranceBits = std::llround(static_cast<double>(next.toleranceBits) / miss);

@@ -55,8 +55,9 @@ PictureSize largestSize(const Options& options, const VideoFacts& video) {
   const auto most = [](int limit, int side) {
     return limit > 0 ? std::min(1.0, static_cast<double>(limit) / side) : 1.0;
   };
-  const double scale = std::min(most(options.mostSize.width, seen.width),
-                                most(options.mostSize.height, seen.height));
+  const double scale = std::min({most(options.mostSize.width, seen.width),
+                                 most(options.mostSize.height, seen.height),
+                                 most(longestSide(options), std::max(seen.width, seen.height))});
   if (scale >= 1) return seen;
   const auto side = [&](int length) { return std::max(2, static_cast<int>(length * scale) & ~1); };
   return {side(seen.width), side(seen.height)};
@@ -177,11 +178,11 @@ std::vector<Rung> pictureLadder(const Options& options, const VideoFacts& video)
 }
 
 int bearableQuantiser(const Options& options, const std::vector<Rung>& rungs, size_t chosen) {
-  // H.264's curve is flat there, on the four clips that it was measured on.
-  if (isH264(options)) return 18;
   const bool isLastOfRate = chosen + 1 == rungs.size() ||
                             rungs[chosen + 1].framesPerSecond < rungs[chosen].framesPerSecond;
   if (isLastOfRate) return kBearableBeforeHeldFrames;
   if (options.videoCodec == "h263") return kBearableH263;
+  // H.264's curve is flat there, on the four clips that it was measured on.
+  if (isH264(options)) return 18;
   return chosen == 0 ? kBearableUnscaled : kBearable;
 }

@@ -32,8 +32,11 @@ std::vector<SamplePart> sampleParts(double clipSeconds, bool canJump) {
   return parts;
 }
 
-std::array<Rung, 2> sampleRungs(const std::vector<Rung>& ladder) {
-  const double quarter = ladder.front().pixels() / 4;
+std::array<Rung, 2> sampleRungs(const std::vector<Rung>& ladder, double mostPixels) {
+  const auto first = std::find_if(ladder.begin(), ladder.end(),
+                                  [&](const Rung& rung) { return rung.pixels() <= mostPixels; });
+  const Rung& large = first == ladder.end() ? ladder.back() : *first;
+  const double quarter = large.pixels() / 4;
   const auto distance = [&](const Rung& rung) {
     return std::abs(std::log(rung.pixels() / quarter));
   };
@@ -41,7 +44,7 @@ std::array<Rung, 2> sampleRungs(const std::vector<Rung>& ladder) {
   const auto small = std::min_element(
       ladder.begin(), ladder.end(),
       [&](const Rung& one, const Rung& other) { return distance(one) < distance(other); });
-  return {ladder.front(), *small};
+  return {large, *small};
 }
 
 Sample::Sample(const std::array<Rung, 2>& sampledRungs,

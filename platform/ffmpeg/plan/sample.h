@@ -19,8 +19,9 @@ struct SamplePart {
 };
 std::vector<SamplePart> sampleParts(double clipSeconds, bool canJump);
 
-// The two sizes to sample in: the ladder's first and one near a quarter of its pixels.
-std::array<Rung, 2> sampleRungs(const std::vector<Rung>& ladder);
+// The two sizes to sample in: the ladder's first of at most so many pixels and one near a quarter
+// of its pixels.
+std::array<Rung, 2> sampleRungs(const std::vector<Rung>& ladder, double mostPixels);
 
 // The sample: each of two sizes at each of two quantisers, all parts summed up. Between and beyond
 // them the bits follow a power of the pixels and of the quantiser, and each clip has its own two.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <set>
 #include <string>
 
@@ -30,6 +31,14 @@ bool isH264(const Options& options) {
 
 int coarsestQuantiser(const Options& options) {
   return isH264(options) ? static_cast<int>(std::lround(quantiserOfQp(kCoarsestQp))) : 31;
+}
+
+int longestSide(const Options& options) {
+  return isH264(options) ? 1920 : 0;
+}
+
+double mostSampledPixels(const Options& options) {
+  return isH264(options) ? 5e5 : std::numeric_limits<double>::infinity();
 }
 
 double quantiserOfQp(double qp) {

@@ -15,6 +15,12 @@ bool isH264(const Options& options);
 // The coarsest there is.
 int coarsestQuantiser(const Options& options);
 
+// The longest side that it makes: H.264's encoder holds some twenty pictures, and receivers make
+// larger ones smaller. 0: any.
+int longestSide(const Options& options);
+// The most pixels that a sample takes, which has four encoders at once.
+double mostSampledPixels(const Options& options);
+
 double quantiserOfQp(double qp);
 // As whole as the encoder takes it.
 int qpOfQuantiser(double quantiser);
