@@ -80,7 +80,7 @@ bool join(const Segments& segments, std::vector<uint8_t> encoded, FittedPhoto* p
 }
 
 bool searchPhoto(PhotoSource* source, const PhotoRequest& request, PhotoProgress* progress,
-                 FittedPhoto* photo, PhotoFailure* failure) {
+                 FittedPhoto* photo, FitFailure* failure) {
   const PictureSize whole = source->size();
   const Segments segments = metadataFor(source->metadata(), request);
   const auto metadataBytes = static_cast<int64_t>(bytesOf(segments));
@@ -124,7 +124,7 @@ bool searchPhoto(PhotoSource* source, const PhotoRequest& request, PhotoProgress
 
 bool fitPhoto(std::span<const uint8_t> file, const PhotoRequest& request,
               const std::function<void(double)>& onProgress, FittedPhoto* photo,
-              PhotoFailure* failure) {
+              FitFailure* failure) {
   PhotoSource source(file);
   if (!source.open(failure)) return false;
   if (isWithin(source.size(), request) && takeAsItIs(file, source, request, photo)) {
@@ -135,7 +135,7 @@ bool fitPhoto(std::span<const uint8_t> file, const PhotoRequest& request,
   return searchPhoto(&source, request, &progress, photo, failure);
 }
 
-bool inspectPhoto(std::span<const uint8_t> file, PhotoFacts* facts, PhotoFailure* failure) {
+bool inspectPhoto(std::span<const uint8_t> file, PhotoFacts* facts, FitFailure* failure) {
   PhotoSource source(file);
   if (!source.open(failure)) return false;
   facts->size = source.size();

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "fit/failure/fit_failure.h"
 #include "fit/metadata/photo_metadata.h"
 #include "fit/picture/picture.h"
 
@@ -29,13 +30,6 @@ struct FittedPhoto {
   int encodes = 0;  // 0: the source's own picture
 };
 
-// Why there is none. The names are those of the bus errors, behind com.tarn.Fit1.Error.
-struct PhotoFailure {
-  std::string name;
-  std::string message;
-  int64_t smallestBytes = 0;  // where no picture was small enough: the least that would do
-};
-
 // What a photo is, without making it anything else.
 struct PhotoFacts {
   PictureSize size;  // upright
@@ -50,8 +44,8 @@ constexpr int kJudgedSide = 1280;
 // as it is comes back byte for byte; one whose picture does, with its metadata shed.
 bool fitPhoto(std::span<const uint8_t> file, const PhotoRequest& request,
               const std::function<void(double)>& onProgress, FittedPhoto* photo,
-              PhotoFailure* failure);
+              FitFailure* failure);
 
-bool inspectPhoto(std::span<const uint8_t> file, PhotoFacts* facts, PhotoFailure* failure);
+bool inspectPhoto(std::span<const uint8_t> file, PhotoFacts* facts, FitFailure* failure);
 
 #endif

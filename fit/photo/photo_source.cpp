@@ -39,7 +39,7 @@ const char* otherKindOf(std::span<const uint8_t> file) {
 
 PhotoSource::PhotoSource(std::span<const uint8_t> bytes) : file(bytes), reading(bytes) {}
 
-bool PhotoSource::fail(PhotoFailure* failure) const {
+bool PhotoSource::fail(FitFailure* failure) const {
   switch (reading.failure()) {
     case JpegDecoder::Failure::NotSupported:
       failure->name = "NotSupported";
@@ -55,7 +55,7 @@ bool PhotoSource::fail(PhotoFailure* failure) const {
   return false;
 }
 
-bool PhotoSource::open(PhotoFailure* failure) {
+bool PhotoSource::open(FitFailure* failure) {
   if (file.size() < 2 || file[0] != 0xFF || file[1] != kMarkerSoi) {
     const char* kind = otherKindOf(file);
     failure->name = kind ? "NotSupported" : "NotAPhoto";
@@ -75,7 +75,7 @@ PictureSize PhotoSource::size() const {
   return turnedSize(reading.size(), told.orientation());
 }
 
-bool PhotoSource::check(PhotoFailure* failure) {
+bool PhotoSource::check(FitFailure* failure) {
   JpegReading whole(file);
   Picture ignored;
   if (whole.readHeader(&error) && whole.read(1, &ignored, &error)) return true;
@@ -85,7 +85,7 @@ bool PhotoSource::check(PhotoFailure* failure) {
 }
 
 bool PhotoSource::read(double pixels, const std::function<void(double)>& onShare, Picture* picture,
-                       PhotoFailure* failure) {
+                       FitFailure* failure) {
   int eighths = 1;
   while (eighths < 8 && size().pixels() * eighths * eighths / 64 < pixels) {
     eighths *= 2;

@@ -15,18 +15,18 @@ class PhotoSource {
   explicit PhotoSource(std::span<const uint8_t> file);
 
   // Reads the header. The others are for afterwards.
-  bool open(PhotoFailure* failure);
+  bool open(FitFailure* failure);
   const PhotoMetadata& metadata() const { return told; }
   // Upright.
   PictureSize size() const;
   // Whether the whole file can be decoded; leaves no picture.
-  bool check(PhotoFailure* failure);
+  bool check(FitFailure* failure);
   // Decodes as much of it as a picture of so many pixels needs, upright. To be called once.
   bool read(double pixels, const std::function<void(double)>& onShare, Picture* picture,
-            PhotoFailure* failure);
+            FitFailure* failure);
 
  private:
-  bool fail(PhotoFailure* failure) const;
+  bool fail(FitFailure* failure) const;
 
   std::span<const uint8_t> file;
   JpegReading reading;

@@ -13,6 +13,9 @@ constexpr char kInterface[] = "com.tarn.Fit1.Job";
 constexpr char kErrorPrefix[] = "com.tarn.Fit1.Error.";
 // Of the clock on the wall, for one photo; one of 12 megapixels takes a quarter of a second.
 constexpr guint kMostSeconds = 60;
+// And for one movie, whose encoder is ended long before when it gets no further.
+constexpr guint kMostSecondsOfMovie = 4 * 3600;
+constexpr double kMillisecondsPerSecond = 1000;
 constexpr gint64 kBetweenTellingsUs = 50000;
 constexpr double kTooEarlyToTell = 0.1;  // of the progress
 
@@ -101,19 +104,20 @@ void FitJob::setQueuePlace(guint place) {
   tellChanged({"QueuePlace"});
 }
 
-void FitJob::run(const std::string& workerProgram) {
+void FitJob::run(const std::string& workerFolder) {
   startUs = g_get_monotonic_time();
   queuePlace = 0;
   worker = std::make_unique<WorkerProcess>(
       WorkerProcess::Listener{[this](const WorkerReport& report) { takeReport(report); },
                               [this](const WorkerReport& report) { workerEnded(report); }});
-  const WorkerRequest request = {WorkerTask::Fit, options.photo};
   std::string error;
-  if (!worker->start(workerProgram, request, files.input.get(), files.output.get(), &error)) {
+  if (!worker->start(workerFolder, options.request, files.input.get(), files.output.get(),
+                     &error)) {
     fail({"WorkerFailed", "The worker cannot be started: " + error, 0});
     return;
   }
-  timeSource = g_timeout_add_seconds(kMostSeconds, onTimeOver, this);
+  timeSource =
+      g_timeout_add_seconds(isMovie() ? kMostSecondsOfMovie : kMostSeconds, onTimeOver, this);
   tellChanged({"State", "QueuePlace"});
 }
 
@@ -152,7 +156,7 @@ void FitJob::takeReport(const WorkerReport& report) {
 bool FitJob::isAsTold(const ReportedNumbers& numbers) const {
   struct stat status {};
   return fstat(files.output.get(), &status) == 0 && status.st_size > 0 &&
-         status.st_size <= options.photo.maxBytes &&
+         status.st_size <= options.maxBytes() &&
          static_cast<guint64>(status.st_size) == numberOf(numbers, "bytes");
 }
 
@@ -167,10 +171,10 @@ void FitJob::workerEnded(const WorkerReport& report) {
   if (isCancelled) {
     fail({"Cancelled", "The job was cancelled", 0});
   } else if (isTimeOver) {
-    fail({"TimeOver", "The photo takes too long", 0});
+    fail({"TimeOver", isMovie() ? "The movie takes too long" : "The photo takes too long", 0});
   } else {
     fail(report.failure.value_or(
-        PhotoFailure{"WorkerFailed", "The worker ended without a result", 0}));
+        FitFailure{"WorkerFailed", "The worker ended without a result", 0}));
   }
 }
 
@@ -180,14 +184,18 @@ void FitJob::succeed(const ReportedNumbers& numbers) {
   put(&result, "bytes", g_variant_new_uint64(numberOf(numbers, "bytes")));
   put(&result, "width", g_variant_new_uint32(shortNumberOf(numbers, "width")));
   put(&result, "height", g_variant_new_uint32(shortNumberOf(numbers, "height")));
-  const auto similarity = static_cast<double>(numberOf(numbers, "similarity")) / kSimilarityUnit;
-  put(&result, "ssim", g_variant_new_double(similarity));
+  const auto told = [&](const char* name) { return static_cast<double>(numberOf(numbers, name)); };
+  if (isMovie()) {
+    put(&result, "seconds", g_variant_new_double(told("milliseconds") / kMillisecondsPerSecond));
+  } else {
+    put(&result, "ssim", g_variant_new_double(told("similarity") / kSimilarityUnit));
+  }
   put(&result, "encodes", g_variant_new_uint32(shortNumberOf(numbers, "encodes")));
   put(&result, "elapsed", g_variant_new_double(elapsed()));
   end(true, g_variant_builder_end(&result), {});
 }
 
-void FitJob::fail(const PhotoFailure& failure) {
+void FitJob::fail(const FitFailure& failure) {
   GVariantBuilder result;
   g_variant_builder_init(&result, G_VARIANT_TYPE_VARDICT);
   put(&result, "error", g_variant_new_string((kErrorPrefix + failure.name).c_str()));
@@ -199,7 +207,7 @@ void FitJob::fail(const PhotoFailure& failure) {
   end(false, g_variant_builder_end(&result), failure);
 }
 
-void FitJob::end(bool success, GVariant* result, const PhotoFailure& failure) {
+void FitJob::end(bool success, GVariant* result, const FitFailure& failure) {
   if (timeSource != 0) g_source_remove(std::exchange(timeSource, 0));
   over = true;
   g_dbus_connection_emit_signal(connection, callerName.c_str(), objectPath.c_str(), kInterface,

@@ -1,4 +1,4 @@
-// One photo on its way: the bus object of com.tarn.Fit1.Job and the worker behind it.
+// One photo or movie on its way: the bus object of com.tarn.Fit1.Job and the worker behind it.
 //
 // Only its caller hears of it and may speak to it. It tells its end once, and does nothing more.
 // Thread: that of the main context.
@@ -42,7 +42,7 @@ class FitJob {
   bool isOver() const { return over; }
 
   void setQueuePlace(guint place);
-  void run(const std::string& workerProgram);
+  void run(const std::string& workerFolder);
   // Nobody is told any more when the caller has gone.
   void cancel();
   void callerLeft();
@@ -59,8 +59,9 @@ class FitJob {
   void workerEnded(const WorkerReport& report);
   bool isAsTold(const ReportedNumbers& numbers) const;
   void succeed(const ReportedNumbers& numbers);
-  void fail(const PhotoFailure& failure);
-  void end(bool success, GVariant* result, const PhotoFailure& failure);
+  void fail(const FitFailure& failure);
+  void end(bool success, GVariant* result, const FitFailure& failure);
+  bool isMovie() const { return options.request.kind == MediaKind::Movie; }
   double elapsed() const;
 
   GDBusConnection* const connection;

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "fit/wire/request_words.h"
-
 const char* const kFormats[] = {"jpeg", nullptr};
+const char* const kMovieFormats[] = {"mp4-h264", "mp4", "3gp", nullptr};
 
 namespace {
 
@@ -13,29 +12,38 @@ constexpr uint64_t kMostBytes = uint64_t{1} << 30;
 constexpr int kMostPixels = 65500;
 constexpr int kBestFloor = 95;
 constexpr size_t kLongestToken = 64;
-constexpr char kKnown[] =
+constexpr char kKnownOfPhotos[] =
     "format, handle_token, keepMetadata, maxHeight, maxWidth, qualityFloor, wait";
+constexpr char kKnownOfMovies[] = "format, handle_token, maxHeight, maxWidth, wait";
 
 class OptionReader {
  public:
   OptionReader(FitOptions* parsedOptions, Refusal* why) : parsed(parsedOptions), refusal(why) {}
 
   bool take(const std::string& name, GVariant* value) {
-    if (name == "format") return takeFormat(value);
-    if (name == "maxWidth") return takeNumber(name, value, 0, kMostPixels, &parsed->photo.maxWidth);
-    if (name == "maxHeight") {
-      return takeNumber(name, value, 0, kMostPixels, &parsed->photo.maxHeight);
-    }
-    if (name == "qualityFloor") {
-      return takeNumber(name, value, 1, kBestFloor, &parsed->photo.qualityFloor);
-    }
-    if (name == "keepMetadata") return takeKeepMetadata(value);
     if (name == "handle_token") return takeToken(value);
     if (name == "wait") return takeWait(value);
-    return refuse("UnknownOption", "There is no option \"" + name + "\"; there are " + kKnown);
+    if (name == "format") return isMovie() ? takeMovieFormat(value) : takeFormat(value);
+    if (name == "maxWidth") {
+      return takeNumber(name, value, 0, kMostPixels,
+                        isMovie() ? &movie().maxWidth : &photo().maxWidth);
+    }
+    if (name == "maxHeight") {
+      return takeNumber(name, value, 0, kMostPixels,
+                        isMovie() ? &movie().maxHeight : &photo().maxHeight);
+    }
+    if (!isMovie() && name == "qualityFloor") {
+      return takeNumber(name, value, 1, kBestFloor, &photo().qualityFloor);
+    }
+    if (!isMovie() && name == "keepMetadata") return takeKeepMetadata(value);
+    return refuse("UnknownOption", "There is no option \"" + name + "\"; there are " +
+                                       (isMovie() ? kKnownOfMovies : kKnownOfPhotos));
   }
 
  private:
+  bool isMovie() const { return parsed->request.kind == MediaKind::Movie; }
+  PhotoRequest& photo() { return parsed->request.photo; }
+  MovieRequest& movie() { return parsed->request.movie; }
   bool refuse(const char* name, const std::string& message) {
     *refusal = {name, message};
     return false;
@@ -62,9 +70,16 @@ class OptionReader {
     return refuse("NotSupported",
                   "The format \"" + format + "\" is not supported; supported: jpeg");
   }
+  bool takeMovieFormat(GVariant* value) {
+    if (!isOfType("format", value, "s")) return false;
+    const std::string format = g_variant_get_string(value, nullptr);
+    if (parseMovieFormat(format, &movie().format)) return true;
+    return refuse("NotSupported",
+                  "The format \"" + format + "\" is not supported; supported: mp4-h264, mp4, 3gp");
+  }
   bool takeKeepMetadata(GVariant* value) {
     if (!isOfType("keepMetadata", value, "s")) return false;
-    if (parseKeepMetadata(g_variant_get_string(value, nullptr), &parsed->photo.keep)) return true;
+    if (parseKeepMetadata(g_variant_get_string(value, nullptr), &photo().keep)) return true;
     return refuse("InvalidOption", "The option keepMetadata is all, no-location or none");
   }
   bool takeToken(GVariant* value) {
@@ -95,7 +110,7 @@ bool parseFitOptions(uint64_t maxBytes, GVariant* options, FitOptions* parsed, R
     *refusal = {"InvalidLimit", "The limit goes from 1 byte to 1 GiB"};
     return false;
   }
-  parsed->photo.maxBytes = static_cast<int64_t>(maxBytes);
+  parsed->request.photo.maxBytes = parsed->request.movie.maxBytes = static_cast<int64_t>(maxBytes);
   OptionReader reader(parsed, refusal);
   GVariantIter iterator;
   g_variant_iter_init(&iterator, options);

@@ -52,39 +52,78 @@ bool takeDescriptor(GUnixFDList* list, GVariant* handle, int mode, Descriptor* d
   return false;
 }
 
-// What can be told of a photo that was looked at.
-GVariant* factsOf(const ReportedNumbers& numbers) {
-  const auto number = [&](const char* name) {
+// What no photo's reader takes may be a movie.
+bool mayBeAMovie(const FitFailure& failure) {
+  return failure.name == "NotAPhoto" || failure.name == "NotSupported" ||
+         failure.name == "TooLarge";
+}
+
+class Facts {
+ public:
+  explicit Facts(const ReportedNumbers& reported) : numbers(reported) {
+    g_variant_builder_init(&builder, G_VARIANT_TYPE_VARDICT);
+  }
+  void putText(const char* name, const std::string& text) {
+    put(name, g_variant_new_string(text.c_str()));
+  }
+  void putLong(const char* name, const char* reported) {
+    put(name, g_variant_new_uint64(static_cast<guint64>(number(reported))));
+  }
+  void putShort(const char* name) {
+    put(name, g_variant_new_uint32(static_cast<guint32>(number(name))));
+  }
+  void putSeconds(const char* name, const char* reported) {
+    put(name, g_variant_new_double(static_cast<double>(number(reported)) / 1000));
+  }
+  GVariant* end() { return g_variant_builder_end(&builder); }
+
+ private:
+  void put(const char* name, GVariant* value) {
+    g_variant_builder_add(&builder, "{sv}", name, value);
+  }
+  int64_t number(const char* name) const {
     const auto found = numbers.find(name);
-    return found == numbers.end() ? int64_t{0} : found->second;
-  };
-  GVariantBuilder facts;
-  g_variant_builder_init(&facts, G_VARIANT_TYPE_VARDICT);
-  g_variant_builder_add(&facts, "{sv}", "kind", g_variant_new_string("photo"));
-  g_variant_builder_add(&facts, "{sv}", "format", g_variant_new_string("jpeg"));
-  for (const auto& [name, reported] :
-       {std::pair{"bytes", "bytes"}, {"metadataBytes", "metadata"}}) {
-    g_variant_builder_add(&facts, "{sv}", name,
-                          g_variant_new_uint64(static_cast<guint64>(number(reported))));
+    return found == numbers.end() ? 0 : found->second;
   }
-  for (const char* name : {"width", "height", "orientation"}) {
-    g_variant_builder_add(&facts, "{sv}", name,
-                          g_variant_new_uint32(static_cast<guint32>(number(name))));
+
+  const ReportedNumbers& numbers;
+  GVariantBuilder builder;
+};
+
+// What can be told of a file that was looked at.
+GVariant* factsOf(MediaKind kind, const WorkerReport& report) {
+  Facts facts(*report.result);
+  facts.putLong("bytes", "bytes");
+  facts.putShort("width");
+  facts.putShort("height");
+  if (kind == MediaKind::Photo) {
+    facts.putText("kind", "photo");
+    facts.putText("format", "jpeg");
+    facts.putShort("orientation");
+    facts.putLong("metadataBytes", "metadata");
+    return facts.end();
   }
-  return g_variant_builder_end(&facts);
+  facts.putText("kind", "movie");
+  facts.putSeconds("seconds", "milliseconds");
+  for (const auto& [name, word] : report.words) {
+    facts.putText(name.c_str(), word);
+  }
+  return facts.end();
 }
 
 }  // namespace
 
-FitService::FitService(GDBusConnection* bus, const std::string& program, guint secondsToIdle)
+FitService::FitService(GDBusConnection* bus, const std::string& folder, guint secondsToIdle)
     : connection(bus),
-      workerProgram(program),
+      workerFolder(folder),
       idleSeconds(secondsToIdle),
       loop(g_main_loop_new(nullptr, FALSE), g_main_loop_unref),
       skeleton(tarn_fit1_skeleton_new()),
-      queue(bus, program, processors(), [this] { noteChange(); }) {
+      queue(bus, folder, processors(), [this] { noteChange(); }) {
   tarn_fit1_set_formats(skeleton.get(), kFormats);
+  tarn_fit1_set_movie_formats(skeleton.get(), kMovieFormats);
   g_signal_connect(skeleton.get(), "handle-fit-image", G_CALLBACK(onFitImage), this);
+  g_signal_connect(skeleton.get(), "handle-fit-movie", G_CALLBACK(onFitMovie), this);
   g_signal_connect(skeleton.get(), "handle-inspect", G_CALLBACK(onInspect), this);
 }
 
@@ -96,19 +135,32 @@ FitService::~FitService() {
 gboolean FitService::onFitImage(TarnFit1*, GDBusMethodInvocation* invocation, GUnixFDList* list,
                                 GVariant* input, GVariant* output, guint64 maxBytes,
                                 GVariant* options, gpointer data) {
-  auto* self = static_cast<FitService*>(data);
-  ++self->requests;
+  static_cast<FitService*>(data)->takeRequest(MediaKind::Photo,
+                                              {invocation, list, input, output, maxBytes, options});
+  return TRUE;
+}
+
+gboolean FitService::onFitMovie(TarnFit1*, GDBusMethodInvocation* invocation, GUnixFDList* list,
+                                GVariant* input, GVariant* output, guint64 maxBytes,
+                                GVariant* options, gpointer data) {
+  static_cast<FitService*>(data)->takeRequest(MediaKind::Movie,
+                                              {invocation, list, input, output, maxBytes, options});
+  return TRUE;
+}
+
+void FitService::takeRequest(MediaKind kind, const Call& call) {
+  ++requests;
   FitJob::Files files;
   FitOptions parsed;
+  parsed.request.kind = kind;
   Refusal refusal;
-  if (parseFitOptions(maxBytes, options, &parsed, &refusal) &&
-      takeDescriptor(list, input, O_RDONLY, &files.input, &refusal) &&
-      takeDescriptor(list, output, O_WRONLY, &files.output, &refusal)) {
-    self->fitImage(invocation, std::move(files), parsed);
+  if (parseFitOptions(call.maxBytes, call.options, &parsed, &refusal) &&
+      takeDescriptor(call.list, call.input, O_RDONLY, &files.input, &refusal) &&
+      takeDescriptor(call.list, call.output, O_WRONLY, &files.output, &refusal)) {
+    fit(call.invocation, std::move(files), parsed);
   } else {
-    refuse(invocation, refusal);
+    refuse(call.invocation, refusal);
   }
-  return TRUE;
 }
 
 // The caller's unique name, ":1.42", becomes "1_42".
@@ -119,8 +171,8 @@ std::string FitService::newPath(const std::string& caller, const std::string& to
          (token.empty() ? "t" + std::to_string(++numbers) : token);
 }
 
-void FitService::fitImage(GDBusMethodInvocation* invocation, FitJob::Files files,
-                          const FitOptions& options) {
+void FitService::fit(GDBusMethodInvocation* invocation, FitJob::Files files,
+                     const FitOptions& options) {
   const std::string caller = g_dbus_method_invocation_get_sender(invocation);
   if (queue.isFull(caller)) {
     refuse(invocation, {"TooManyJobs", "There are too many jobs already"});
@@ -152,7 +204,7 @@ gboolean FitService::onInspect(TarnFit1*, GDBusMethodInvocation* invocation, GUn
   if (!takeDescriptor(list, handle, O_RDONLY, &input, &refusal)) {
     refuse(invocation, refusal);
   } else if (self->inspections.size() >= kMostInspections) {
-    refuse(invocation, {"TooManyJobs", "Too many photos are looked at already"});
+    refuse(invocation, {"TooManyJobs", "Too many files are looked at already"});
   } else {
     self->inspect(invocation, std::move(input));
   }
@@ -164,39 +216,58 @@ void FitService::inspect(GDBusMethodInvocation* invocation, Descriptor input) {
   Inspection& inspection = inspections[number];
   inspection.invocation = invocation;
   inspection.input = std::move(input);
-  inspection.worker = std::make_unique<WorkerProcess>(WorkerProcess::Listener{
-      nullptr, [this, number](const WorkerReport& report) { endInspection(number, report); }});
-  WorkerRequest request;
-  request.task = WorkerTask::Inspect;
-  std::string error;
-  if (!inspection.worker->start(workerProgram, request, inspection.input.get(), -1, &error)) {
-    refuse(invocation, {"WorkerFailed", "The worker cannot be started: " + error});
-    inspections.erase(number);
-  }
+  inspectAs(MediaKind::Photo, number);
   noteChange();
 }
 
-void FitService::endInspection(guint number, const WorkerReport& report) {
-  // The worker is on the stack: it goes when the loop comes round.
-  auto* const entry = new std::pair(this, number);
-  GDBusMethodInvocation* const invocation = inspections[number].invocation;
+void FitService::inspectAs(MediaKind kind, guint number) {
+  Inspection& inspection = inspections[number];
+  inspection.worker = std::make_unique<WorkerProcess>(WorkerProcess::Listener{
+      nullptr,
+      [this, kind, number](const WorkerReport& report) { endInspection(kind, number, report); }});
+  WorkerRequest request;
+  request.task = WorkerTask::Inspect;
+  request.kind = kind;
+  std::string error;
+  if (inspection.worker->start(workerFolder, request, inspection.input.get(), -1, &error)) return;
+  refuse(inspection.invocation, {"WorkerFailed", "The worker cannot be started: " + error});
+  inspections.erase(number);
+}
+
+void FitService::endInspection(MediaKind kind, guint number, const WorkerReport& report) {
+  Inspection& inspection = inspections[number];
+  GDBusMethodInvocation* const invocation = std::exchange(inspection.invocation, nullptr);
+  FitFailure failure =
+      report.failure.value_or(FitFailure{"WorkerFailed", "The worker ended without a result", 0});
   if (report.result) {
     g_dbus_method_invocation_return_value(invocation,
-                                          g_variant_new("(@a{sv})", factsOf(*report.result)));
+                                          g_variant_new("(@a{sv})", factsOf(kind, report)));
+  } else if (kind == MediaKind::Photo && mayBeAMovie(failure)) {
+    inspection.invocation = invocation;
+    inspection.asPhoto = failure;
   } else {
-    const PhotoFailure failure = report.failure.value_or(
-        PhotoFailure{"WorkerFailed", "The worker ended without a result", 0});
+    if (failure.name == "NotAMovie" && inspection.asPhoto) failure = *inspection.asPhoto;
     refuse(invocation, {failure.name, failure.message});
   }
+  scheduleInspection(number);
+}
+
+// The worker is on the stack: what follows waits until the loop comes round.
+void FitService::scheduleInspection(guint number) {
   g_idle_add_full(
       G_PRIORITY_DEFAULT_IDLE,
       [](gpointer data) -> gboolean {
-        const auto* gone = static_cast<std::pair<FitService*, guint>*>(data);
-        gone->first->inspections.erase(gone->second);
-        gone->first->noteChange();
+        const auto* next = static_cast<std::pair<FitService*, guint>*>(data);
+        auto* self = next->first;
+        if (self->inspections[next->second].invocation != nullptr) {
+          self->inspectAs(MediaKind::Movie, next->second);
+        } else {
+          self->inspections.erase(next->second);
+        }
+        self->noteChange();
         return G_SOURCE_REMOVE;
       },
-      entry,
+      new std::pair(this, number),
       [](gpointer data) {
         const std::unique_ptr<std::pair<FitService*, guint>> owned(
             static_cast<std::pair<FitService*, guint>*>(data));
@@ -207,7 +278,7 @@ void FitService::noteChange() {
   if (isIdle()) {
     sleepLock.reset();
   } else if (!sleepLock) {
-    sleepLock.emplace("tarn-fit", "A photo is being made to fit");
+    sleepLock.emplace("tarn-fit", "A photo or a movie is being made to fit");
   }
   if (idleSource != 0) g_source_remove(std::exchange(idleSource, 0));
   if (!isIdle()) return;

@@ -21,7 +21,7 @@
 
 class FitService {
  public:
-  FitService(GDBusConnection* connection, const std::string& workerProgram, guint idleSeconds);
+  FitService(GDBusConnection* connection, const std::string& workerFolder, guint idleSeconds);
   ~FitService();
   FitService(const FitService&) = delete;
   FitService& operator=(const FitService&) = delete;
@@ -30,23 +30,40 @@ class FitService {
   bool run(std::string* error);
 
  private:
-  // A photo that is looked at.
+  // A file that is looked at: as a photo, and then, where it is none, as a movie.
   struct Inspection {
     GDBusMethodInvocation* invocation;
     Descriptor input;
     std::unique_ptr<WorkerProcess> worker;
+    std::optional<FitFailure> asPhoto;
+  };
+
+  // What a call of FitImage or FitMovie brings.
+  struct Call {
+    GDBusMethodInvocation* invocation;
+    GUnixFDList* list;
+    GVariant* input;
+    GVariant* output;
+    guint64 maxBytes;
+    GVariant* options;
   };
 
   static gboolean onFitImage(TarnFit1*, GDBusMethodInvocation* invocation, GUnixFDList* list,
+                             GVariant* input, GVariant* output, guint64 maxBytes, GVariant* options,
+                             gpointer self);
+  static gboolean onFitMovie(TarnFit1*, GDBusMethodInvocation* invocation, GUnixFDList* list,
                              GVariant* input, GVariant* output, guint64 maxBytes, GVariant* options,
                              gpointer self);
   static gboolean onInspect(TarnFit1*, GDBusMethodInvocation* invocation, GUnixFDList* list,
                             GVariant* input, gpointer self);
   static gboolean onIdle(gpointer self);
 
-  void fitImage(GDBusMethodInvocation* invocation, FitJob::Files files, const FitOptions& options);
+  void takeRequest(MediaKind kind, const Call& call);
+  void fit(GDBusMethodInvocation* invocation, FitJob::Files files, const FitOptions& options);
   void inspect(GDBusMethodInvocation* invocation, Descriptor input);
-  void endInspection(guint number, const WorkerReport& report);
+  void inspectAs(MediaKind kind, guint number);
+  void endInspection(MediaKind kind, guint number, const WorkerReport& report);
+  void scheduleInspection(guint number);
   std::string newPath(const std::string& caller, const std::string& token);
   bool isIdle() const { return queue.isEmpty() && inspections.empty(); }
   void noteChange();
@@ -54,7 +71,7 @@ class FitService {
   void leave();
 
   GDBusConnection* const connection;
-  const std::string workerProgram;
+  const std::string workerFolder;
   const guint idleSeconds;
   const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop;
   ObjectRef<TarnFit1> skeleton;

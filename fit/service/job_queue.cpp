@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-JobQueue::JobQueue(GDBusConnection* bus, std::string program, size_t count,
+JobQueue::JobQueue(GDBusConnection* bus, std::string folder, size_t count,
                    std::function<void()> onChanged)
     : connection(bus),
-      workerProgram(std::move(program)),
+      workerFolder(std::move(folder)),
       atATime(count),
       changed(std::move(onChanged)) {}
 
@@ -43,7 +43,7 @@ void JobQueue::update() {
   guint place = 0;
   for (const Entry& entry : entries) {
     if (entry.job->isOver()) continue;
-    if (!entry.job->isRunning() && running < atATime) entry.job->run(workerProgram);
+    if (!entry.job->isRunning() && running < atATime) entry.job->run(workerFolder);
     if (entry.job->isRunning()) {
       ++running;
     } else {

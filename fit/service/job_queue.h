@@ -18,7 +18,7 @@ class JobQueue {
   static constexpr size_t kMost = 1024;
 
   // `changed` is called when jobs came, began or went.
-  JobQueue(GDBusConnection* connection, std::string workerProgram, size_t atATime,
+  JobQueue(GDBusConnection* connection, std::string workerFolder, size_t atATime,
            std::function<void()> changed);
   ~JobQueue();
   JobQueue(const JobQueue&) = delete;
@@ -45,7 +45,7 @@ class JobQueue {
   void removeFinished();
 
   GDBusConnection* const connection;
-  const std::string workerProgram;
+  const std::string workerFolder;
   const size_t atATime;
   const std::function<void()> changed;
   std::list<Entry> entries;

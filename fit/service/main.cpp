@@ -24,13 +24,13 @@ void raiseDescriptorLimit() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// Beside this program, wherever the tree is installed.
-std::string workerProgram() {
+// The workers are beside this program, wherever the tree is installed.
+std::string workerFolder() {
   char path[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
   if (length <= 0 || length == sizeof path) return "";
   const std::string whole(path, static_cast<size_t>(length));
-  return whole.substr(0, whole.rfind('/')) + "/fit-worker";
+  return whole.substr(0, whole.rfind('/'));
 }
 
 int fail(const std::string& reason) {
@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
     const ErrorRef owned(failure);
     return fail(failure->message);
   }
-  FitService service(connection.get(), workerProgram(), idleSeconds);
+  FitService service(connection.get(), workerFolder(), idleSeconds);
   std::string error;
   return service.run(&error) ? EXIT_SUCCESS : fail(error);
 }

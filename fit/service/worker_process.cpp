@@ -16,13 +16,23 @@ namespace {
 // A longer line is none of a worker's own.
 constexpr size_t kLongestLine = 1024;
 
-// A worker gets no environment but what a checked build needs.
-std::vector<std::string> workerEnvironment() {
+// A worker gets no environment but what a checked build needs, and a movie's where to find ffmpeg,
+// where to work and where the other movies' encoders wait for their turn.
+std::vector<std::string> workerEnvironment(MediaKind kind) {
+  std::vector<const char*> names = {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS",
+                                    "TSAN_OPTIONS"};
+  if (kind == MediaKind::Movie) {
+    names.insert(names.end(), {"PATH", "HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"});
+  }
   std::vector<std::string> environment;
-  for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+  for (const char* name : names) {
     if (const char* value = g_getenv(name)) environment.push_back(std::string(name) + "=" + value);
   }
   return environment;
+}
+
+const char* programOf(MediaKind kind) {
+  return kind == MediaKind::Movie ? "/fit-movie" : "/fit-worker";
 }
 
 std::vector<char*> pointersTo(std::vector<std::string>* texts) {
@@ -47,7 +57,7 @@ WorkerProcess::~WorkerProcess() {
   }
 }
 
-bool WorkerProcess::start(const std::string& program, const WorkerRequest& request, int input,
+bool WorkerProcess::start(const std::string& folder, const WorkerRequest& request, int input,
                           int output, std::string* error) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
@@ -58,8 +68,8 @@ bool WorkerProcess::start(const std::string& program, const WorkerRequest& reque
   const Descriptor theirs(ends[1]);
   fcntl(ends[1], F_SETFL, 0);  // the worker's end may wait
   std::vector<std::string> words = wordsOf(request);
-  words.insert(words.begin(), program);
-  std::vector<std::string> environment = workerEnvironment();
+  words.insert(words.begin(), folder + programOf(request.kind));
+  std::vector<std::string> environment = workerEnvironment(request.kind);
   GError* failure = nullptr;
   const gboolean isStarted = g_spawn_async_with_fds(
       nullptr, pointersTo(&words).data(), pointersTo(&environment).data(),

@@ -27,9 +27,9 @@ class WorkerProcess {
   WorkerProcess(const WorkerProcess&) = delete;
   WorkerProcess& operator=(const WorkerProcess&) = delete;
 
-  // The descriptors are borrowed; output may be -1. False when it cannot be started; *error says
-  // why.
-  bool start(const std::string& program, const WorkerRequest& request, int input, int output,
+  // The kind's program is in `folder`. The descriptors are borrowed; output may be -1. False when
+  // it cannot be started; *error says why.
+  bool start(const std::string& folder, const WorkerRequest& request, int input, int output,
              std::string* error);
   // Ends it at once; onEnd comes as ever.
   void kill() const;

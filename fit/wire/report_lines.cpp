@@ -8,13 +8,15 @@
 namespace {
 
 constexpr size_t kLongestText = 300;
+constexpr size_t kLongestWord = 40;
 constexpr double kThousandths = 1000;
 
 const std::set<std::string, std::less<>> kNumbers = {
-    "bytes", "width", "height", "similarity", "encodes", "orientation", "metadata"};
-const std::set<std::string, std::less<>> kFailures = {"NotAPhoto",  "NotSupported",  "Damaged",
-                                                      "TooLarge",   "LimitTooSmall", "CannotRead",
-                                                      "CannotWrite"};
+    "bytes", "width", "height", "similarity", "encodes", "orientation", "metadata", "milliseconds"};
+const std::set<std::string, std::less<>> kWords = {"format", "videoCodec", "audioCodec"};
+const std::set<std::string, std::less<>> kFailures = {"NotAPhoto",  "NotAMovie",  "NotSupported",
+                                                      "Damaged",    "TooLarge",   "LimitTooSmall",
+                                                      "CannotRead", "CannotWrite"};
 
 // The next word of a line, which is taken from it.
 std::string takeWord(std::string* line) {
@@ -63,6 +65,10 @@ std::string writingLine() {
   return "writing\n";
 }
 
+std::string wordLine(const std::string& name, const std::string& word) {
+  return "word " + name + " " + word + "\n";
+}
+
 std::string resultLine(const ReportedNumbers& numbers) {
   std::string line = "result";
   for (const auto& [name, number] : numbers) {
@@ -71,7 +77,7 @@ std::string resultLine(const ReportedNumbers& numbers) {
   return line + "\n";
 }
 
-std::string failureLine(const PhotoFailure& failure) {
+std::string failureLine(const FitFailure& failure) {
   return "failure " + failure.name + " " + std::to_string(failure.smallestBytes) + " " +
          printable(failure.message) + "\n";
 }
@@ -84,12 +90,15 @@ void takeReportLine(const std::string& line, WorkerReport* report) {
   if (kind == "progress" && parseNumber(rest, &number)) {
     report->progress =
         std::clamp(static_cast<double>(number) / kThousandths, report->progress, 1.0);
+  } else if (kind == "word") {
+    const std::string name = takeWord(&rest);
+    if (kWords.contains(name)) report->words[name] = printable(rest.substr(0, kLongestWord));
   } else if (kind == "writing") {
     report->writes = true;
   } else if (kind == "result") {
     takeResult(rest, report);
   } else if (kind == "failure") {
-    PhotoFailure failure;
+    FitFailure failure;
     failure.name = takeWord(&rest);
     if (!kFailures.contains(failure.name) ||
         !parseNumber(takeWord(&rest), &failure.smallestBytes)) {

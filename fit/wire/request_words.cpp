@@ -4,6 +4,7 @@
 
 namespace {
 
+constexpr MovieFormat kMovieFormats[] = {MovieFormat::H264, MovieFormat::Mpeg4, MovieFormat::H263};
 constexpr KeepMetadata kKeeps[] = {KeepMetadata::All, KeepMetadata::NoLocation, KeepMetadata::None};
 
 template <typename Number>
@@ -12,16 +13,28 @@ bool parseNumber(const std::string& text, Number* number) {
   return result.ec == std::errc() && result.ptr == text.data() + text.size() && *number >= 0;
 }
 
-bool parseWord(const std::string& word, PhotoRequest* photo) {
-  const size_t equals = word.find('=');
-  if (equals == std::string::npos) return false;
-  const std::string name = word.substr(0, equals);
-  const std::string value = word.substr(equals + 1);
+bool parseMovieWord(const std::string& name, const std::string& value, MovieRequest* movie) {
+  if (name == "max-bytes") return parseNumber(value, &movie->maxBytes);
+  if (name == "max-width") return parseNumber(value, &movie->maxWidth);
+  if (name == "max-height") return parseNumber(value, &movie->maxHeight);
+  return name == "format" && parseMovieFormat(value, &movie->format);
+}
+
+bool parsePhotoWord(const std::string& name, const std::string& value, PhotoRequest* photo) {
   if (name == "max-bytes") return parseNumber(value, &photo->maxBytes);
   if (name == "max-width") return parseNumber(value, &photo->maxWidth);
   if (name == "max-height") return parseNumber(value, &photo->maxHeight);
   if (name == "quality-floor") return parseNumber(value, &photo->qualityFloor);
   return name == "keep-metadata" && parseKeepMetadata(value, &photo->keep);
+}
+
+bool parseWord(const std::string& word, WorkerRequest* request) {
+  const size_t equals = word.find('=');
+  if (equals == std::string::npos) return false;
+  const std::string name = word.substr(0, equals);
+  const std::string value = word.substr(equals + 1);
+  return request->kind == MediaKind::Movie ? parseMovieWord(name, value, &request->movie)
+                                           : parsePhotoWord(name, value, &request->photo);
 }
 
 }  // namespace
@@ -46,8 +59,35 @@ bool parseKeepMetadata(const std::string& name, KeepMetadata* keep) {
   return false;
 }
 
+const char* nameOf(MovieFormat format) {
+  switch (format) {
+    case MovieFormat::Mpeg4:
+      return "mp4";
+    case MovieFormat::H263:
+      return "3gp";
+    default:
+      return "mp4-h264";
+  }
+}
+
+bool parseMovieFormat(const std::string& name, MovieFormat* format) {
+  for (const MovieFormat candidate : kMovieFormats) {
+    if (name != nameOf(candidate)) continue;
+    *format = candidate;
+    return true;
+  }
+  return false;
+}
+
 std::vector<std::string> wordsOf(const WorkerRequest& request) {
   if (request.task == WorkerTask::Inspect) return {"inspect"};
+  if (request.kind == MediaKind::Movie) {
+    const MovieRequest& movie = request.movie;
+    return {"fit", "max-bytes=" + std::to_string(movie.maxBytes),
+            "max-width=" + std::to_string(movie.maxWidth),
+            "max-height=" + std::to_string(movie.maxHeight),
+            std::string("format=") + nameOf(movie.format)};
+  }
   const PhotoRequest& photo = request.photo;
   return {"fit",
           "max-bytes=" + std::to_string(photo.maxBytes),
@@ -64,11 +104,13 @@ bool parseWords(const std::vector<std::string>& words, WorkerRequest* request, s
   }
   request->task = words[0] == "fit" ? WorkerTask::Fit : WorkerTask::Inspect;
   for (size_t i = 1; i < words.size(); ++i) {
-    if (parseWord(words[i], &request->photo)) continue;
+    if (parseWord(words[i], request)) continue;
     *error = words[i] + " means nothing";
     return false;
   }
-  if (request->task == WorkerTask::Inspect || request->photo.maxBytes > 0) return true;
+  const bool isMovie = request->kind == MediaKind::Movie;
+  const int64_t maxBytes = isMovie ? request->movie.maxBytes : request->photo.maxBytes;
+  if (request->task == WorkerTask::Inspect || maxBytes > 0) return true;
   *error = "max-bytes is missing";
   return false;
 }

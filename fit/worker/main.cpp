@@ -3,9 +3,7 @@
 //
 //     fit-worker fit max-bytes=300000 <photo.jpg 1<>small.jpg
 //     fit-worker inspect <photo.jpg
-#include <poll.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,26 +18,18 @@
 #include "fit/wire/report_lines.h"
 #include "fit/wire/request_words.h"
 #include "fit/worker/cage.h"
+#include "fit/worker/report_channel.h"
 
 namespace {
 
 constexpr int64_t kLargestInput = int64_t{128} << 20;
 constexpr CageLimits kLimits = {int64_t{512} << 20, 64 << 10, 60};
 
-void tell(const std::string& line) {
-  [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, line.data(), line.size());
-}
+const ReportChannel kService(STDERR_FILENO);
 
-int fail(const PhotoFailure& failure) {
-  tell(failureLine(failure));
+int fail(const FitFailure& failure) {
+  kService.tell(failureLine(failure));
   return 1;
-}
-
-// A service that has died before we asked for its death's signal is seen by the pipe's end.
-void endWithService() {
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
-  pollfd end = {STDERR_FILENO, POLLOUT, 0};
-  if (poll(&end, 1, 0) > 0 && (end.revents & POLLERR) != 0) _exit(1);
 }
 
 bool readInput(int64_t size, std::vector<uint8_t>* file) {
@@ -69,13 +59,8 @@ bool writeAll(const std::vector<uint8_t>& file) {
   return true;
 }
 
-// The end of the service does not interrupt it: the output is whole or empty.
-bool writeOutput(const std::vector<uint8_t>& file, PhotoFailure* failure) {
-  sigset_t stop;
-  sigemptyset(&stop);
-  sigaddset(&stop, SIGTERM);
-  sigprocmask(SIG_BLOCK, &stop, nullptr);
-  tell(writingLine());
+bool writeOutput(const std::vector<uint8_t>& file, FitFailure* failure) {
+  kService.tellWriting();
   if (ftruncate(STDOUT_FILENO, 0) == 0 && writeAll(file)) return true;
   *failure = {"CannotWrite", std::string("The output cannot be written: ") + strerror(errno), 0};
   [[maybe_unused]] const int ignored = ftruncate(STDOUT_FILENO, 0);
@@ -84,27 +69,27 @@ bool writeOutput(const std::vector<uint8_t>& file, PhotoFailure* failure) {
 
 int fit(const std::vector<uint8_t>& file, const PhotoRequest& request) {
   FittedPhoto photo;
-  PhotoFailure failure;
-  const auto onProgress = [](double share) { tell(progressLine(share)); };
+  FitFailure failure;
+  const auto onProgress = [](double share) { kService.tell(progressLine(share)); };
   if (!fitPhoto(file, request, onProgress, &photo, &failure)) return fail(failure);
   if (!writeOutput(photo.file, &failure)) return fail(failure);
-  tell(resultLine({{"bytes", static_cast<int64_t>(photo.file.size())},
-                   {"width", photo.size.width},
-                   {"height", photo.size.height},
-                   {"similarity", std::lround(photo.similarity * kSimilarityUnit)},
-                   {"encodes", photo.encodes}}));
+  kService.tell(resultLine({{"bytes", static_cast<int64_t>(photo.file.size())},
+                            {"width", photo.size.width},
+                            {"height", photo.size.height},
+                            {"similarity", std::lround(photo.similarity * kSimilarityUnit)},
+                            {"encodes", photo.encodes}}));
   return 0;
 }
 
 int inspect(const std::vector<uint8_t>& file) {
   PhotoFacts facts;
-  PhotoFailure failure;
+  FitFailure failure;
   if (!inspectPhoto(file, &facts, &failure)) return fail(failure);
-  tell(resultLine({{"bytes", static_cast<int64_t>(file.size())},
-                   {"width", facts.size.width},
-                   {"height", facts.size.height},
-                   {"orientation", facts.orientation},
-                   {"metadata", static_cast<int64_t>(facts.metadataBytes)}}));
+  kService.tell(resultLine({{"bytes", static_cast<int64_t>(file.size())},
+                            {"width", facts.size.width},
+                            {"height", facts.size.height},
+                            {"orientation", facts.orientation},
+                            {"metadata", static_cast<int64_t>(facts.metadataBytes)}}));
   return 0;
 }
 
@@ -129,14 +114,14 @@ int work(const WorkerRequest& request) {
 
 int main(int argc, char** argv) {
   closefrom(STDERR_FILENO + 1);
-  endWithService();
+  kService.endWithService();
   signal(SIGXFSZ, SIG_IGN);  // the write fails instead
   int status = 1;
   try {
     WorkerRequest request;
     std::string error;
     if (!parseWords(std::vector<std::string>(argv + 1, argv + argc), &request, &error)) {
-      tell("fit-worker: " + error + "\n");
+      kService.tell("fit-worker: " + error + "\n");
       _exit(2);
     }
     strerror(EIO);  // messages are looked up now, while files can be opened

@@ -159,7 +159,7 @@ CallOutcome FitCaller::fitDescriptors(int input, int output, uint64_t maxBytes,
   GVariant* parsed =
       g_variant_parse(G_VARIANT_TYPE_VARDICT, options.c_str(), nullptr, nullptr, nullptr);
   std::string ignored;
-  return send(g_variant_new("(hht@a{sv})", 0, 1, maxBytes, parsed), kPath, kName, "FitImage",
+  return send(g_variant_new("(hht@a{sv})", 0, 1, maxBytes, parsed), kPath, kName, fitMethod,
               {input, output}, &ignored);
 }
 

@@ -1,4 +1,4 @@
-// A program that has photos made to fit, over a connection of its own.
+// A program that has photos and movies made to fit, over a connection of its own.
 //
 // Thread: one at a time; waiting runs the connection's own main context.
 #ifndef TESTS_FIT_FIT_CALLER_H
@@ -31,7 +31,9 @@ class FitCaller {
   FitCaller(const FitCaller&) = delete;
   FitCaller& operator=(const FitCaller&) = delete;
 
-  // Calls FitImage with the two files opened for it; `options` is GVariant text, such as
+  // FitImage unless told.
+  void setMethod(const std::string& name) { fitMethod = name; }
+  // Calls it with the two files opened for it; `options` is GVariant text, such as
   // "{'wait': <true>}".
   CallOutcome fit(const std::string& input, const std::string& output, uint64_t maxBytes,
                   const std::string& options = "{}");
@@ -72,6 +74,7 @@ class FitCaller {
                    const std::string& method, const std::vector<int>& descriptors,
                    std::string* reply);
 
+  std::string fitMethod = "FitImage";
   GMainContext* context;
   GDBusConnection* connection;
   std::multimap<std::string, JobEnd> ends;

@@ -31,7 +31,7 @@ JpegRecipe photoRecipe() {
 struct Outcome {
   bool ok = false;
   FittedPhoto photo;
-  PhotoFailure failure;
+  FitFailure failure;
   std::vector<double> progress;
 };
 
@@ -66,7 +66,7 @@ std::string exifOf(const std::vector<uint8_t>& file) {
 
 PhotoFacts factsOf(const std::vector<uint8_t>& file) {
   PhotoFacts facts;
-  PhotoFailure failure;
+  FitFailure failure;
   EXPECT_TRUE(inspectPhoto(file, &facts, &failure)) << failure.message;
   return facts;
 }

@@ -33,6 +33,7 @@ class FitServiceTest : public testing::Test {
   void start(const std::string& worker = "", int idleSeconds = 60) {
     fs::create_directory(dir / "service");
     fs::copy_file(FITD, dir / "service/fitd");
+    fs::copy_file(FIT_MOVIE, dir / "service/fit-movie");
     if (worker.empty()) {
       fs::copy_file(FIT_WORKER, dir / "service/fit-worker");
     } else {

@@ -16,6 +16,10 @@ TEST(RequestWordsTest, ComeBackAsTheyWent) {
   std::string error;
   ASSERT_TRUE(parseWords(wordsOf(request), &read, &error)) << error;
   EXPECT_EQ(wordsOf(read), wordsOf(request));
+  request.kind = read.kind = MediaKind::Movie;
+  request.movie = {300000, 1280, 960, MovieFormat::H263};
+  ASSERT_TRUE(parseWords(wordsOf(request), &read, &error)) << error;
+  EXPECT_EQ(wordsOf(read), wordsOf(request));
   request.task = WorkerTask::Inspect;
   ASSERT_TRUE(parseWords(wordsOf(request), &read, &error));
   EXPECT_EQ(read.task, WorkerTask::Inspect);
@@ -32,6 +36,11 @@ TEST(RequestWordsTest, WhatMeansNothingIsNamed) {
   read = {};
   EXPECT_FALSE(parseWords({}, &read, &error));
   EXPECT_FALSE(parseWords({"fit"}, &read, &error));
+  read.kind = MediaKind::Movie;
+  for (const std::string word : {"keep-metadata=all", "format=avi", "quality-floor=9"}) {
+    EXPECT_FALSE(parseWords({"fit", "max-bytes=9", word}, &read, &error));
+    EXPECT_THAT(error, HasSubstr(word));
+  }
 }
 
 TEST(ReportLinesTest, AreTakenAsTold) {
@@ -45,6 +54,18 @@ TEST(ReportLinesTest, AreTakenAsTold) {
   takeReportLine(result.substr(0, result.size() - 1), &report);
   ASSERT_TRUE(report.result);
   EXPECT_EQ(report.result->at("width"), 7);
+}
+
+TEST(ReportLinesTest, WordsAreOfAFewNamesAndPlain) {
+  WorkerReport report;
+  for (const char* line : {"word videoCodec h\x01"
+                           "264",
+                           "word path /etc", "word format"}) {
+    takeReportLine(line, &report);
+  }
+  EXPECT_EQ(report.words["videoCodec"], "h?264");
+  EXPECT_EQ(report.words["format"], "");
+  EXPECT_FALSE(report.words.contains("path"));
 }
 
 TEST(ReportLinesTest, AnythingElseChangesNothing) {
@@ -94,11 +115,11 @@ TEST(FitOptionsTest, AllAreTaken) {
   Refusal refusal;
   ASSERT_TRUE(parseFitOptions(1000, parsed, &taken, &refusal)) << refusal.message;
   g_variant_unref(parsed);
-  EXPECT_EQ(taken.photo.maxBytes, 1000);
-  EXPECT_EQ(taken.photo.maxWidth, 640);
-  EXPECT_EQ(taken.photo.maxHeight, 480);
-  EXPECT_EQ(taken.photo.keep, KeepMetadata::None);
-  EXPECT_EQ(taken.photo.qualityFloor, 30);
+  EXPECT_EQ(taken.request.photo.maxBytes, 1000);
+  EXPECT_EQ(taken.request.photo.maxWidth, 640);
+  EXPECT_EQ(taken.request.photo.maxHeight, 480);
+  EXPECT_EQ(taken.request.photo.keep, KeepMetadata::None);
+  EXPECT_EQ(taken.request.photo.qualityFloor, 30);
   EXPECT_EQ(taken.token, "a_1");
   EXPECT_TRUE(taken.waits);
 }
