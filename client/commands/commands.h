@@ -12,7 +12,8 @@ ExitCode runCall(const Options& options);
 // resize-image IN OUT --size SIZE: a JPEG of at most SIZE bytes.
 ExitCode runResizeImage(const Options& options);
 
-// fit IN OUT, fit FILES --out-dir DIR: photos of at most so many bytes, by com.tarn.Fit1.
+// fit IN OUT, fit FILES --out-dir DIR: photos and movies of at most so many bytes, by
+// com.tarn.Fit1.
 ExitCode runFit(const Options& options);
 
 // info FILE: a movie's length, size and bitrate.

@@ -8,7 +8,7 @@
 
 #include "client/commands/commands.h"
 #include "client/commands/copy_file.h"
-#include "client/commands/shrink_movie.h"
+#include "client/commands/run_tasks.h"
 #include "client/files/jpeg_file.h"
 #include "client/files/staged_output.h"
 #include "client/service/fit_call.h"
@@ -36,10 +36,15 @@ void describe(const FitAnswer& answer, Outcome* outcome) {
   outcome->outputBytes = static_cast<int64_t>(answer.bytes);
   outcome->width = static_cast<int32_t>(answer.width);
   outcome->height = static_cast<int32_t>(answer.height);
-  outcome->similarity = answer.similarity;
+  if (answer.similarity > 0) outcome->similarity = answer.similarity;
+  if (answer.seconds > 0) outcome->seconds = answer.seconds;
   outcome->words = std::to_string(answer.width) + " x " + std::to_string(answer.height) + ", " +
                    formatByteSize(*outcome->outputBytes) +
                    (answer.isUntouched ? ", as it was" : "");
+}
+
+bool hasExtension(const std::string& path, const std::string& extension) {
+  return g_ascii_strcasecmp(fs::path(path).extension().c_str(), extension.c_str()) == 0;
 }
 
 bool takeAnswer(const FitAnswer& answer, StagedOutput* output, Outcome* outcome) {
@@ -56,7 +61,7 @@ bool takeAnswer(const FitAnswer& answer, StagedOutput* output, Outcome* outcome)
   }
 }
 
-bool fitPhotoFile(const FileTask& task, const Options& options, const Watcher& watcher,
+bool fitByService(const FileTask& task, const Options& options, const Watcher& watcher,
                   Outcome* outcome) {
   Interrupts interrupts;
   const OpenFile in(task.in, O_RDONLY);
@@ -72,40 +77,43 @@ bool fitPhotoFile(const FileTask& task, const Options& options, const Watcher& w
   wish.maxWidth = options.maxWidth;
   wish.maxHeight = options.maxHeight;
   wish.keepMetadata = options.keepMetadata;
-  const FitAnswer answer = fitPhoto(
+  if (hasExtension(task.out, ".3gp")) wish.movieFormat = "3gp";
+  const FitAnswer answer = fitFile(
       wish, watcher.show, [&] { watcher.note(kAskedAgain); }, &interrupts);
   if (const int number = interrupts.received(); number != 0) return outcome->failBySignal(number);
   return takeAnswer(answer, &output, outcome);
 }
 
-// A movie that fits is copied, unless its container changes or something in it is not to go along.
-bool fitMovieFile(const FileTask& task, const Options& options, const Watcher& watcher,
-                  Outcome* outcome) {
+// A movie that fits, unless its container changes or something in it is not to go along.
+bool mayBeCopied(const FileTask& task, const Options& options, const Outcome& outcome) {
   const bool keepsAll = options.keepMetadata.empty() || options.keepMetadata == "all";
-  const bool keepsKind = g_ascii_strcasecmp(fs::path(task.in).extension().c_str(),
-                                            fs::path(task.out).extension().c_str()) == 0;
-  if (outcome->inputBytes.value_or(INT64_MAX) > task.maxBytes || !keepsAll || !keepsKind) {
-    return shrinkMovie(task, options, watcher, outcome);
-  }
-  const auto info = parseMovieInfo(askMovieInfo(task.in));
-  if (!info) return shrinkMovie(task, options, watcher, outcome);  // which says what is wrong
+  return keepsAll && outcome.inputBytes.value_or(INT64_MAX) <= task.maxBytes &&
+         hasExtension(task.in, fs::path(task.out).extension());
+}
+
+bool copyMovie(const FileTask& task, const Options& options, const MovieInfo& info,
+               Outcome* outcome) {
   StagedOutput output(task.out, options.noClobber);
   if (output.temporaryPath().empty()) return outcome->fail(output.errorText());
   if (!copyAsItIs(task, &output, outcome)) return false;
   outcome->outputBytes = outcome->inputBytes;
-  outcome->seconds = info->seconds;
-  outcome->words = info->words() + ", as it was";
+  outcome->seconds = info.seconds;
+  outcome->words = info.words() + ", as it was";
   return true;
 }
 
-bool fitFile(const FileTask& task, const Options& options, const Watcher& watcher,
-             Outcome* outcome) {
-  const auto fit = startsAsJpeg(task.in) ? fitPhotoFile : fitMovieFile;
-  return fit(task, options, watcher, outcome);
+bool fitOne(const FileTask& task, const Options& options, const Watcher& watcher,
+            Outcome* outcome) {
+  if (!startsAsJpeg(task.in) && mayBeCopied(task, options, *outcome)) {
+    if (const auto info = parseMovieInfo(askMovieInfo(task.in))) {
+      return copyMovie(task, options, *info, outcome);
+    }
+  }
+  return fitByService(task, options, watcher, outcome);
 }
 
 }  // namespace
 
 ExitCode runFit(const Options& options) {
-  return runTasks(options, Media::Both, fitFile);
+  return runTasks(options, Media::Both, fitOne);
 }

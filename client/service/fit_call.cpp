@@ -85,17 +85,33 @@ class Call {
     const int output = g_unix_fd_list_append(list, wish.output, nullptr);
     g_autoptr(TarnFit1) service(tarn_fit1_proxy_new_sync(
         connection, G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES, kName, kPath, nullptr, &error));
-    if (service != nullptr &&
-        tarn_fit1_call_fit_image_sync(service, g_variant_new_handle(input),
-                                      g_variant_new_handle(output), wish.maxBytes, options(wish),
-                                      list, nullptr, nullptr, nullptr, &error) != FALSE) {
-      return true;
+    bool movie = false;
+    if (service != nullptr && isKnown(service, list, input, &movie, &error)) {
+      const auto call = movie ? tarn_fit1_call_fit_movie_sync : tarn_fit1_call_fit_image_sync;
+      if (call(service, g_variant_new_handle(input), g_variant_new_handle(output), wish.maxBytes,
+               options(wish, movie), list, nullptr, nullptr, nullptr, &error) != FALSE) {
+        return true;
+      }
     }
     answer = failed(error);
     return false;
   }
 
-  GVariant* options(const FitWish& wish) const {
+  // Whether the service knows the input for a photo or a movie, and for which.
+  static bool isKnown(TarnFit1* service, GUnixFDList* list, int input, bool* movie,
+                      GError** error) {
+    g_autoptr(GVariant) facts = nullptr;
+    if (tarn_fit1_call_inspect_sync(service, g_variant_new_handle(input), list, &facts, nullptr,
+                                    nullptr, error) == FALSE) {
+      return false;
+    }
+    const char* kind = "";
+    g_variant_lookup(facts, "kind", "&s", &kind);
+    *movie = g_str_equal(kind, "movie") != FALSE;
+    return true;
+  }
+
+  GVariant* options(const FitWish& wish, bool movie) const {
     GVariantBuilder builder;
     g_variant_builder_init(&builder, G_VARIANT_TYPE_VARDICT);
     const auto add = [&](const char* name, GVariant* value) {
@@ -104,7 +120,10 @@ class Call {
     add("handle_token", g_variant_new_string(token.c_str()));
     if (wish.maxWidth != 0) add("maxWidth", g_variant_new_uint32(wish.maxWidth));
     if (wish.maxHeight != 0) add("maxHeight", g_variant_new_uint32(wish.maxHeight));
-    if (!wish.keepMetadata.empty()) {
+    if (movie && !wish.movieFormat.empty()) {
+      add("format", g_variant_new_string(wish.movieFormat.c_str()));
+    }
+    if (!movie && !wish.keepMetadata.empty()) {
       add("keepMetadata", g_variant_new_string(wish.keepMetadata.c_str()));
     }
     return g_variant_builder_end(&builder);
@@ -123,8 +142,9 @@ class Call {
   void takeChanges(GVariant* arguments) const {
     GVariant* changed = g_variant_get_child_value(arguments, 1);
     double share = 0;
-    if (g_variant_lookup(changed, "Progress", "d", &share) != FALSE && progress)
+    if (g_variant_lookup(changed, "Progress", "d", &share) != FALSE && progress) {
       progress({.share = share});
+    }
     g_variant_unref(changed);
   }
 
@@ -139,6 +159,7 @@ class Call {
     g_variant_lookup(result, "width", "u", &answer.width);
     g_variant_lookup(result, "height", "u", &answer.height);
     g_variant_lookup(result, "ssim", "d", &answer.similarity);
+    g_variant_lookup(result, "seconds", "d", &answer.seconds);
     g_variant_lookup(result, "encodes", "u", &encodes);
     if (g_variant_lookup(result, "message", "&s", &message) != FALSE) answer.errorText = message;
     g_variant_lookup(result, "error", "&s", &name);
@@ -177,8 +198,8 @@ class Call {
 
 }  // namespace
 
-FitAnswer fitPhoto(const FitWish& wish, const std::function<void(const Step&)>& onProgress,
-                   const std::function<void()>& onRetry, Interrupts* interrupts) {
+FitAnswer fitFile(const FitWish& wish, const std::function<void(const Step&)>& onProgress,
+                  const std::function<void()>& onRetry, Interrupts* interrupts) {
   g_autoptr(GError) error = nullptr;
   g_autoptr(GDBusConnection) connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
   if (connection == nullptr) {

@@ -1,4 +1,4 @@
-// Has com.tarn.Fit1 make one photo fit, and waits for its end.
+// Has com.tarn.Fit1 make one photo or movie fit, and waits for its end.
 //
 // Thread: one; the call runs the default main context while it waits.
 #ifndef CLIENT_SERVICE_FIT_CALL_H
@@ -17,13 +17,14 @@ struct FitWish {
   uint64_t maxBytes = 0;
   uint32_t maxWidth = 0;  // 0: no limit
   uint32_t maxHeight = 0;
-  std::string keepMetadata;  // empty: all
+  std::string keepMetadata;  // of a photo; empty: all
+  std::string movieFormat;   // empty: as the service has it
 };
 
 struct FitAnswer {
   enum Kind {
     Made,
-    TooSmall,  // so few bytes hold no such photo
+    TooSmall,  // so few bytes hold no such photo or movie
     Refused,
     Cancelled,
     Died,
@@ -35,14 +36,15 @@ struct FitAnswer {
   uint64_t bytes = 0;
   uint32_t width = 0;
   uint32_t height = 0;
-  double similarity = 0;
+  double similarity = 0;     // of a photo
+  double seconds = 0;        // of a movie
   bool isUntouched = false;  // the picture is the source's own
 };
 
-// `onProgress` hears the share that is done. A signal that `interrupts` notes cancels the job at
-// once. A service that dies is asked once more, after
-// `onRetry`.
-FitAnswer fitPhoto(const FitWish& wish, const std::function<void(const Step&)>& onProgress,
-                   const std::function<void()>& onRetry, Interrupts* interrupts);
+// The service tells which of the two the input is. `onProgress` hears the share that is done. A
+// signal that `interrupts` notes cancels the job at once. A service that dies is asked once more,
+// after `onRetry`.
+FitAnswer fitFile(const FitWish& wish, const std::function<void(const Step&)>& onProgress,
+                  const std::function<void()>& onRetry, Interrupts* interrupts);
 
 #endif

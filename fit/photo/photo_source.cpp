@@ -15,13 +15,12 @@ struct Kind {
   const char* name;
 };
 
+constexpr char kMovie[] = "a movie";
 constexpr Kind kOtherKinds[] = {
-    {0, "\x89PNG\r\n"sv, "a PNG"}, {0, "GIF8"sv, "a GIF"},
-    {8, "WEBP"sv, "a WebP"},       {4, "ftypheic"sv, "a HEIC"},
-    {4, "ftypheix"sv, "a HEIC"},   {4, "ftypmif1"sv, "a HEIF"},
-    {4, "ftypavif"sv, "an AVIF"},  {0, "II*\0"sv, "a TIFF"},
-    {0, "MM\0*"sv, "a TIFF"},      {0, "\xFF\x0A"sv, "a JPEG XL"},
-    {4, "ftyp"sv, "a movie"},      {0, "\x1A\x45\xDF\xA3"sv, "a movie"},
+    {0, "\x89PNG\r\n"sv, "a PNG"},  {0, "GIF8"sv, "a GIF"},      {8, "WEBP"sv, "a WebP"},
+    {4, "ftypheic"sv, "a HEIC"},    {4, "ftypheix"sv, "a HEIC"}, {4, "ftypmif1"sv, "a HEIF"},
+    {4, "ftypavif"sv, "an AVIF"},   {0, "II*\0"sv, "a TIFF"},    {0, "MM\0*"sv, "a TIFF"},
+    {0, "\xFF\x0A"sv, "a JPEG XL"}, {4, "ftyp"sv, kMovie},       {0, "\x1A\x45\xDF\xA3"sv, kMovie},
 };
 
 // nullptr where it is a JPEG, or may be one.
@@ -58,7 +57,7 @@ bool PhotoSource::fail(FitFailure* failure) const {
 bool PhotoSource::open(FitFailure* failure) {
   if (file.size() < 2 || file[0] != 0xFF || file[1] != kMarkerSoi) {
     const char* kind = otherKindOf(file);
-    failure->name = kind ? "NotSupported" : "NotAPhoto";
+    failure->name = kind != nullptr && kind != kMovie ? "NotSupported" : "NotAPhoto";
     failure->message = kind ? "The input is " + std::string(kind) + "; supported: JPEG"
                             : "The input is no photo; supported: JPEG";
     return false;

@@ -58,6 +58,12 @@ bool mayBeAMovie(const FitFailure& failure) {
          failure.name == "TooLarge";
 }
 
+// The reason of a file that is neither: a photo of another kind is told by its name.
+FitFailure neither(const FitFailure& photo, const FitFailure& movie) {
+  if (photo.name != "NotAPhoto") return photo;
+  return {photo.name, "The input is no photo. " + movie.message, 0};
+}
+
 class Facts {
  public:
   explicit Facts(const ReportedNumbers& reported) : numbers(reported) {
@@ -246,7 +252,9 @@ void FitService::endInspection(MediaKind kind, guint number, const WorkerReport&
     inspection.invocation = invocation;
     inspection.asPhoto = failure;
   } else {
-    if (failure.name == "NotAMovie" && inspection.asPhoto) failure = *inspection.asPhoto;
+    if (failure.name == "NotAMovie" && inspection.asPhoto) {
+      failure = neither(*inspection.asPhoto, failure);
+    }
     refuse(invocation, {failure.name, failure.message});
   }
   scheduleInspection(number);

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Builds and runs each example of docs/fit.md against the installed tree, as it stands there.
+"""Builds and runs each example of docs/fit.md against the installed tree: with a photo as it stands
+there, and with a movie after the changes that the page tells.
 
     examples_test.py STAGE PHOTO-MAKER [--sandboxed]
 
@@ -22,6 +23,27 @@ SKIPPED = 77
 def examples():
     text = (TOP / "docs/fit.md").read_text()
     return {language: code for language, code in re.findall(r"```(\w+)\n(.*?)```", text, re.S)}
+
+
+def for_movies(language, code):
+    """The example with what the page says is other for a movie."""
+    if language == "sh":
+        return code
+    changed = code.replace("fit_image", "fit_movie").replace('"FitImage"', '"FitMovie"')
+    assert changed != code
+    return changed.replace(", 'keepMetadata': <'no-location'>", "")
+
+
+def make_movie(path):
+    subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                    "testsrc2=size=320x240:rate=25:duration=2", "-vf", "noise=alls=30:allf=t",
+                    "-c:v", "mpeg4", "-q:v", "3", path], check=True)
+
+
+def check(language, made, start, end):
+    assert 0.85 * LIMIT < len(made) <= LIMIT, (language, len(made))
+    assert start in made[:12] and made.endswith(end), language
+    print(f"{language}: {len(made)} bytes", flush=True)
 
 
 def flags(stage):
@@ -56,20 +78,21 @@ bwrap --unshare-all --die-with-parent --ro-bind /usr /usr --symlink usr/lib /lib
     --symlink usr/lib64 /lib64 --symlink usr/bin /bin --proc /proc --dev /dev --tmpfs /home \
     --ro-bind {stage} {stage} --dir /given --ro-bind {work} /given --bind {work}/taken /taken \
     --tmpfs /own --bind {work}/bus /run/bus --setenv DBUS_SESSION_BUS_ADDRESS unix:path=/run/bus \
-    sh -c 'cp /given/photo.jpg /own/in.jpg && {words} /own/in.jpg /own/out.jpg &&
-        cp /own/out.jpg /taken/{name}.jpg && [ ! -e /etc/passwd ]' || status=$?
+    sh -c 'cp /given/{source} /own/in && {words} /own/in /own/out &&
+        cp /own/out /taken/{name} && [ ! -e /etc/passwd ]' || status=$?
 kill $proxy
 exit $status
 """
 
 
-def sandboxed(words, name, work, stage):
+def sandboxed(words, name, source, work, stage):
     """The words of a shell that runs the example where it can reach nothing but the service."""
     inside = " ".join(str(word).replace(str(work), "/given") for word in words)
     script = work / f"sandbox-{name}.sh"
-    script.write_text(SANDBOX.format(work=work, stage=stage, words=inside, name=name))
+    script.write_text(SANDBOX.format(work=work, stage=stage, words=inside, name=name,
+                                     source=source.name))
     (work / "taken").mkdir(exist_ok=True)
-    return ["sh", script], work / "taken" / f"{name}.jpg"
+    return ["sh", script], work / "taken" / name
 
 
 def can_sandbox():
@@ -89,24 +112,30 @@ def main():
     assert set(found) == {"c", "cpp", "python", "sh"}, found.keys()
     with tempfile.TemporaryDirectory() as folder:
         work = pathlib.Path(folder)
-        photo = work / "photo.jpg"
+        photo, movie = work / "photo.jpg", work / "movie.avi"
         subprocess.run([maker, photo], check=True)
-        assert photo.stat().st_size > LIMIT
+        make_movie(movie)
+        assert min(photo.stat().st_size, movie.stat().st_size) > LIMIT
+        (work / "cache").mkdir()
         environment = dict(os.environ, XDG_DATA_DIRS=f"{stage}/share:/usr/share",
+                           XDG_CACHE_HOME=str(work / "cache"),
                            PATH=f"{stage}/bin:{os.environ['PATH']}")
+
+        def run(language, code, source, ending):
+            words, out = prepared(language, code, work, stage), work / f"{language}{ending}"
+            if in_sandbox:
+                words, out = sandboxed(words, out.name, source, work, stage)
+            else:
+                words = [*words, source, out]
+            subprocess.run(["dbus-run-session", "--", *words], env=environment, check=True)
+            return out.read_bytes()
+
         for language, code in found.items():
             if in_sandbox and language not in ("cpp", "python"):
                 continue
-            words, out = prepared(language, code, work, stage), work / f"{language}.jpg"
-            if in_sandbox:
-                words, out = sandboxed(words, language, work, stage)
-            else:
-                words = [*words, photo, out]
-            subprocess.run(["dbus-run-session", "--", *words], env=environment, check=True)
-            made = out.read_bytes()
-            assert 0.9 * LIMIT < len(made) <= LIMIT, (language, len(made))
-            assert made[:2] == b"\xff\xd8" and made[-2:] == b"\xff\xd9", language
-            print(f"{language}: {len(made)} bytes", flush=True)
+            check(language, run(language, code, photo, ".jpg"), b"\xff\xd8", b"\xff\xd9")
+            made = run(language, for_movies(language, code), movie, ".mp4")
+            check(f"{language}, movie", made, b"ftyp", b"")
     return 0
 
 

@@ -217,6 +217,7 @@ TEST_F(FitMovieTest, WhatIsNoMovieIsRefused) {
     EXPECT_EQ(readFile(out()), "what was there") << name;
   }
   EXPECT_EQ(inspect(dir / "playlist"), std::string(kError) + "NotAPhoto");
+  EXPECT_EQ(inspect(dir / "broken"), std::string(kError) + "NotAPhoto");
 }
 
 TEST_F(FitMovieTest, SoundAloneIsNoMovie) {
