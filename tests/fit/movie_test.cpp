@@ -23,6 +23,7 @@ constexpr char kName[] = "com.tarn.Fit1";
 constexpr char kPath[] = "/com/tarn/Fit1";
 constexpr char kError[] = "com.tarn.Fit1.Error.";
 constexpr char kJob[] = "com.tarn.Fit1.Job";
+constexpr std::chrono::seconds kSoon(5);  // a fifth of a second where nothing else runs
 
 // Noise in motion, with a tone: some 700 kB, and hard to make smaller.
 std::string hardClip(const std::string& seconds = "2") {
@@ -175,7 +176,7 @@ TEST_F(FitMovieTest, ACancelEndsTheEncoderAtOnce) {
   ASSERT_TRUE(caller->awaitEnd(outcome.path, &end));
   EXPECT_EQ(end.error, std::string(kError) + "Cancelled");
   EXPECT_EQ(fs::file_size(out()), 0u);
-  EXPECT_TRUE(waitUntil([&] { return isClean(); }, std::chrono::seconds(1)));
+  EXPECT_TRUE(waitUntil([&] { return isClean(); }, kSoon));
 }
 
 TEST_F(FitMovieTest, ACallerThatLeavesTakesItsEncoderAlong) {
@@ -185,7 +186,7 @@ TEST_F(FitMovieTest, ACallerThatLeavesTakesItsEncoderAlong) {
     EXPECT_TRUE(leaving.fit(longClip(), out(), 500000).ok);
     ASSERT_TRUE(waitUntil([&] { return isEncoding(); }));
   }
-  EXPECT_TRUE(waitUntil([&] { return isClean(); }, std::chrono::seconds(2)));
+  EXPECT_TRUE(waitUntil([&] { return isClean(); }, kSoon));
   EXPECT_EQ(fs::file_size(out()), 0u);
 }
 
