@@ -6,6 +6,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,8 +16,10 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "packaging/daemon_log.h"
+#include "packaging/machine_plugins.h"
 
 namespace {
 
@@ -84,25 +87,34 @@ std::string folderOf(const char* variable) {
   return value != nullptr && value[0] == '/' ? value : "";
 }
 
-// Where GStreamer keeps what it knows of its plug-ins. Beneath a device there can be no file: it
-// then looks at the plug-ins at each start.
-std::string registryFile() {
-  const std::string kName = "/tarn-transcode/registry.bin";
-  if (const std::string cache = folderOf("XDG_CACHE_HOME"); !cache.empty()) return cache + kName;
-  if (const std::string home = folderOf("HOME"); !home.empty()) return home + "/.cache" + kName;
-  if (const std::string run = folderOf("XDG_RUNTIME_DIR"); !run.empty()) return run + kName;
-  return "/dev/null" + kName;
+// A folder of our own with links to the machine's plug-ins, beside which GStreamer keeps what it
+// knows of them: the first of these that can have them, "" when none can. A colon ends a path in a
+// list of them.
+std::string folderOfOurOwn(const std::vector<MachinePlugin>& plugins) {
+  const std::string home = folderOf("HOME");
+  for (const std::string& base : {folderOf("XDG_CACHE_HOME"), home.empty() ? "" : home + "/.cache",
+                                  folderOf("XDG_RUNTIME_DIR")}) {
+    if (base.empty() || base.find(':') != std::string::npos) continue;
+    std::string folder = base + "/tarn-transcode";
+    mkdir(base.c_str(), 0700);
+    mkdir(folder.c_str(), 0700);
+    if (linkPlugins(folder + "/plugins", plugins)) return folder;
+  }
+  return "";
 }
 
-void prepareEnvironment(const std::string& here) {
+void prepareEnvironment(const std::string& here, const std::string& ownFolder) {
   // Our ffmpeg and no other: where it is missing a movie is refused, not read without its care.
   setenv("PATH", (here + "/bin").c_str(), 1);
 
   // The few plug-ins of the daemon and a registry of its own: with all of the machine's, the first
-  // start takes half a second.
+  // start takes half a second. Beneath a device there can be no file: GStreamer then looks at the
+  // plug-ins at each start.
   setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
   setenv("GST_REGISTRY_FORK", "no", 1);
-  setenv("GST_REGISTRY_1_0", registryFile().c_str(), 1);
+  setenv("GST_REGISTRY_1_0",
+         ((ownFolder.empty() ? "/dev/null" : ownFolder) + "/registry.bin").c_str(), 1);
+  setenv("TARN_PLUGINS", (ownFolder + "/plugins").c_str(), 1);
 
   // Each thread keeps what it frees for its next request, and the threshold for giving it back
   // grows with the largest picture so far, unless it is fixed.
@@ -119,12 +131,46 @@ void raiseDescriptorLimit() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-std::string ownFolder() {
+std::string programFolder() {
   char path[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
   if (length <= 0 || length == sizeof(path)) return "";
   const std::string whole(path, static_cast<size_t>(length));
   return whole.substr(0, whole.rfind('/'));
+}
+
+// The machine's plug-ins by our links or, without a folder for these, each by its path: all are
+// then loaded at each start. That needs a GStreamer that remembers nothing: of the names which they
+// share with ours, it would give them those.
+std::vector<std::string> daemonArguments(const std::string& here, const std::string& ownFolder,
+                                         const std::vector<MachinePlugin>& plugins) {
+  const std::string ours = "--gst-plugin-path=" + here + "/" + TARN_PLUGINDIR_FROM_LIBEXEC;
+  if (!ownFolder.empty()) return {ours + ":" + ownFolder + "/plugins"};
+  std::string paths;
+  for (const MachinePlugin& plugin : plugins) {
+    if (!plugin.path.empty()) paths += (paths.empty() ? "" : ",") + plugin.path;
+  }
+  return paths.empty() ? std::vector{ours} : std::vector{ours, "--gst-plugin-load=" + paths};
+}
+
+void tellMissing(const std::vector<MachinePlugin>& plugins) {
+  for (const MachinePlugin& plugin : plugins) {
+    if (!plugin.path.empty()) continue;
+    fprintf(stderr,
+            "tarn-transcode: GStreamer's plug-in %s is not on this machine, so no photo can "
+            "be made; install it, or name its folder in GST_PLUGIN_SYSTEM_PATH_1_0\n",
+            plugin.library.c_str());
+  }
+}
+
+// Comes back when there is no such program.
+void become(std::string program, std::vector<std::string> arguments) {
+  std::vector<char*> words = {program.data()};
+  for (std::string& argument : arguments) {
+    words.push_back(argument.data());
+  }
+  words.push_back(nullptr);
+  execv(program.c_str(), words.data());
 }
 
 int fail(const char* what) {
@@ -135,15 +181,22 @@ int fail(const char* what) {
 }  // namespace
 
 int main() {
-  const std::string here = ownFolder();
+  const std::string here = programFolder();
   if (here.empty()) return fail("/proc/self/exe");
-  prepareEnvironment(here);
+  if (here.find(':') != std::string::npos) {
+    fprintf(stderr, "tarn-transcode: no program can be found in a folder with a colon: %s\n",
+            here.c_str());
+    return EXIT_FAILURE;
+  }
+  const std::vector<MachinePlugin> plugins = findMachinePlugins();
+  const std::string ownFolder = folderOfOurOwn(plugins);
+  prepareEnvironment(here, ownFolder);
   raiseDescriptorLimit();
   if (!giveUpCalls()) return fail("the system calls that nobody needs cannot be given up");
-  const std::string daemon = here + "/transcoded";
   const int formerError = redirectOutput();
-  const std::string plugins = "--gst-plugin-path=" + here + "/" + TARN_PLUGINDIR_FROM_LIBEXEC;
-  execl(daemon.c_str(), daemon.c_str(), plugins.c_str(), nullptr);
+  tellMissing(plugins);
+  const std::string daemon = here + "/transcoded";
+  become(daemon, daemonArguments(here, ownFolder, plugins));
   if (formerError >= 0) dup2(formerError, STDERR_FILENO);
   return fail(daemon.c_str());
 }

@@ -16,7 +16,7 @@ def round_up(side):
 def encode(stage, work, photo, size, between):
     out = work / "encoded.jpg"
     width, height = size
-    environment = dict(os.environ, GST_PLUGIN_SYSTEM_PATH_1_0="",
+    environment = dict(os.environ, GST_PLUGIN_SYSTEM_PATH_1_0=str(machine_plugins(work)),
                        GST_PLUGIN_PATH_1_0=str(plugins(stage)),
                        GST_REGISTRY_1_0=str(work / "registry.bin"))
     run("gst-launch-1.0", "-q", "filesrc", f"location={photo}", "blocksize=1048576", "!",
@@ -24,6 +24,17 @@ def encode(stage, work, photo, size, between):
         f"video/x-raw,width={width},height={height}", "!", "jpegenc", "!", "filesink",
         f"location={out}", env=environment)
     return out
+
+
+def machine_plugins(work):
+    """GStreamer's own that the pipeline needs, and no others."""
+    folder = work / "plugins"
+    folder.mkdir(exist_ok=True)
+    machine = run("pkg-config", "--variable=pluginsdir", "gstreamer-1.0").strip()
+    for name in ("libgstcoreelements.so", "libgstjpeg.so", "libgstvideocrop.so"):
+        if not (folder / name).exists():
+            (folder / name).symlink_to(f"{machine}/{name}")
+    return folder
 
 
 def plugins(stage):

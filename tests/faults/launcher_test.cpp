@@ -42,6 +42,7 @@ class LauncherTest : public testing::Test {
 };
 
 TEST_F(LauncherTest, TheDaemonHasGivenUpWhatItDoesNotNeed) {
+  std::filesystem::create_directory(system.files() / "home");
   launch({"HOME=" + (system.files() / "home"), "PATH=/usr/bin:/bin"});
   EXPECT_THAT(about("status"), HasSubstr("NoNewPrivs:\t1\n"));
   EXPECT_THAT(about("status"), HasSubstr("Seccomp:\t2\n"));
@@ -140,23 +141,113 @@ TEST_F(LauncherTest, NoWayToTheNetworkIntoTheKernelOrToOthersMemory) {
   }
 }
 
-// The installed tree without its ffmpeg, and another ffmpeg on the caller's PATH.
-TEST_F(LauncherTest, NoOtherFfmpegTakesThePlaceOfOurs) {
-  const std::string tree = system.files() / "tree";
+// A copy of the installed tree; the folder of its programs.
+std::string copiedTree(const std::string& tree) {
   std::filesystem::copy(
       TARN_STAGE, tree,
       std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks);
-  std::filesystem::remove(tree + "/libexec/tarn-transcode/bin/ffmpeg");
+  return tree + "/libexec/tarn-transcode";
+}
+
+// The installed tree without its ffmpeg, and another ffmpeg on the caller's PATH.
+TEST_F(LauncherTest, NoOtherFfmpegTakesThePlaceOfOurs) {
+  const std::string programs = copiedTree(system.files() / "tree");
+  std::filesystem::remove(programs + "/bin/ffmpeg");
   std::filesystem::create_directory(system.files() / "bin");
   const std::string ran = system.files() / "ran";
   const std::string other =
       system.files().write("bin/ffmpeg", "#!/bin/sh\n/usr/bin/touch '" + ran + "'\n");
   chmod(other.c_str(), 0755);
   launch({"HOME=" + (system.files() / "home"), "PATH=" + (system.files() / "bin:/usr/bin:/bin")},
-         tree + "/libexec/tarn-transcode/start");
+         programs + "/start");
   const std::string movie = system.files().write("a.mp4", "no movie");
   EXPECT_FALSE(system.call("getMovieInfo", R"({"inFile":")" + movie + R"("})").ok);
   EXPECT_FALSE(std::filesystem::exists(ran));
+}
+
+// A machine with the launcher of another, and GStreamer's plug-ins where none of both looks.
+class OtherMachineTest : public LauncherTest {
+ protected:
+  OtherMachineTest() : plugins(system.files() / "plugins") {
+    const std::string programs = copiedTree(system.files() / "tree");
+    launcher = programs + "/start";
+    std::filesystem::copy_file(LAUNCHER_OF_ANOTHER_MACHINE, launcher,
+                               std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::create_directory(plugins);
+    for (const char* library : {"libgstcoreelements.so", "libgstjpeg.so", "libgstvideocrop.so"}) {
+      std::filesystem::copy_file(MACHINE_PLUGINS "/" + std::string(library),
+                                 plugins + "/" + library);
+    }
+  }
+  void start(const std::string& cache = "cache") {
+    system.endDaemon();
+    launch({"XDG_CACHE_HOME=" + (system.files() / cache), "TARN_LOG=-",
+            "GST_PLUGIN_SYSTEM_PATH_1_0=relative:/nonexistent:" + plugins},
+           launcher);
+  }
+  std::string link(const std::string& library) const {
+    return system.files() / ("cache/tarn-transcode/plugins/" + library);
+  }
+  std::string told() const { return readFile(system.files() / "log"); }
+
+  std::string plugins;
+  std::string launcher;
+};
+
+TEST_F(OtherMachineTest, ThePluginsAreLinkedFromWhereTheyAre) {
+  start();
+  EXPECT_TRUE(serves());
+  EXPECT_EQ(std::filesystem::read_symlink(link("libgstjpeg.so")), plugins + "/libgstjpeg.so");
+  EXPECT_THAT(told(), Not(HasSubstr("is not on this machine")));
+
+  std::filesystem::rename(plugins, plugins + "-2");
+  plugins += "-2";
+  start();
+  EXPECT_TRUE(serves());
+  EXPECT_EQ(std::filesystem::read_symlink(link("libgstjpeg.so")), plugins + "/libgstjpeg.so");
+  EXPECT_THAT(namesIn(system.files() / "cache/tarn-transcode/plugins"),
+              testing::ElementsAre("libgstcoreelements.so", "libgstjpeg.so", "libgstvideocrop.so"));
+}
+
+TEST_F(OtherMachineTest, LinksThatAreRightAreNotMadeAnew) {
+  start();
+  struct stat before {};
+  ASSERT_EQ(lstat(link("libgstjpeg.so").c_str(), &before), 0);
+  start();
+  struct stat after {};
+  ASSERT_EQ(lstat(link("libgstjpeg.so").c_str(), &after), 0);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+TEST_F(OtherMachineTest, AMissingPluginIsToldByNameAndTheRestServed) {
+  start();
+  std::filesystem::remove(plugins + "/libgstjpeg.so");
+  start();
+  EXPECT_THAT(told(), HasSubstr("GStreamer's plug-in libgstjpeg.so is not on this machine"));
+  EXPECT_FALSE(std::filesystem::is_symlink(link("libgstjpeg.so")));
+  EXPECT_TRUE(system.call("getMinimalBitrate", "{}").ok);
+}
+
+TEST_F(OtherMachineTest, WhereNothingCanBeWrittenThePluginsAreLoadedByTheirPaths) {
+  system.files().write("file", "");
+  start("file/cache");
+  EXPECT_TRUE(serves());
+}
+
+// GStreamer's decoder makes a half-gray picture of it.
+TEST_F(OtherMachineTest, OurDecoderStaysInUseWhenTheMachinesIsNew) {
+  const auto whole = makeJpeg({.width = 640, .height = 480});
+  const std::string in = system.files().write(
+      "cut.jpg", std::string(whole.begin(), whole.begin() + std::ssize(whole) * 2 / 3));
+  const std::string request = resizeRequest(in, system.files() / "out.jpg", 5000);
+  for (const char* when : {"2001-02-03", "2002-03-04"}) {
+    ASSERT_EQ(runCommand("touch -d " + std::string(when) + " " + plugins + "/*.so").exitCode, 0);
+    start();
+    EXPECT_THAT(system.call("resizeImage", request).reply, HasSubstr(R"("ImageSize":0)")) << when;
+  }
+  system.files().write("file", "");
+  start("file/cache");
+  EXPECT_THAT(system.call("resizeImage", request).reply, HasSubstr(R"("ImageSize":0)"));
 }
 
 }  // namespace

@@ -30,8 +30,9 @@ static void takeNameBack(GstRegistry*, GstPluginFeature* feature, gpointer plugi
 
 static gboolean registerElements(GstPlugin* plugin) {
   g_signal_connect(gst_registry_get(), "feature-added", G_CALLBACK(takeNameBack), plugin);
-  // When one of those files changes and is looked at again, so is this one.
-  gst_plugin_add_dependency_simple(plugin, nullptr, GST_PLUGINS_DIR,
+  // When one of those files changes and is looked at again, so is this one. The launcher tells in
+  // the variable where they are.
+  gst_plugin_add_dependency_simple(plugin, "TARN_PLUGINS", GST_PLUGINS_DIR,
                                    "libgstjpeg.so,libgstcoreelements.so",
                                    GST_PLUGIN_DEPENDENCY_FLAG_NONE);
   registerMetadataTag();

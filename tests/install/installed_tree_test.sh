@@ -1,0 +1,124 @@
+#!/bin/sh
+# Installs a build as people do and uses what is there: installed_tree_test.sh BUILD CASE [TREE]
+set -eu
+build=$1
+case=$2
+top=$(mktemp -d)
+trap 'rm -rf "$top"' EXIT
+export HOME="$top/home" XDG_RUNTIME_DIR="$top/run" TARN_LOG=-
+unset XDG_DATA_HOME XDG_DATA_DIRS XDG_CACHE_HOME
+mkdir -m 700 "$HOME" "$XDG_RUNTIME_DIR"
+convert -size 800x600 -seed 7 plasma:tomato-steelblue -quality 97 "$top/photo.jpg"
+
+install_into() {
+    cmake --install "$build" --prefix "$1" >"$top/installation"
+}
+
+# use TREE [CLIENT]: a photo by each service, on a bus that finds the tree's activation files.
+use() {
+    rm -f "$top"/out*
+    # shellcheck disable=SC2016 # for the other shell
+    XDG_DATA_DIRS="${XDG_DATA_DIRS-$1/share}" dbus-run-session -- sh -euc '
+        "$1" resize-image --always "$2/photo.jpg" "$2/out1.jpg" --size 50k
+        "$1" fit "$2/photo.jpg" "$2/out2.jpg" --size 50k' \
+        sh "${2-$1/bin/tarn-transcode}" "$top" >"$top/log" 2>&1 || {
+        cat "$top/log"
+        return 1
+    }
+    for made in "$top/out1.jpg" "$top/out2.jpg"; do
+        test "$(identify -format %m "$made")" = JPEG
+        test "$(stat -c %s "$made")" -le 50000
+    done
+}
+
+# build_against TREE: a program of somebody's own.
+build_against() {
+    cat >"$top/caller.c" <<'PROGRAM'
+#include <vela/vela.h>
+int main(void) {
+  VSError error;
+  VSErrorInit(&error);
+  VSErrorPrint(&error, stdout);
+  return 0;
+}
+PROGRAM
+    PKG_CONFIG_PATH=$(dirname "$(find "$1" -name vela.pc)")
+    export PKG_CONFIG_PATH
+    # pkg-config marks blanks for a shell to take apart.
+    eval "cc -Wall -Werror '$top/caller.c' -o '$top/caller' $(pkg-config --cflags --libs vela)"
+    LD_LIBRARY_PATH="$(dirname "$PKG_CONFIG_PATH")" "$top/caller"
+}
+
+files() {
+    find "$1" ! -type d | sort
+}
+
+case $case in
+blanks)
+    install_into "$top/a tree of mine"
+    use "$top/a tree of mine"
+    build_against "$top/a tree of mine"
+    ;;
+signs)  # that a shell would see something in
+    install_into "$top/a tree's \"own\" \$HOME & 100%"
+    use "$top/a tree's \"own\" \$HOME & 100%"
+    ;;
+home)  # where a user's bus looks by itself
+    install_into "$HOME/.local"
+    export XDG_DATA_HOME="$HOME/.local/share" XDG_DATA_DIRS=/nonexistent
+    use "$HOME/.local"
+    ;;
+destdir)
+    DESTDIR="$top/staging" install_into "$top/real"
+    test ! -e "$top/real"
+    mv "$top/staging$top/real" "$top/real"
+    use "$top/real"
+    build_against "$top/real"
+    ;;
+moved)
+    install_into "$top/first"
+    mv "$top/first" "$top/second"
+    # As README tells.
+    sed -i "s|$top/first|$top/second|" "$top"/second/share/dbus-1/services/*
+    use "$top/second"
+    ;;
+uninstalled)
+    mkdir -p "$top/tree/share/dbus-1/services" "$top/tree/bin"
+    touch "$top/tree/share/dbus-1/services/another.service" "$top/tree/bin/another"
+    files "$top/tree" >"$top/before"
+    for staging in "" "$top/staging"; do
+        export DESTDIR="$staging"
+        install_into "$top/tree"
+        test "$(files "$staging$top/tree" | wc -l)" -gt 10
+        cmake --build "$build" --target uninstall >"$top/removal"
+        test -z "$(find "$staging$top/tree" -path '*tarn*' -o -path '*vela*')"
+    done
+    files "$top/tree" | diff "$top/before" -
+    test -z "$(files "$top/staging")"
+    if cmake --build "$build" --target uninstall >"$top/removal" 2>&1; then exit 1; fi
+    grep -q "nothing was installed from here" "$top/removal"
+    ;;
+absolute)  # scripts/try-install, where each folder of the TREE is
+    rm -rf "$3"
+    if cmake --install "$build" --prefix "$top/another" >"$top/installation" 2>&1; then exit 1; fi
+    grep -q "give the prefix when configuring" "$top/installation"
+    cmake --install "$build" >"$top/installation"
+    test ! -e "$3/prefix"
+    export XDG_DATA_DIRS="$3/data"
+    use "$3" "$3/programs/tarn-transcode"
+    build_against "$3"
+    cmake --build "$build" --target uninstall >"$top/removal"
+    test -z "$(files "$3")"
+    ;;
+optimised)  # by the last of its options, whatever the build type says before
+    options=$(grep '"command".*plane_resampler\.cpp' "$build/compile_commands.json" |
+        sed 's/.*\(-O[^ ]*\) .*/\1/' | sort | uniq -c | xargs)
+    test "$options" = "2 -O3"
+    ;;
+exports)  # the C calls alone
+    install_into "$top/tree"
+    names=$(nm -D --defined-only "$(find "$top/tree" -name libvela.so)" | sed 's/.* //')
+    echo "$names" | grep -qx VSCall
+    test -z "$(echo "$names" | grep -v '^VS[A-Z][A-Za-z]*$')"
+    ;;
+esac
