@@ -1,8 +1,9 @@
 #!/bin/sh
-# Installs a build as people do and uses what is there: installed_tree_test.sh BUILD CASE [TREE]
+# Installs a build as people do and uses what is there: installed_tree_test.sh BUILD CASE [WHAT]
 set -eu
 build=$1
 case=$2
+here=$(cd "$(dirname "$0")" && pwd)
 top=$(mktemp -d)
 trap 'rm -rf "$top"' EXIT
 export HOME="$top/home" XDG_RUNTIME_DIR="$top/run" TARN_LOG=-
@@ -97,6 +98,38 @@ uninstalled)
     test -z "$(files "$top/staging")"
     if cmake --build "$build" --target uninstall >"$top/removal" 2>&1; then exit 1; fi
     grep -q "nothing was installed from here" "$top/removal"
+    ;;
+unit)  # that systemd understands, and under whose restrictions the service works; the bus leaves it be
+    tree="$top/a 100% \$tree"
+    install_into "$tree"
+    unit="$tree/share/systemd/user/tarn-transcode.service"
+    if grep -q SystemdService "$tree"/share/dbus-1/services/*; then exit 1; fi
+    systemd-analyze --user --man=no verify "$unit" >"$top/verified" 2>&1 || {
+        cat "$top/verified"
+        exit 1
+    }
+    test ! -s "$top/verified"
+    cat >"$tree/share/dbus-1/services/com.tarn.transcode.service" <<FILE
+[D-BUS Service]
+Name=com.tarn.transcode
+Exec=$here/as_unit.py '$unit' '$tree/libexec/tarn-transcode/start'
+SystemdService=tarn-transcode.service
+FILE
+    use "$tree"
+    ffmpeg -v error -nostdin -f lavfi -i testsrc=size=320x240:rate=25:duration=2 \
+        -f lavfi -i sine=duration=2 -c:v mpeg4 -q:v 2 -c:a aac "$top/clip.mp4"
+    XDG_DATA_DIRS="$tree/share" dbus-run-session -- "$tree/bin/tarn-transcode" resize-movie --quiet \
+        "$top/clip.mp4" "$top/out.mp4" --max-size 60k
+    test "$(stat -c %s "$top/out.mp4")" -le 60000
+    # What gives in to everything, under the unit alone.
+    mkdir "$top/prey"
+    ATTACK_FOLDER="$top/prey" ATTACK_PROCESS=$$ "$here/as_unit.py" "$unit" "$3" x "file:$top/x" \
+        2>"$top/attacks" || :
+    grep -q "^tried " "$top/attacks"
+    for attack in "socket 2" "socket 10" "socket 16" trace keyring bpf perf userfaultfd mount chroot \
+        "a namespace" "a child in a namespace" "read another's memory at once"; do
+        if grep -x "ALLOWED $attack" "$top/attacks"; then exit 1; fi
+    done
     ;;
 absolute)  # scripts/try-install, where each folder of the TREE is
     rm -rf "$3"
