@@ -23,10 +23,11 @@ function(quote_for_systemd path quoted)
   set(${quoted} "${path}" PARENT_SCOPE)
 endfunction()
 
-function(install_filled template name folder)
+# No function: the manifest is a variable of whoever installs.
+macro(install_filled template name folder)
   configure_file("${CMAKE_CURRENT_LIST_DIR}/${template}.in" "${SCRATCH}/${name}" @ONLY)
   file(INSTALL "${SCRATCH}/${name}" DESTINATION "${folder}")
-endfunction()
+endmacro()
 
 foreach(path PROGRAM SERVICES UNITS)
   cmake_path(ABSOLUTE_PATH ${path} BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" NORMALIZE)

@@ -123,13 +123,35 @@ FILE
     test "$(stat -c %s "$top/out.mp4")" -le 60000
     # What gives in to everything, under the unit alone.
     mkdir "$top/prey"
-    ATTACK_FOLDER="$top/prey" ATTACK_PROCESS=$$ "$here/as_unit.py" "$unit" "$3" x "file:$top/x" \
+    sleep 60 &
+    prey=$!
+    ATTACK_FOLDER="$top/prey" ATTACK_PROCESS=$prey "$here/as_unit.py" "$unit" "$3" x "file:$top/x" \
         2>"$top/attacks" || :
+    kill "$prey"
     grep -q "^tried " "$top/attacks"
     for attack in "socket 2" "socket 10" "socket 16" trace keyring bpf perf userfaultfd mount chroot \
         "a namespace" "a child in a namespace" "read another's memory at once"; do
         if grep -x "ALLOWED $attack" "$top/attacks"; then exit 1; fi
     done
+    ;;
+desktop)  # what file managers call, with a notification that is written down
+    tree="$top/tree"
+    install_into "$tree"
+    desktop-file-validate "$tree"/share/applications/*.desktop
+    appstreamcli validate --no-net "$tree"/share/metainfo/*.xml >"$top/validated"
+    mkdir "$top/programs" "$top/my pictures"
+    printf '#!/bin/sh\nprintf "%%s|" "$@" >>"%s"\n' "$top/told" >"$top/programs/notify-send"
+    chmod +x "$top/programs/notify-send"
+    export PATH="$tree/bin:$top/programs:$PATH" XDG_DATA_DIRS="$tree/share"
+    cp "$top/photo.jpg" "$top/my pictures/-a b.jpg"
+    cp "$top/photo.jpg" "$top/my pictures/c.jpg"
+    dbus-run-session -- tarn-transcode-for-mail "$top/my pictures/-a b.jpg" "$top/my pictures/c.jpg"
+    test "$(ls "$top/my pictures/For mail")" = "$(printf '%s\n' '-a b.jpg' c.jpg)"
+    grep -q "|Fit for a mail: -a b.jpg and 1 more|$top/my pictures/For mail|" "$top/told"
+    echo "no photo" >"$top/none.jpg"
+    rm "$top/told"
+    if dbus-run-session -- tarn-transcode-for-mail "$top/none.jpg"; then exit 1; fi
+    grep -q "|Not made fit for a mail: none.jpg|.*none.jpg" "$top/told"
     ;;
 absolute)  # scripts/try-install, where each folder of the TREE is
     rm -rf "$3"
