@@ -80,7 +80,9 @@ moved)
     install_into "$top/first"
     mv "$top/first" "$top/second"
     # As README tells.
-    sed -i "s|$top/first|$top/second|" "$top"/second/share/dbus-1/services/*
+    sed -i "s|$top/first|$top/second|" "$top"/second/share/dbus-1/services/* \
+        "$top"/second/share/systemd/user/*
+    test -z "$(grep -rl "$top/first" "$top/second")"
     use "$top/second"
     ;;
 uninstalled)
