@@ -195,9 +195,12 @@ bool AttemptRunner::judge(const FitPlan& plan, const EncodeResult& result, Outco
                     std::max(share, 0.02)));
     return true;
   }
-  // libavcodec's rate control aborts when even its coarsest quantiser is over the bitrate.
-  if (plan.attempt().kind == Kind::Second && hasDied && isPressed && hasQuantiser(options) &&
-      !isH264(options)) {
+  // libavcodec's rate control aborts when even its coarsest quantiser is over the bitrate, and
+  // x264's says so.
+  const bool isTooLow = isH264(options)
+                            ? result.words.find("requested bitrate is too low") != std::string::npos
+                            : hasQuantiser(options);
+  if (plan.attempt().kind == Kind::Second && hasDied && isPressed && isTooLow) {
     outcome->end = Outcome::End::TooLow;
     return true;
   }

@@ -123,7 +123,8 @@ double FitPlan::encodesAfter(double bytes) const {
 }
 
 bool FitPlan::wantsSample() const {
-  if (next.kind != Kind::First || !hasQuantiser(options) || rungs.size() < 2) return false;
+  const bool isSizeOpen = !rungs.empty() && rungs.front().size != rungs.back().size;
+  if (next.kind != Kind::First || !hasQuantiser(options) || !isSizeOpen) return false;
   const Rung& top = rungs.front();
   const double frames = std::max(1.0, top.framesPerSecond * limits.seconds);
   return videoAimBits(top, next.sound) < kPlentyPerPixel * top.pixels() * frames;
