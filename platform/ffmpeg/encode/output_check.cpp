@@ -14,7 +14,7 @@ int64_t writtenSlackMs(int64_t lengthMs) {
 
 // Declared lengths are often a little off; a file cut short is off by more.
 int64_t clipSlackMs(int64_t lengthMs) {
-  return std::max<int64_t>(2000, lengthMs / 10);
+  return std::max<int64_t>(1000, lengthMs / 10);
 }
 
 std::string seconds(int64_t milliseconds) {
