@@ -182,7 +182,7 @@ int bearableQuantiser(const Options& options, const std::vector<Rung>& rungs, si
                             rungs[chosen + 1].framesPerSecond < rungs[chosen].framesPerSecond;
   if (isLastOfRate) return kBearableBeforeHeldFrames;
   if (options.videoCodec == "h263") return kBearableH263;
-  // H.264's curve is flat there, on the four clips that it was measured on.
+  // H.264's curve is flat there, on the three clips that it was measured on.
   if (isH264(options)) return 18;
   return chosen == 0 ? kBearableUnscaled : kBearable;
 }
