@@ -45,8 +45,9 @@ bool takeStreams(const std::string& folder, Media media, FileTask* task, Outcome
       return number != 0 ? outcome->failBySignal(number) : outcome->fail(error);
     }
   }
-  if (task->out == kStream)
+  if (task->out == kStream) {
     task->out = folder + (isMovie(task->in, media) ? "/out.mp4" : "/out.jpg");
+  }
   return true;
 }
 
@@ -54,8 +55,9 @@ bool give(const std::string& path, Outcome* outcome) {
   Interrupts interrupts;
   std::string error;
   if (giveToStandardOutput(
-          path, [&] { return interrupts.received() == 0; }, &error))
+          path, [&] { return interrupts.received() == 0; }, &error)) {
     return true;
+  }
   const int number = interrupts.received();
   return number != 0 ? outcome->failBySignal(number) : outcome->fail(error);
 }

@@ -208,7 +208,7 @@ FitAnswer fitFile(const FitWish& wish, const std::function<void(const Step&)>& o
     answer.errorText = noBusWords(error->message);
     return answer;
   }
-  const FitAnswer answer = Call(connection, onProgress, interrupts).run(wish);
+  FitAnswer answer = Call(connection, onProgress, interrupts).run(wish);
   if (answer.kind != FitAnswer::Died || interrupts->received() != 0) return answer;
   onRetry();
   return Call(connection, onProgress, interrupts).run(wish);

@@ -94,8 +94,9 @@ Answer callService(const std::string& method, const std::string& payload,
   VSError error;
   VSErrorInit(&error);
   VSHandle* handle = nullptr;
-  if (!VSRegisterPubPriv(nullptr, &handle, false, &error))
+  if (!VSRegisterPubPriv(nullptr, &handle, false, &error)) {
     return {Answer::NoService, "", noBusWords(takeWords(&error))};
+  }
 
   const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(
       g_main_loop_new(nullptr, FALSE), g_main_loop_unref);
