@@ -73,6 +73,7 @@ bool fitByService(const FileTask& task, const Options& options, const Watcher& w
   FitWish wish;
   wish.input = in.fd;
   wish.output = out.fd;
+  wish.isPhoto = startsAsJpeg(task.in);
   wish.maxBytes = static_cast<uint64_t>(task.maxBytes);
   wish.maxWidth = options.maxWidth;
   wish.maxHeight = options.maxHeight;

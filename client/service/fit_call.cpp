@@ -86,7 +86,7 @@ class Call {
     g_autoptr(TarnFit1) service(tarn_fit1_proxy_new_sync(
         connection, G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES, kName, kPath, nullptr, &error));
     bool movie = false;
-    if (service != nullptr && isKnown(service, list, input, &movie, &error)) {
+    if (service != nullptr && (wish.isPhoto || isKnown(service, list, input, &movie, &error))) {
       const auto call = movie ? tarn_fit1_call_fit_movie_sync : tarn_fit1_call_fit_image_sync;
       if (call(service, g_variant_new_handle(input), g_variant_new_handle(output), wish.maxBytes,
                options(wish, movie), list, nullptr, nullptr, nullptr, &error) != FALSE) {

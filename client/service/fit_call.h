@@ -14,6 +14,7 @@
 struct FitWish {
   int input = -1;  // descriptors, borrowed
   int output = -1;
+  bool isPhoto = false;  // for sure; else the service is asked
   uint64_t maxBytes = 0;
   uint32_t maxWidth = 0;  // 0: no limit
   uint32_t maxHeight = 0;
@@ -41,9 +42,8 @@ struct FitAnswer {
   bool isUntouched = false;  // the picture is the source's own
 };
 
-// The service tells which of the two the input is. `onProgress` hears the share that is done. A
-// signal that `interrupts` notes cancels the job at once. A service that dies is asked once more,
-// after `onRetry`.
+// `onProgress` hears the share that is done. A signal that `interrupts` notes cancels the job at
+// once. A service that dies is asked once more, after `onRetry`.
 FitAnswer fitFile(const FitWish& wish, const std::function<void(const Step&)>& onProgress,
                   const std::function<void()>& onRetry, Interrupts* interrupts);
 

@@ -28,6 +28,16 @@ bool parsePhotoWord(const std::string& name, const std::string& value, PhotoRequ
   return name == "keep-metadata" && parseKeepMetadata(value, &photo->keep);
 }
 
+template <typename Choice, size_t count>
+bool parseAmong(const Choice (&choices)[count], const std::string& name, Choice* found) {
+  for (const Choice choice : choices) {
+    if (name != nameOf(choice)) continue;
+    *found = choice;
+    return true;
+  }
+  return false;
+}
+
 bool parseWord(const std::string& word, WorkerRequest* request) {
   const size_t equals = word.find('=');
   if (equals == std::string::npos) return false;
@@ -51,12 +61,7 @@ const char* nameOf(KeepMetadata keep) {
 }
 
 bool parseKeepMetadata(const std::string& name, KeepMetadata* keep) {
-  for (const KeepMetadata candidate : kKeeps) {
-    if (name != nameOf(candidate)) continue;
-    *keep = candidate;
-    return true;
-  }
-  return false;
+  return parseAmong(kKeeps, name, keep);
 }
 
 const char* nameOf(MovieFormat format) {
@@ -71,12 +76,7 @@ const char* nameOf(MovieFormat format) {
 }
 
 bool parseMovieFormat(const std::string& name, MovieFormat* format) {
-  for (const MovieFormat candidate : kMovieFormats) {
-    if (name != nameOf(candidate)) continue;
-    *format = candidate;
-    return true;
-  }
-  return false;
+  return parseAmong(kMovieFormats, name, format);
 }
 
 std::vector<std::string> wordsOf(const WorkerRequest& request) {

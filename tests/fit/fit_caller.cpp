@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr char kName[] = "com.tarn.Fit1";
-constexpr char kPath[] = "/com/tarn/Fit1";
 constexpr std::chrono::seconds kDeadline(30);
 constexpr int kTimeoutMs = 60000;
 

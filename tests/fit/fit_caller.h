@@ -10,6 +10,11 @@
 #include <string>
 #include <vector>
 
+constexpr char kName[] = "com.tarn.Fit1";
+constexpr char kPath[] = "/com/tarn/Fit1";
+constexpr char kError[] = "com.tarn.Fit1.Error.";  // the errors' names go on with their own
+constexpr char kJob[] = "com.tarn.Fit1.Job";
+
 struct CallOutcome {
   bool ok = false;
   std::string path;       // of the job

@@ -19,10 +19,6 @@ using tarn::test::PrivateBus;
 using testing::AllOf;
 using testing::HasSubstr;
 
-constexpr char kName[] = "com.tarn.Fit1";
-constexpr char kPath[] = "/com/tarn/Fit1";
-constexpr char kError[] = "com.tarn.Fit1.Error.";
-constexpr char kJob[] = "com.tarn.Fit1.Job";
 constexpr std::chrono::seconds kSoon(5);  // on a busy machine
 
 // Noise in motion, with a tone: some 700 kB, and hard to make smaller.

@@ -22,10 +22,6 @@ using tarn::test::PrivateBus;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-constexpr char kName[] = "com.tarn.Fit1";
-constexpr char kError[] = "com.tarn.Fit1.Error.";
-constexpr char kJob[] = "com.tarn.Fit1.Job";
-
 // The service in a folder of its own, so that each test knows its processes.
 class FitServiceTest : public testing::Test {
  protected:

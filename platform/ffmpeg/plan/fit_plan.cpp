@@ -50,7 +50,7 @@ FitPlan::FitPlan(const Options& asked, const MediaFacts& about)
 }
 
 void FitPlan::beginEncode() {
-  if (!rungs.empty() && limits.maxBytes > 0 && keepsPassLog(options)) {
+  if (!rungs.empty() && limits.maxBytes > 0 && hasQuantiser(options)) {
     beginPicture(0);
     return;
   }

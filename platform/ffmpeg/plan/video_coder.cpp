@@ -14,10 +14,6 @@ constexpr int kCoarsestQp = 51;
 
 }  // namespace
 
-bool keepsPassLog(const Options& options) {
-  return hasQuantiser(options);
-}
-
 bool hasQuantiser(const Options& options) {
   static const std::set<std::string> names = {"mpeg4",     "h263",       "h263p",     "flv",
                                               "msmpeg4",   "wmv1",       "wmv2",      "libx264",

@@ -7,8 +7,8 @@
 
 #include "platform/ffmpeg/request/options.h"
 
-// What the encoder that the options name can do.
-bool keepsPassLog(const Options& options);
+// Whether the encoder that the options name takes a fixed quantiser, and leaves a log of its first
+// pass that says which it took.
 bool hasQuantiser(const Options& options);
 bool isH264(const Options& options);
 
