@@ -52,7 +52,7 @@ TEST(LoadTest, EndsBetweenRequestsLoseNoneAndRunNoneTwice) {
   InstalledSystem system("/usr/bin/env TEST_TICK_MS=20 TEST_REPLY_LOG=" + log + " " +
                          SHORT_TICK_DAEMON);
   constexpr int kClients = 4;
-  constexpr int kCallsEach = 5000;
+  constexpr int kCallsEach = 1500;
   EXPECT_EQ(callFromClients(system, kClients, kCallsEach), 0);
 
   std::map<std::string, int> replies;
@@ -113,13 +113,13 @@ TEST(LoadTest, MemoryIsBackAfterTenThousandCalls) {
   EXPECT_LE(residentKb(daemon), before + 2048);
 }
 
-TEST(LoadTest, TwoHundredBigPicturesStayInBounds) {
+TEST(LoadTest, SixtyBigPicturesStayInBounds) {
   InstalledSystem system(lastingDaemon());
   ASSERT_TRUE(system.call("getMinimalBitrate", "{}").ok);
   const pid_t daemon = system.daemonPid();
   const std::string in = writePicture(system, 4000, 3000);
   std::vector<std::shared_ptr<BusClient::Pending>> pending;
-  for (int i = 0; i < 200; ++i) {
+  for (int i = 0; i < 60; ++i) {
     pending.push_back(
         system.start("resizeImage",
                      resizeRequest(in, system.files() / (std::to_string(i % 20) + ".jpg"), 50000)));
@@ -165,7 +165,7 @@ TEST(LoadTest, MemoryIsBackAfterTwentyPicturesAtOnce) {
 }
 
 // What the first requests left behind must not slow the last ones down.
-TEST(LoadTest, FiveThousandSmallPicturesWithoutAPause) {
+TEST(LoadTest, AThousandSmallPicturesWithoutAPause) {
   InstalledSystem system(lastingDaemon());
   const std::string request =
       resizeRequest(writePicture(system, 160, 120), system.files() / "out.jpg", 100000);
@@ -181,7 +181,7 @@ TEST(LoadTest, FiveThousandSmallPicturesWithoutAPause) {
   };
   const double first = hundred();
   EXPECT_GT(first, 0);
-  for (int i = 0; i < 48; ++i) {
+  for (int i = 0; i < 8; ++i) {
     hundred();
   }
   const double last = hundred();

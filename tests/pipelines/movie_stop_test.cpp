@@ -81,7 +81,7 @@ TEST_F(MovieStop, AtRandomMoments) {
   }
   finishTimers();
   const Footprint before;
-  for (int i = 0; i < 140; ++i) {
+  for (int i = 0; i < 60; ++i) {
     runOnce(stopLater);
   }
   finishTimers();

@@ -50,7 +50,7 @@ class VelaProcessTest : public testing::Test {
 
 TEST_F(VelaProcessTest, RestartsLoseNoRequestAndRunNoneTwice) {
   constexpr int kThreads = 4;
-  constexpr int kCalls = 2500;
+  constexpr int kCalls = 800;
   std::mutex mutex;
   std::vector<std::string> failures;
   std::vector<std::thread> threads;
