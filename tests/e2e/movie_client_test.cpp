@@ -241,6 +241,7 @@ TEST(ScriptedMovieClientTest, AsksAgainWhenTheServiceDied) {
       : > "$here/killed"
       : > "$output-0.log"
       kill -9 $PPID
+      exit
     fi
     cp "$input" "$output")");
   InstalledClient client(ffmpeg.daemon());
