@@ -29,7 +29,10 @@ FitAnswer failed(GError* error) {
     answer.errorText = "the service ended while it worked on the request";
   } else {
     answer.kind = FitAnswer::NoService;
-    answer.errorText = "the service cannot be started: " + answer.errorText;
+    const bool isUnknown =
+        g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) != FALSE;
+    answer.errorText =
+        isUnknown ? notInstalledWords(kName) : "the service cannot be started: " + answer.errorText;
   }
   return answer;
 }

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr char kService[] = "tarn://com.tarn.transcode/";
+constexpr char kServiceName[] = "com.tarn.transcode";
 constexpr char kBusItself[] = "org.freedesktop.DBus";
 constexpr guint kWaitingMs = 100;
 
@@ -26,9 +26,16 @@ bool isOneOf(const char* name, std::initializer_list<const char*> names) {
   return false;
 }
 
-Answer failed(const char* errorName, const char* sender) {
+// What the error says, or, where it says nothing, its name.
+std::string wordsOf(VSMessage* message) {
+  const char* text = VSMessageGetErrorMessage(message);
+  return *text != '\0' ? text : VSMessageGetErrorName(message);
+}
+
+Answer failed(VSMessage* message) {
+  const char* errorName = VSMessageGetErrorName(message);
   if (isOneOf(errorName, {"org.freedesktop.DBus.Error.NoReply"})) {
-    if (strcmp(sender, kBusItself) != 0) {
+    if (strcmp(VSMessageGetSender(message), kBusItself) != 0) {
       return {Answer::Silent, "", "the service could not read the file"};
     }
     return {Answer::Died, "", "the service ended while it worked on the request"};
@@ -38,28 +45,25 @@ Answer failed(const char* errorName, const char* sender) {
   }
   if (isOneOf(errorName, {"org.freedesktop.DBus.Error.ServiceUnknown",
                           "org.freedesktop.DBus.Error.NameHasNoOwner"})) {
-    return {Answer::NoService, "",
-            "the service cannot be started: this bus knows no com.tarn.transcode; install "
-            "com.tarn.transcode.service below a folder of XDG_DATA_DIRS, in dbus-1/services"};
+    return {Answer::NoService, "", notInstalledWords(kServiceName)};
   }
   if (g_str_has_prefix(errorName, "org.freedesktop.DBus.Error.Spawn.")) {
-    return {
-        Answer::NoService, "",
-        std::string("the service cannot be started: ") + errorName + ", the bus's log says why"};
+    return {Answer::NoService, "",
+            "the service cannot be started: " + wordsOf(message) + "; the bus's log says why"};
   }
   if (isOneOf(errorName, {"org.freedesktop.DBus.Error.UnknownMethod"})) {
     return {Answer::BusError, "",
             "the service has no such method: it has getMinimalBitrate, getMovieInfo, resizeImage, "
             "resizeMovie and scaleImage"};
   }
-  return {Answer::BusError, "", std::string("the request was refused: ") + errorName};
+  return {Answer::BusError, "", "the request was refused: " + wordsOf(message)};
 }
 
 bool takeReply(VSHandle*, VSMessage* message, void* data) {
   auto* wait = static_cast<Wait*>(data);
-  const char* errorName = VSMessageGetErrorName(message);
-  wait->answer = errorName == nullptr ? Answer{Answer::Replied, VSMessageGetPayload(message), ""}
-                                      : failed(errorName, VSMessageGetSender(message));
+  const bool isReply = VSMessageGetErrorName(message) == nullptr;
+  wait->answer =
+      isReply ? Answer{Answer::Replied, VSMessageGetPayload(message), ""} : failed(message);
   g_main_loop_quit(wait->loop);
   return true;
 }
@@ -84,6 +88,11 @@ void runUntilReply(Wait* wait) {
 
 }  // namespace
 
+std::string notInstalledWords(const std::string& service) {
+  return "the service cannot be started: this bus knows no " + service + "; install " + service +
+         ".service below a folder of XDG_DATA_DIRS, in dbus-1/services";
+}
+
 std::string noBusWords(const std::string& reason) {
   return "there is no message bus: " + reason +
          "; run it as `dbus-run-session -- tarn-transcode ...`";
@@ -101,7 +110,7 @@ Answer callService(const std::string& method, const std::string& payload,
   const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(
       g_main_loop_new(nullptr, FALSE), g_main_loop_unref);
   Wait wait = {loop.get(), whileWaiting, {Answer::GivenUp, "", "the request was given up"}};
-  const std::string uri = kService + method;
+  const std::string uri = std::string("tarn://") + kServiceName + "/" + method;
   if (!VSGmainAttach(handle, loop.get(), &error) ||
       !VSCall(handle, uri.c_str(), payload.c_str(), takeReply, &wait, nullptr, &error)) {
     wait.answer = {Answer::BusError, "", "the request cannot be sent: " + takeWords(&error)};

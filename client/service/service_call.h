@@ -40,7 +40,8 @@ Answer callServiceAgain(const std::string& method, const std::string& payload,
 inline constexpr char kAskedAgain[] =
     "the service ended while it worked on the request: asked once more";
 
-// What is said where there is no bus.
+// What is said where the bus knows no service of that name, and where there is no bus.
+std::string notInstalledWords(const std::string& service);
 std::string noBusWords(const std::string& reason);
 
 #endif

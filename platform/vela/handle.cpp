@@ -175,7 +175,9 @@ bool VSHandle::call(const vela::Uri& uri, const char* payload, const vela::Callb
 
 void VSHandle::failPendingCalls() {
   for (const vela::Callback& callback : calls->takeAll()) {
-    inbox->addOutcome(vela::MessageRef(new VSMessage(vela::kDisconnected)), callback);
+    inbox->addOutcome(
+        vela::MessageRef(new VSMessage(vela::kDisconnected, "The connection to the bus is closed")),
+        callback);
   }
 }
 

@@ -16,6 +16,15 @@ bool silentOnDrop() {
   return variable != nullptr && std::string_view(variable) == "silent";
 }
 
+// What an error reply says to people: by the custom of the bus its first argument.
+std::string firstText(GDBusMessage* reply) {
+  GVariant* body = g_dbus_message_get_body(reply);
+  if (body == nullptr || g_variant_n_children(body) == 0) return "";
+  g_autoptr(GVariant) first = g_variant_get_child_value(body, 0);
+  const bool isText = g_variant_is_of_type(first, G_VARIANT_TYPE_STRING) != FALSE;
+  return isText ? g_variant_get_string(first, nullptr) : "";
+}
+
 bool wantsReply(GDBusMessage* request) {
   return (g_dbus_message_get_flags(request) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0;
 }
@@ -51,8 +60,10 @@ VSMessage::VSMessage(GDBusMessage* reply)
   if (g_dbus_message_get_message_type(reply) == G_DBUS_MESSAGE_TYPE_ERROR) {
     text = nullptr;
     errorName = g_dbus_message_get_error_name(reply);
+    errorText = firstText(reply);
   } else if (text == nullptr) {
     errorName = kInvalidSignature;
+    errorText = "The reply is not exactly one string";
   }
 }
 

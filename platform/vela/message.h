@@ -25,7 +25,7 @@ struct VSMessage {
   // The reply, or the error reply, to an outgoing call.
   explicit VSMessage(GDBusMessage* reply);
   // An outgoing call that failed on this side of the bus.
-  explicit VSMessage(const char* failure) : errorName(failure) {}
+  VSMessage(const char* name, const char* description) : errorName(name), errorText(description) {}
   VSMessage(const VSMessage&) = delete;
   VSMessage& operator=(const VSMessage&) = delete;
 
@@ -36,8 +36,9 @@ struct VSMessage {
   const char* payload() const { return text != nullptr ? text : ""; }
   // Whether the arguments are exactly one string.
   bool hasOneText() const { return text != nullptr; }
-  // Null unless this is a failed call.
+  // Both null unless this is a failed call.
   const char* error() const { return errorName.empty() ? nullptr : errorName.c_str(); }
+  const char* errorMessage() const { return error() != nullptr ? errorText.c_str() : nullptr; }
 
   // "" when no other process sent it.
   const char* sender() const;
@@ -77,6 +78,7 @@ struct VSMessage {
   const vela::GlibRef<GDBusMessage> bus;
   const char* text = nullptr;  // inside bus
   std::string errorName;
+  std::string errorText;
   std::shared_ptr<vela::BusLink> link;       // requests only
   std::shared_ptr<vela::OpenRequests> open;  // requests only
   std::atomic<int> references{1};

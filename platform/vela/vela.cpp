@@ -82,6 +82,10 @@ const char* VSMessageGetErrorName(VSMessage* message) {
   return message != nullptr ? message->error() : nullptr;
 }
 
+const char* VSMessageGetErrorMessage(VSMessage* message) {
+  return message != nullptr ? message->errorMessage() : nullptr;
+}
+
 const char* VSMessageGetSender(VSMessage* message) {
   return message != nullptr ? message->sender() : "";
 }

@@ -214,6 +214,9 @@ TEST_F(ImageClientTest, CallsAnyMethod) {
       "resizeImage, resizeMovie and scaleImage\n");
   EXPECT_EQ(client("call no-method '{}'").exitCode, 1);
   EXPECT_THAT(errors(), HasSubstr("tarn-transcode: the request cannot be sent: "));
+  dir.write("request", std::string(70000, ' '));
+  EXPECT_EQ(client("call resizeImage \"$(cat request)\"").exitCode, 1);
+  EXPECT_EQ(errors(), "tarn-transcode: the request was refused: The request is too large\n");
   EXPECT_EQ(client("min-bitrate").out, "204800 bit/s\n");
 }
 
@@ -232,7 +235,9 @@ TEST_F(ImageClientTest, SaysWhenThereIsNoService) {
   const tarn::test::PrivateBus broken(options);
   EXPECT_EQ(runCommand("DBUS_SESSION_BUS_ADDRESS='" + broken.address() + "' " + program).exitCode,
             3);
-  EXPECT_THAT(errors(), HasSubstr("cannot be started: org.freedesktop.DBus.Error.Spawn."));
+  EXPECT_EQ(errors(),
+            "tarn-transcode: the service cannot be started: Process com.tarn.transcode exited with "
+            "status 1; the bus's log says why\n");
 }
 
 // A service that dies of somebody else's request is asked again.

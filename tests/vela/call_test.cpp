@@ -3,6 +3,7 @@
 #include "tests/vela/vela_fixture.h"
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 namespace {
 
@@ -12,6 +13,7 @@ const VSMethod kEcho[] = {{"echo", echo, 0}, {}};
 struct Outcomes {
   std::vector<std::string> payloads;
   std::vector<std::string> errors;
+  std::vector<std::string> messages;
   size_t count() const { return payloads.size(); }
 };
 
@@ -20,6 +22,9 @@ bool collect(VSHandle* handle, VSMessage* message, void* data) {
   outcomes->payloads.emplace_back(VSMessageGetPayload(message));
   const char* error = VSMessageGetErrorName(message);
   outcomes->errors.emplace_back(error != nullptr ? error : "");
+  const char* text = VSMessageGetErrorMessage(message);
+  EXPECT_EQ(text == nullptr, error == nullptr) << "an error has both";
+  outcomes->messages.emplace_back(text != nullptr ? text : "");
   EXPECT_FALSE(VSMessageReply(handle, message, "{}", nullptr)) << "an outcome is no request";
   return true;
 }
@@ -58,6 +63,8 @@ TEST_F(VelaTest, AbsentPeerGivesAnErrorAndNoBlock) {
   EXPECT_THAT(outcomes.payloads, ElementsAre("", ""));
   EXPECT_THAT(outcomes.errors, ElementsAre(std::string(kPrefix) + "ServiceUnknown",
                                            std::string(kPrefix) + "UnknownMethod"));
+  EXPECT_THAT(outcomes.messages[0], HasSubstr("com.example.absent was not provided"));
+  EXPECT_THAT(outcomes.messages[1], HasSubstr("nothing"));
 }
 
 TEST_F(VelaTest, ClientHandleCallsWithoutAName) {
@@ -133,7 +140,41 @@ TEST_F(VelaTest, ForeignReplyThatIsNoTextIsAFailedCall) {
                      "org.freedesktop.DBus", collect, &outcomes, nullptr, nullptr));
   runUntil([&] { return outcomes.count() == 1; });
   EXPECT_THAT(outcomes.errors, ElementsAre(std::string(kPrefix) + "InvalidSignature"));
+  EXPECT_THAT(outcomes.messages, ElementsAre("The reply is not exactly one string"));
   VSUnregister(client, nullptr);
+}
+
+// As the bus allows, though few services do so.
+TEST_F(VelaTest, AnErrorMaySayNothing) {
+  serve(kEcho);
+  tarn::test::BusClient peer(bus.address());
+  constexpr char kPeer[] = "com.example.peer";
+  const auto refuse = [](GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
+                         gpointer) -> GDBusMessage* {
+    if (incoming == FALSE ||
+        g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+      return message;
+    }
+    g_autoptr(GDBusMessage) error = g_dbus_message_new_method_error_literal(message, "a.b", "");
+    const bool isBare = g_str_equal(g_dbus_message_get_member(message), "bare") != FALSE;
+    g_dbus_message_set_body(error, isBare ? nullptr : g_variant_new("(is)", 7, "words"));
+    g_dbus_connection_send_message(connection, error, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                   nullptr);
+    g_object_unref(message);
+    return nullptr;
+  };
+  g_dbus_connection_add_filter(peer.raw(), refuse, nullptr, nullptr);
+  ASSERT_TRUE(peer.callRaw("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "RequestName",
+                           g_variant_new("(su)", kPeer, 0))
+                  .ok);
+  Outcomes outcomes;
+  for (const char* method : {"bare", "number"}) {
+    EXPECT_TRUE(VSCall(handle, ("tarn://" + std::string(kPeer) + "/" + method).c_str(), "", collect,
+                       &outcomes, nullptr, nullptr));
+  }
+  runUntil([&] { return outcomes.count() == 2; });
+  EXPECT_THAT(outcomes.errors, ElementsAre("a.b", "a.b"));
+  EXPECT_THAT(outcomes.messages, ElementsAre("", ""));
 }
 
 TEST_F(VelaTest, OutcomeReachesAHandlerAtTheDepthLimit) {
@@ -188,6 +229,7 @@ TEST_F(VelaTest, PendingCallFailsToItsCallbackWhenUnregistering) {
   runUntil([] { return kept != nullptr; });
   EXPECT_TRUE(VSUnregister(client, nullptr));
   EXPECT_THAT(outcomes.errors, ElementsAre(std::string(kPrefix) + "Disconnected"));
+  EXPECT_THAT(outcomes.messages, ElementsAre("The connection to the bus is closed"));
   VSMessageUnref(kept);
   unregister();
 }

@@ -129,6 +129,7 @@ TEST_F(VelaTest, NullArgumentsFailWithoutHarm) {
   EXPECT_FALSE(VSMessageReply(nullptr, nullptr, "", nullptr));
   EXPECT_STREQ(VSMessageGetPayload(nullptr), "");
   EXPECT_EQ(VSMessageGetErrorName(nullptr), nullptr);
+  EXPECT_EQ(VSMessageGetErrorMessage(nullptr), nullptr);
   VSMessageRef(nullptr);
   VSMessageUnref(nullptr);
   VSErrorFree(nullptr);

@@ -108,6 +108,9 @@ VELA_EXPORT void VSMessageUnref(VSMessage* message);
 VELA_EXPORT const char* VSMessageGetPayload(VSMessage* message);
 // The D-Bus error name when the message is a failed call, else NULL. Valid as long as the message.
 VELA_EXPORT const char* VSMessageGetErrorName(VSMessage* message);
+// What the error of a failed call says, for people; "" where it says nothing, NULL when the message
+// is no failed call. Valid as long as the message.
+VELA_EXPORT const char* VSMessageGetErrorMessage(VSMessage* message);
 // The unique bus name of who sent the message, which is the service's last process for a request
 // that was handed over, "org.freedesktop.DBus" for the bus itself; "" for a
 // call that failed before it reached the bus. Valid as long as the message.
