@@ -31,6 +31,6 @@ ExitCode runInfo(const Options& options) {
   outcome.input = absolutePath(options.words[0]);
   look(outcome.input, &outcome);
   outcome.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  tell(outcome, options, false);
+  tell(outcome, options);
   return outcome.exitCode;
 }

@@ -185,7 +185,7 @@ class Crew {
       const Outcome outcome = makeOne(tasks[child.index], options, make, watcher);
       told.inputBytes = outcome.inputBytes.value_or(0);
       told.outputBytes = outcome.outputBytes.value_or(0);
-      tell(outcome, options, true);
+      tell(outcome, options);
       exitCode = outcome.exitCode;
     } catch (const std::exception& problem) {
       sayFailure(problem.what());

@@ -85,7 +85,7 @@ ExitCode runPiped(const Options& options, Media media, Make make) {
   }
   nameStreams(task, asked, &outcome);
   if (asked.out != kStream || outcome.exitCode != ExitDone) {
-    tell(outcome, options, false);
+    tell(outcome, options);
   } else if (!options.quiet) {
     fprintf(stderr, "%s\n", outcome.words.c_str());
   }

@@ -15,11 +15,16 @@ constexpr size_t kWidestBar = 40;
 constexpr size_t kNarrowestBar = 6;
 constexpr int64_t kBetweenLinesUs = 10 * G_USEC_PER_SEC;
 
-// The last column stays free: some terminals would begin the next line.
+// What a terminal shows for the key that ends or stops a command.
+constexpr size_t kEcho = sizeof "^C" - 1;
+
+// The last column stays free, some terminals would begin the next line, and so does what a key
+// shows.
 size_t terminalColumns() {
+  constexpr size_t kFree = kEcho + 1;
   winsize size = {};
-  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
-  return isKnown ? size.ws_col - 1u : 79;
+  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > kFree;
+  return (isKnown ? size.ws_col : 80) - kFree;
 }
 
 std::string bar(double share, size_t width) {
@@ -60,7 +65,7 @@ ProgressLine::~ProgressLine() {
 void ProgressLine::hide() {
   if (writtenWidth == 0) return;
   // "\033[K" would be shorter; blanks work on every terminal.
-  fprintf(stderr, "\r%*s\r", static_cast<int>(writtenWidth), "");
+  fprintf(stderr, "\r%*s\r", static_cast<int>(writtenWidth + kEcho), "");
   fflush(stderr);
   writtenWidth = 0;
 }

@@ -38,6 +38,21 @@ std::string plan(const FileTask& task, const Options& options, int64_t inputByte
   return "would have at most " + formatByteSize(task.maxBytes) + " instead of " + now;
 }
 
+std::string nameOf(const std::string& path, const char* stream) {
+  return path == "-" ? stream : path;
+}
+
+// The file that the reason is about, unless it names one or is about none.
+std::string subjectOf(const Outcome& outcome) {
+  const std::string input = nameOf(outcome.input, "standard input");
+  const std::string output = nameOf(outcome.output, "standard output");
+  const auto isNamed = [&](const std::string& name) {
+    return !name.empty() && outcome.errorText.find(name) != std::string::npos;
+  };
+  const bool isOfFile = outcome.exitCode == ExitFailed || outcome.exitCode == ExitCannotFit;
+  return isOfFile && !isNamed(input) && !isNamed(output) ? input + ": " : "";
+}
+
 }  // namespace
 
 Outcome makeOne(const FileTask& task, const Options& options, Make make, const Watcher& watcher) {
@@ -62,7 +77,7 @@ Outcome makeOne(const FileTask& task, const Options& options, Make make, const W
   return outcome;
 }
 
-void tell(const Outcome& outcome, const Options& options, bool isOneOfMany) {
+void tell(const Outcome& outcome, const Options& options) {
   if (options.json) {
     printf("%s\n", jsonOf(outcome).c_str());
   } else if (outcome.exitCode == ExitDone && !options.quiet) {
@@ -71,12 +86,11 @@ void tell(const Outcome& outcome, const Options& options, bool isOneOfMany) {
   }
   fflush(stdout);
   if (outcome.exitCode == ExitDone) return;
-  const bool isNamed = outcome.errorText.find(outcome.input) != std::string::npos;
   // A detail that says the reason anew is for programs.
   const bool isPlain = outcome.errorDetail.find(outcome.errorText) != std::string::npos;
   const std::string detail =
       outcome.errorDetail.empty() || isPlain ? "" : "\n" + outcome.errorDetail;
-  sayFailure((isOneOfMany && !isNamed ? outcome.input + ": " : "") + outcome.errorText + detail);
+  sayFailure(subjectOf(outcome) + outcome.errorText + detail);
 }
 
 Outcome makeOneShown(const FileTask& task, const Options& options, Make make) {
@@ -96,6 +110,6 @@ ExitCode runTasks(const Options& options, Media media, Make make) {
   if (!takeTasks(options, media, &tasks, &error)) return sayFailure(error);
   if (tasks.size() > 1) return runMany(tasks, options, make);
   const Outcome outcome = makeOneShown(tasks[0], options, make);
-  tell(outcome, options, false);
+  tell(outcome, options);
   return outcome.exitCode;
 }

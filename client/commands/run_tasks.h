@@ -28,7 +28,7 @@ Outcome makeOne(const FileTask& task, const Options& options, Make make, const W
 // The same, with a progress line where a terminal is watched.
 Outcome makeOneShown(const FileTask& task, const Options& options, Make make);
 
-// Tells of one. One of many names its input where it is a failure.
-void tell(const Outcome& outcome, const Options& options, bool isOneOfMany);
+// Tells of one. A failure names the file.
+void tell(const Outcome& outcome, const Options& options);
 
 #endif

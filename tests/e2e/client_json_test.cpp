@@ -57,7 +57,8 @@ TEST_F(ClientJsonTest, TellsOfEveryRefusal) {
                                               "\"returnValue\":false,.*\"elapsed\":[0-9.]+,"
                                               "\"errorText\":\"" +
                                                   std::string(reason) + "\"")));
-    EXPECT_THAT(errors(), MatchesRegex("tarn-transcode: " + std::string(reason) + "\n"));
+    EXPECT_THAT(errors(),
+                MatchesRegex("tarn-transcode: (.*/in.jpg: )?" + std::string(reason) + "\n"));
   }
   const std::string noBus = "DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere";
   const auto result =
@@ -81,6 +82,7 @@ TEST_F(ClientJsonTest, TellsOfAFit) {
                                 "\"width\":[0-9]+,\"height\":[0-9]+,\"ssim\":0.[0-9]+,"
                                 "\"elapsed\":[0-9.]+")));
   EXPECT_EQ(run("fit --json in.jpg out.jpg --size 100").exitCode, 4);
+  EXPECT_THAT(errors(), StartsWith("tarn-transcode: " + (dir / "w/in.jpg") + ": The photo "));
 }
 #endif
 

@@ -43,7 +43,7 @@ TEST_F(ClientOutputsTest, WhatIsWrongWithAStreamIsSaidOfIt) {
   EXPECT_EQ(runPiped("resize-image --size 10k - out.jpg </dev/null").exitCode, 1);
   EXPECT_EQ(errors(), "tarn-transcode: cannot read standard input: it is empty\n");
   EXPECT_EQ(runPiped("resize-image --size 300 - - <in.jpg").exitCode, 4);
-  EXPECT_EQ(errors(), "tarn-transcode: the picture cannot be made to fit 300 B\n");
+  EXPECT_EQ(errors(), "tarn-transcode: standard input: the picture cannot be made to fit 300 B\n");
   EXPECT_EQ(runPiped("resize-image --size 10k in.jpg - >/dev/full").exitCode, 1);
   EXPECT_EQ(errors(), "tarn-transcode: cannot write standard output: No space left on device\n");
   EXPECT_EQ(runPiped("resize-image --size 10k in.jpg - --json").exitCode, 2);

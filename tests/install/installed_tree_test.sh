@@ -153,7 +153,7 @@ desktop)  # what file managers call, with a notification that is written down
     echo "no photo" >"$top/none.jpg"
     rm "$top/told"
     if dbus-run-session -- tarn-transcode-for-mail "$top/none.jpg"; then exit 1; fi
-    grep -q "|Not made fit for a mail: none.jpg|tarn-transcode: The input is no photo" "$top/told"
+    grep -q "|Not made fit for a mail: none.jpg|tarn-transcode: .*none.jpg: The input is no photo" "$top/told"
     ;;
 absolute)  # scripts/try-install, where each folder of the TREE is
     rm -rf "$3"
