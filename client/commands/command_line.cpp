@@ -93,8 +93,9 @@ const Command kCommands[] = {
      runResizeMovie},
     {"info",
      "FILE",
-     "print a movie's length, size and bitrate",
-     "",
+     "tell what a photo or a movie is",
+     "Of a photo its size in pixels and bytes, how many of these are metadata, and the camera;\n"
+     "of a movie its length, size and bitrate.\n",
      {.json = true},
      faultOfInfo,
      runInfo},

@@ -16,7 +16,7 @@ ExitCode runResizeImage(const Options& options);
 // com.tarn.Fit1.
 ExitCode runFit(const Options& options);
 
-// info FILE: a movie's length, size and bitrate.
+// info FILE: what a photo or a movie is.
 ExitCode runInfo(const Options& options);
 
 // resize-movie IN OUT: a movie re-encoded as the options say.

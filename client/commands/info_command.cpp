@@ -1,26 +1,56 @@
 #include <chrono>
+#include <filesystem>
 
 #include "client/commands/commands.h"
 #include "client/commands/run_tasks.h"
 #include "client/files/input_file.h"
+#include "client/files/photo_info.h"
 #include "client/service/movie_info.h"
+#include "client/units/byte_size.h"
 
 namespace {
 
-bool look(const std::string& path, Outcome* outcome) {
+bool lookAtPhoto(Outcome* outcome) {
+  PhotoInfo info;
   std::string error;
-  if (!isUsableInput(path, &error)) return outcome->fail("cannot read " + path + ": " + error);
-  const Answer answer = askMovieInfo(path);
+  if (!readPhotoInfo(outcome->input, &info, &error)) {
+    return outcome->fail("cannot read " + outcome->input + " as a JPEG: " + error);
+  }
+  outcome->kind = "photo";
+  outcome->width = info.size.width;
+  outcome->height = info.size.height;
+  outcome->metadataBytes = info.metadataBytes;
+  outcome->camera = info.camera;
+  outcome->words = "JPEG, " + std::to_string(info.size.width) + " x " +
+                   std::to_string(info.size.height) + ", " + formatByteSize(*outcome->inputBytes) +
+                   ", " + formatByteSize(info.metadataBytes) + " of it metadata" +
+                   (info.camera.empty() ? "" : ", " + info.camera);
+  return true;
+}
+
+bool lookAtMovie(Outcome* outcome) {
+  const Answer answer = askMovieInfo(outcome->input);
   if (answer.kind == Answer::Silent) {
-    return outcome->fail("the service could not read " + path + " as a movie");
+    return outcome->fail(outcome->input +
+                         " is no JPEG, and the service could not read it as a movie");
   }
   if (answer.kind != Answer::Replied) return outcome->failWithoutReply(answer);
   const auto info = parseMovieInfo(answer);
   if (!info) return outcome->fail("the service replied " + answer.payload);
-  outcome->inputBytes = info->sizeBytes;
+  outcome->kind = "movie";
   outcome->seconds = info->seconds;
   outcome->words = info->words();
   return true;
+}
+
+bool look(Outcome* outcome) {
+  std::string error;
+  if (!isUsableInput(outcome->input, &error)) {
+    return outcome->fail("cannot read " + outcome->input + ": " + error);
+  }
+  std::error_code missing;
+  outcome->inputBytes = std::filesystem::file_size(outcome->input, missing);
+  return startsAsJpeg(outcome->input) ? lookAtPhoto(outcome) : lookAtMovie(outcome);
 }
 
 }  // namespace
@@ -29,7 +59,7 @@ ExitCode runInfo(const Options& options) {
   const auto start = std::chrono::steady_clock::now();
   Outcome outcome;
   outcome.input = absolutePath(options.words[0]);
-  look(outcome.input, &outcome);
+  look(&outcome);
   outcome.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   tell(outcome, options);
   return outcome.exitCode;

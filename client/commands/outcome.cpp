@@ -54,10 +54,13 @@ std::string jsonOf(const Outcome& outcome) {
   putText(&line, "input", outcome.input);
   putText(&line, "output", outcome.output);
   line.put("returnValue", outcome.exitCode == ExitDone);
+  putText(&line, "kind", outcome.kind);
   putBytes(&line, "inputBytes", outcome.inputBytes);
   putBytes(&line, "outputBytes", outcome.outputBytes);
   putKnown(&line, "width", outcome.width);
   putKnown(&line, "height", outcome.height);
+  putBytes(&line, "metadataBytes", outcome.metadataBytes);
+  putText(&line, "camera", outcome.camera);
   putKnown(&line, "seconds", outcome.seconds);
   putKnown(&line, "ssim", outcome.similarity);
   line.put("elapsed", toMilliseconds(outcome.elapsed));

@@ -17,10 +17,13 @@ struct Outcome {
   std::optional<int64_t> outputBytes;
   std::optional<int32_t> width;  // of what came out, or of what was looked at
   std::optional<int32_t> height;
-  std::optional<double> seconds;     // a movie's length
-  std::optional<double> similarity;  // SSIM, where it was measured
-  double elapsed = 0;                // seconds that it took
-  std::string words;                 // what came out, for people: "1296 x 976, 193 kB"
+  std::string kind;  // "photo" or "movie", of what was looked at
+  std::string camera;
+  std::optional<int64_t> metadataBytes;  // of a photo
+  std::optional<double> seconds;         // a movie's length
+  std::optional<double> similarity;      // SSIM, where it was measured
+  double elapsed = 0;                    // seconds that it took
+  std::string words;                     // what came out, for people: "1296 x 976, 193 kB"
   std::string errorText;
   std::string errorDetail;
 

@@ -8,8 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 constexpr uint16_t kTagExifDirectory = 0x8769;
+constexpr uint16_t kTypeText = 2;
 constexpr uint16_t kTypeShort = 3;
 constexpr uint16_t kTypeLong = 4;
 constexpr uint16_t kTypeDirectory = 13;  // a LONG that says what it points to
@@ -55,16 +57,18 @@ class Tiff {
     putU16(at + (bigEndian ? 2 : 0), value);
   }
 
-  // The offset of the entry with that tag, or 0 (the header's place, where no entry is).
+  // The offset of the entry of one number with that tag, or 0 (the header's place, where no entry
+  // is).
   size_t findEntry(size_t directory, uint16_t tag) const {
-    if (directory < kTiffHeaderBytes || !holds(directory, 2)) return 0;
-    const size_t count = u16(directory);
-    if (!holds(directory + 2, count * kTiffEntryBytes)) return 0;
-    for (size_t i = 0; i < count; ++i) {
-      const size_t entry = directory + 2 + i * kTiffEntryBytes;
-      if (u16(entry) == tag && u32(entry + 4) == 1) return entry;
-    }
-    return 0;
+    return find(directory, [&](size_t entry) { return u16(entry) == tag && u32(entry + 4) == 1; });
+  }
+  // The text of that tag with whatever ends it, or "".
+  std::string text(size_t directory, uint16_t tag) const {
+    const size_t entry = find(directory, [&](size_t each) { return u16(each) == tag; });
+    if (entry == 0 || u16(entry + 2) != kTypeText) return "";
+    const size_t count = u32(entry + 4);
+    const size_t at = count <= 4 ? entry + 8 : u32(entry + 8);
+    return holds(at, count) ? std::string(bytes + at, bytes + at + count) : "";
   }
   bool setNumber(size_t entry, uint32_t value) {
     if (entry == 0) return false;
@@ -80,6 +84,18 @@ class Tiff {
   }
 
  private:
+  template <typename IsWanted>
+  size_t find(size_t directory, const IsWanted& isWanted) const {
+    if (directory < kTiffHeaderBytes || !holds(directory, 2)) return 0;
+    const size_t count = u16(directory);
+    if (!holds(directory + 2, count * kTiffEntryBytes)) return 0;
+    for (size_t i = 0; i < count; ++i) {
+      const size_t entry = directory + 2 + i * kTiffEntryBytes;
+      if (isWanted(entry)) return entry;
+    }
+    return 0;
+  }
+
   uint8_t* bytes;
   size_t sizeBytes;
   bool bigEndian = false;

@@ -67,6 +67,25 @@ TEST_F(ClientJsonTest, TellsOfEveryRefusal) {
   EXPECT_THAT(result.out, MatchesRegex(line("in.jpg", "out.jpg", ".*no message bus.*")));
 }
 
+TEST_F(ClientJsonTest, TellsWhatAPhotoIs) {
+  const Bytes photo = makeJpeg({.width = 1000, .height = 750, .exif = ExifRecipe{}, .xmp = "<x/>"});
+  EXPECT_TRUE(writeBytes(dir / "w/in.jpg", photo));
+  EXPECT_THAT(run("info --json in.jpg").out,
+              MatchesRegex("\\{\"input\":\".*/w/in.jpg\",\"returnValue\":true,\"kind\":\"photo\","
+                           "\"inputBytes\":" +
+                           std::to_string(photo.size()) +
+                           ",\"width\":1000,\"height\":750,\"metadataBytes\":[0-9]+,"
+                           "\"camera\":\"Tarn Test camera\",\"elapsed\":[0-9.]+\\}\n"));
+  EXPECT_THAT(run("info in.jpg").out,
+              MatchesRegex(".*/w/in.jpg: JPEG, 1000 x 750, [0-9]+ kB, [0-9]+ B of it metadata, "
+                           "Tarn Test camera\n"));
+  EXPECT_EQ(system.daemonPid(), 0);
+  dir.write("w/in.jpg", "\xff\xd8 and no more");
+  EXPECT_EQ(run("info in.jpg").exitCode, 1);
+  EXPECT_THAT(errors(),
+              StartsWith("tarn-transcode: cannot read " + (dir / "w/in.jpg") + " as a JPEG"));
+}
+
 TEST_F(ClientJsonTest, AUsageErrorIsOnStandardErrorOnly) {
   EXPECT_THAT(run("resize-image --json in.jpg").out, IsEmpty());
   EXPECT_THAT(errors(), StartsWith("usage: "));
