@@ -12,6 +12,12 @@
 
 namespace {
 
+#ifdef TARN_FIT
+constexpr bool kCompares = true;
+#else
+constexpr bool kCompares = false;  // it is done by that service's workers
+#endif
+
 struct Command {
   const char* name;
   const char* use;      // the words behind the name
@@ -24,11 +30,13 @@ struct Command {
 
 std::string faultOfFiles(const Options& options) {
   if (!options.outDir.empty()) {
+    if (!options.compare.empty()) return "--compare is for one IN and OUT";
     const auto& files = options.words;
     const bool hasStream = std::find(files.begin(), files.end(), "-") != files.end();
     return files.empty() ? "FILES are needed" : hasStream ? "- is no file of a folder" : "";
   }
   if (options.words.size() != 2) return "IN and OUT are needed, or FILES and --out-dir DIR";
+  if (!options.compare.empty() && options.words[1] == "-") return "--compare needs a file for OUT";
   if (options.json && options.words[1] == "-") return "OUT and --json both want standard output";
   return "";
 }
@@ -72,7 +80,7 @@ const Command kCommands[] = {
      "The best looking photo of at most SIZE bytes, or the whole movie in as many. A file\n"
      "that fits is copied. --size is the most of each file, --total that of all together.\n"
      "The colour profile of a photo always stays.\n",
-     {.files = true, .size = true, .fit = true, .json = true, .quiet = true},
+     {.files = true, .size = true, .fit = true, .compare = true, .json = true, .quiet = true},
      faultOfFit,
      runFit},
 #endif
@@ -80,7 +88,12 @@ const Command kCommands[] = {
      "IN OUT --size SIZE",
      "make a JPEG of at most SIZE bytes",
      "All of the photo's metadata stays. A photo that fits is copied as it is.\n",
-     {.files = true, .size = true, .always = true, .json = true, .quiet = true},
+     {.files = true,
+      .size = true,
+      .always = true,
+      .compare = kCompares,
+      .json = true,
+      .quiet = true},
      faultOfImage,
      runResizeImage},
     {"resize-movie",

@@ -96,6 +96,15 @@ void addFitOptions(CLI::App* app, Options* options) {
            });
 }
 
+void addCompare(CLI::App* app, std::string* picture) {
+  addValue(app, "--compare", "FILE.png", "also make a picture of before and after",
+           [picture](const std::string& text) {
+             *picture = text;
+             const bool isPng = text.size() > 4 && text.ends_with(".png");
+             return isPng ? "" : noValue(text, "a name that ends in .png");
+           });
+}
+
 void addMovieOptions(CLI::App* app, dsjson::JValue* request) {
   for (const MovieOption& option : movieOptions()) {
     addValue(app, option.name, option.label, option.help,
@@ -115,6 +124,7 @@ void addOptions(CLI::App* app, const OptionSet& set, Options* options) {
   if (set.fit) addFitOptions(app, options);
   if (set.size && !set.fit) addMessage(app, "what such a message has room for", &options->size);
   if (set.always) app->add_flag("--always", options->always, "encode also what fits as it is");
+  if (set.compare) addCompare(app, &options->compare);
   if (set.movie) addMovieOptions(app, &options->movie);
   if (set.files) addOutputOptions(app, options);
   if (set.json) app->add_flag("--json", options->json, "print JSON instead of words");

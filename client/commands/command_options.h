@@ -9,13 +9,14 @@
 
 // Which of them a command takes.
 struct OptionSet {
-  bool files = false;   // many files at once
-  bool size = false;    // --size
-  bool fit = false;     // those of fit
-  bool always = false;  // --always
-  bool movie = false;   // those of the service's movies
-  bool json = false;    // --json
-  bool quiet = false;   // --quiet
+  bool files = false;    // many files at once
+  bool size = false;     // --size
+  bool fit = false;      // those of fit
+  bool always = false;   // --always
+  bool compare = false;  // --compare
+  bool movie = false;    // those of the service's movies
+  bool json = false;     // --json
+  bool quiet = false;    // --quiet
 };
 
 // Reads the words behind a command's name: options in any place, until "--". *wantsHelp is whether

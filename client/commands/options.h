@@ -18,6 +18,7 @@ struct Options {
   uint32_t maxWidth = 0;           // pixels; 0: no limit
   uint32_t maxHeight = 0;
   std::string keepMetadata;  // empty: all
+  std::string compare;       // a picture of before and after; empty: none
   bool always = false;       // encode also what fits as it is
   bool dryRun = false;       // only say what would be made
   bool noClobber = false;    // leave outputs alone that are there

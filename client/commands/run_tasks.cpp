@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "client/commands/compare_photos.h"
 #include "client/commands/many_files.h"
 #include "client/commands/piped_task.h"
 #include "client/commands/progress_line.h"
@@ -18,15 +19,20 @@ using std::chrono::steady_clock;
 
 namespace {
 
-// Whether IN can be read and is not OUT.
-bool isPossible(const FileTask& task, Outcome* outcome) {
+// Whether IN can be read and is not OUT, and what compares them can be made.
+bool isPossible(const FileTask& task, [[maybe_unused]] const Options& options, Outcome* outcome) {
   std::string error;
   if (!isUsableInput(task.in, &error)) {
     return outcome->fail("cannot read " + task.in + ": " + error);
   }
   std::error_code ignored;
-  return !fs::equivalent(task.in, task.out, ignored) ||
-         outcome->fail("input and output are the same file");
+  if (fs::equivalent(task.in, task.out, ignored)) {
+    return outcome->fail("input and output are the same file");
+  }
+#ifdef TARN_FIT
+  if (!options.compare.empty()) return mayCompare(task, options.compare, outcome);
+#endif
+  return true;
 }
 
 // What would be made, in words.
@@ -53,6 +59,14 @@ std::string subjectOf(const Outcome& outcome) {
   return isOfFile && !isNamed(input) && !isNamed(output) ? input + ": " : "";
 }
 
+void makeAndCompare(const FileTask& task, const Options& options, Make make, const Watcher& watcher,
+                    Outcome* outcome) {
+  if (!make(task, options, watcher, outcome)) return;
+#ifdef TARN_FIT
+  if (!options.compare.empty()) comparePhotos(task, options, outcome);
+#endif
+}
+
 }  // namespace
 
 Outcome makeOne(const FileTask& task, const Options& options, Make make, const Watcher& watcher) {
@@ -64,14 +78,14 @@ Outcome makeOne(const FileTask& task, const Options& options, Make make, const W
   outcome.output = task.out;
   if (!missing) outcome.inputBytes = static_cast<int64_t>(inputBytes);
   std::error_code unknown;
-  if (!isPossible(task, &outcome)) {
+  if (!isPossible(task, options, &outcome)) {
     // Told already.
   } else if (options.noClobber && fs::exists(task.out, unknown)) {
     outcome.words = "left alone, it was there";
   } else if (options.dryRun) {
     outcome.words = plan(task, options, outcome.inputBytes.value_or(0));
   } else {
-    make(task, options, watcher, &outcome);
+    makeAndCompare(task, options, make, watcher, &outcome);
   }
   outcome.elapsed = std::chrono::duration<double>(steady_clock::now() - start).count();
   return outcome;

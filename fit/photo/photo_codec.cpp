@@ -4,19 +4,12 @@
 #include <cmath>
 #include <utility>
 
-#include "fit/photo/fit_photo.h"
+#include "fit/photo/photo_view.h"
 #include "fit/picture/jpeg_reading.h"
 #include "fit/picture/jpeg_writing.h"
 #include "fit/picture/similarity.h"
 
 namespace {
-
-PictureSize scaledSize(const PictureSize& size, double scale) {
-  const auto side = [scale](int length) {
-    return std::max(1, static_cast<int>(std::lround(length * scale)));
-  };
-  return {side(size.width), side(size.height)};
-}
 
 // As an encoder takes it: its colour differences are halved.
 bool isHalved(const Picture& picture) {
@@ -30,8 +23,7 @@ bool isHalved(const Picture& picture) {
 
 PhotoCodec::PhotoCodec(Picture picture, const PictureSize& wholeSize, PhotoProgress* photoProgress)
     : source(std::move(picture)), whole(wholeSize), progress(photoProgress) {
-  const double scale = std::min(1.0, kJudgedSide / (whole.longestSide() + 0.0));
-  const PictureSize judged = scaledSize(whole, scale);
+  const PictureSize judged = viewSize(whole);
   reference = scaledPlane(source.planes[0], std::min(judged.width, source.size.width),
                           std::min(judged.height, source.size.height));
 }

@@ -1,5 +1,7 @@
 #include "fit/picture/picture.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "platform/gstreamer/photo/plane_resampler.h"
@@ -17,6 +19,13 @@ void Plane::pad() {
     uint8_t* const end = row(y) + width;
     memset(end, end[-1], static_cast<size_t>(stride - width));
   }
+}
+
+PictureSize scaledSize(const PictureSize& size, double scale) {
+  const auto side = [scale](int length) {
+    return std::max(1, static_cast<int>(std::lround(length * scale)));
+  };
+  return {side(size.width), side(size.height)};
 }
 
 Plane scaledPlane(const Plane& from, int width, int height) {

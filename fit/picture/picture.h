@@ -38,6 +38,9 @@ struct PictureSize {
   bool operator==(const PictureSize&) const = default;
 };
 
+// To the nearest pixel, and no side less than one.
+PictureSize scaledSize(const PictureSize& size, double scale);
+
 // One plane is a gray picture, three are luma and the two colour differences, these of any size.
 struct Picture {
   PictureSize size;

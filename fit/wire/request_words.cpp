@@ -5,6 +5,7 @@
 namespace {
 
 constexpr MovieFormat kMovieFormats[] = {MovieFormat::H264, MovieFormat::Mpeg4, MovieFormat::H263};
+constexpr WorkerTask kTasks[] = {WorkerTask::Fit, WorkerTask::Inspect, WorkerTask::View};
 constexpr KeepMetadata kKeeps[] = {KeepMetadata::All, KeepMetadata::NoLocation, KeepMetadata::None};
 
 template <typename Number>
@@ -49,6 +50,17 @@ bool parseWord(const std::string& word, WorkerRequest* request) {
 
 }  // namespace
 
+const char* nameOf(WorkerTask task) {
+  switch (task) {
+    case WorkerTask::Inspect:
+      return "inspect";
+    case WorkerTask::View:
+      return "view";
+    default:
+      return "fit";
+  }
+}
+
 const char* nameOf(KeepMetadata keep) {
   switch (keep) {
     case KeepMetadata::NoLocation:
@@ -80,7 +92,7 @@ bool parseMovieFormat(const std::string& name, MovieFormat* format) {
 }
 
 std::vector<std::string> wordsOf(const WorkerRequest& request) {
-  if (request.task == WorkerTask::Inspect) return {"inspect"};
+  if (request.task != WorkerTask::Fit) return {nameOf(request.task)};
   if (request.kind == MediaKind::Movie) {
     const MovieRequest& movie = request.movie;
     return {"fit", "max-bytes=" + std::to_string(movie.maxBytes),
@@ -98,19 +110,20 @@ std::vector<std::string> wordsOf(const WorkerRequest& request) {
 }
 
 bool parseWords(const std::vector<std::string>& words, WorkerRequest* request, std::string* error) {
-  if (words.empty() || (words[0] != "fit" && words[0] != "inspect")) {
-    *error = "the first word is fit or inspect";
+  const bool isMovie = request->kind == MediaKind::Movie;
+  const bool isTask = !words.empty() && parseAmong(kTasks, words[0], &request->task);
+  if (!isTask || (isMovie && request->task == WorkerTask::View)) {
+    *error =
+        isMovie ? "the first word is fit or inspect" : "the first word is fit, inspect or view";
     return false;
   }
-  request->task = words[0] == "fit" ? WorkerTask::Fit : WorkerTask::Inspect;
   for (size_t i = 1; i < words.size(); ++i) {
     if (parseWord(words[i], request)) continue;
     *error = words[i] + " means nothing";
     return false;
   }
-  const bool isMovie = request->kind == MediaKind::Movie;
   const int64_t maxBytes = isMovie ? request->movie.maxBytes : request->photo.maxBytes;
-  if (request->task == WorkerTask::Inspect || maxBytes > 0) return true;
+  if (request->task != WorkerTask::Fit || maxBytes > 0) return true;
   *error = "max-bytes is missing";
   return false;
 }

@@ -8,7 +8,7 @@
 #include "fit/movie/movie_request.h"
 #include "fit/photo/fit_photo.h"
 
-enum class WorkerTask { Fit, Inspect };
+enum class WorkerTask { Fit, Inspect, View };  // the last of photos alone
 enum class MediaKind { Photo, Movie };
 
 // Each kind has a program of its own, and words of its own.
@@ -25,6 +25,8 @@ std::vector<std::string> wordsOf(const WorkerRequest& request);
 // *error names it.
 bool parseWords(const std::vector<std::string>& words, WorkerRequest* request, std::string* error);
 
+// "fit", "inspect", "view".
+const char* nameOf(WorkerTask task);
 // "all", "no-location", "none".
 const char* nameOf(KeepMetadata keep);
 bool parseKeepMetadata(const std::string& name, KeepMetadata* keep);

@@ -3,6 +3,7 @@
 //
 //     fit-worker fit max-bytes=300000 <photo.jpg 1<>small.jpg
 //     fit-worker inspect <photo.jpg
+//     fit-worker view <photo.jpg 1<>pixels
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "fit/photo/fit_photo.h"
+#include "fit/photo/photo_view.h"
 #include "fit/wire/report_lines.h"
 #include "fit/wire/request_words.h"
 #include "fit/worker/cage.h"
@@ -93,6 +95,26 @@ int inspect(const std::vector<uint8_t>& file) {
   return 0;
 }
 
+int view(const std::vector<uint8_t>& file) {
+  PhotoView made;
+  FitFailure failure;
+  if (!viewPhoto(file, &made, &failure)) return fail(failure);
+  if (!writeOutput(made.samples, &failure)) return fail(failure);
+  kService.tell(resultLine({{"width", made.whole.width}, {"height", made.whole.height}}));
+  return 0;
+}
+
+int perform(const WorkerRequest& request, const std::vector<uint8_t>& file) {
+  switch (request.task) {
+    case WorkerTask::Inspect:
+      return inspect(file);
+    case WorkerTask::View:
+      return view(file);
+    default:
+      return fit(file, request.photo);
+  }
+}
+
 int work(const WorkerRequest& request) {
   struct stat input {};
   if (fstat(STDIN_FILENO, &input) != 0 || !S_ISREG(input.st_mode)) {
@@ -101,13 +123,14 @@ int work(const WorkerRequest& request) {
   if (input.st_size > kLargestInput) return fail({"TooLarge", "The input is over 128 MiB", 0});
   CageLimits limits = kLimits;
   if (request.task == WorkerTask::Fit) limits.outputBytes = request.photo.maxBytes;
+  if (request.task == WorkerTask::View) limits.outputBytes = kMostViewBytes;
   if (!enterCage(limits)) return fail({"CannotRead", "The cage cannot be entered", 0});
 
   std::vector<uint8_t> file;
   if (!readInput(input.st_size, &file)) {
     return fail({"CannotRead", std::string("The input cannot be read: ") + strerror(errno), 0});
   }
-  return request.task == WorkerTask::Fit ? fit(file, request.photo) : inspect(file);
+  return perform(request, file);
 }
 
 }  // namespace

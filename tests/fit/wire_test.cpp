@@ -23,6 +23,12 @@ TEST(RequestWordsTest, ComeBackAsTheyWent) {
   request.task = WorkerTask::Inspect;
   ASSERT_TRUE(parseWords(wordsOf(request), &read, &error));
   EXPECT_EQ(read.task, WorkerTask::Inspect);
+  request.task = WorkerTask::View;
+  EXPECT_FALSE(parseWords(wordsOf(request), &read, &error));
+  EXPECT_EQ(error, "the first word is fit or inspect");
+  read.kind = MediaKind::Photo;
+  ASSERT_TRUE(parseWords(wordsOf(request), &read, &error)) << error;
+  EXPECT_EQ(read.task, WorkerTask::View);
 }
 
 TEST(RequestWordsTest, WhatMeansNothingIsNamed) {
