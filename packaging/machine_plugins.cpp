@@ -16,7 +16,8 @@ constexpr const char* kLibraries[] = {"libgstcoreelements.so", "libgstjpeg.so",
 std::vector<std::string> machineFolders() {
   const char* told = getenv("GST_PLUGIN_SYSTEM_PATH_1_0");
   std::string list = told != nullptr ? told : "";
-  list += ":" GST_PLUGINS_DIR ":/usr/lib64/gstreamer-1.0:/usr/lib/gstreamer-1.0:";
+  list += ":" GST_PLUGINS_DIR ":/usr/lib64/gstreamer-" GSTREAMER_API
+          ":/usr/lib/gstreamer-" GSTREAMER_API ":";
   std::vector<std::string> folders;
   for (size_t begin = 0, end; (end = list.find(':', begin)) != std::string::npos; begin = end + 1) {
     if (list[begin] == '/') folders.push_back(list.substr(begin, end - begin));

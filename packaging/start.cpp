@@ -103,6 +103,12 @@ std::string folderOfOurOwn(const std::vector<MachinePlugin>& plugins) {
   return "";
 }
 
+// Our plug-ins, and beside them the machine's by our links.
+std::string pluginFolders(const std::string& here, const std::string& ownFolder) {
+  const std::string ours = here + "/" + TARN_PLUGINDIR_FROM_LIBEXEC;
+  return ownFolder.empty() ? ours : ours + ":" + ownFolder + "/plugins";
+}
+
 void prepareEnvironment(const std::string& here, const std::string& ownFolder) {
   // Our ffmpeg and no other: where it is missing a movie is refused, not read without its care.
   setenv("PATH", (here + "/bin").c_str(), 1);
@@ -110,10 +116,14 @@ void prepareEnvironment(const std::string& here, const std::string& ownFolder) {
   // The few plug-ins of the daemon and a registry of its own: with all of the machine's, the first
   // start takes half a second. Beneath a device there can be no file: GStreamer then looks at the
   // plug-ins at each start.
+  const std::string registry = (ownFolder.empty() ? "/dev/null" : ownFolder) + "/registry";
   setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
+  setenv("GST_PLUGIN_PATH_1_0", "", 1);  // the command line tells, and nobody else
+  setenv("GST_REGISTRY_1_0", (registry + ".bin").c_str(), 1);
+  // GStreamer 0.10 reads these alone, 1.0 only where the ones above are missing.
+  setenv("GST_PLUGIN_PATH", pluginFolders(here, ownFolder).c_str(), 1);
+  setenv("GST_REGISTRY", (registry + "-0.10.bin").c_str(), 1);
   setenv("GST_REGISTRY_FORK", "no", 1);
-  setenv("GST_REGISTRY_1_0",
-         ((ownFolder.empty() ? "/dev/null" : ownFolder) + "/registry.bin").c_str(), 1);
   setenv("TARN_PLUGINS", (ownFolder + "/plugins").c_str(), 1);
 
   // Each thread keeps what it frees for its next request, and the threshold for giving it back
@@ -144,13 +154,14 @@ std::string programFolder() {
 // share with ours, it would give them those.
 std::vector<std::string> daemonArguments(const std::string& here, const std::string& ownFolder,
                                          const std::vector<MachinePlugin>& plugins) {
-  const std::string ours = "--gst-plugin-path=" + here + "/" + TARN_PLUGINDIR_FROM_LIBEXEC;
-  if (!ownFolder.empty()) return {ours + ":" + ownFolder + "/plugins"};
+  const std::string folders = "--gst-plugin-path=" + pluginFolders(here, ownFolder);
+  if (!ownFolder.empty()) return {folders};
   std::string paths;
   for (const MachinePlugin& plugin : plugins) {
     if (!plugin.path.empty()) paths += (paths.empty() ? "" : ",") + plugin.path;
   }
-  return paths.empty() ? std::vector{ours} : std::vector{ours, "--gst-plugin-load=" + paths};
+  return paths.empty() ? std::vector{folders}
+                       : std::vector{folders, "--gst-plugin-load=" + paths};
 }
 
 void tellMissing(const std::vector<MachinePlugin>& plugins) {

@@ -53,6 +53,30 @@ TEST_F(LauncherTest, TheDaemonHasGivenUpWhatItDoesNotNeed) {
   EXPECT_TRUE(std::filesystem::exists(system.files() / "home/.cache/tarn-transcode/registry.bin"));
 }
 
+// The variables of both series, and a stranger's plug-in where the caller's say.
+TEST_F(LauncherTest, TheDaemonFindsItsOwnPluginsAlone) {
+  const std::string folder = system.files() / "others";
+  std::filesystem::create_directory(folder);
+  std::filesystem::copy_file(MACHINE_PLUGINS "/libgstvideocrop.so", folder + "/libgstothers.so");
+  const std::string cache = system.files() / "cache";
+  launch({"XDG_CACHE_HOME=" + cache, "GST_PLUGIN_PATH=" + folder, "GST_PLUGIN_PATH_1_0=" + folder,
+          "GST_REGISTRY=" + folder + "/registry", "GST_REGISTRY_1_0=" + folder + "/registry"});
+  const std::string own = cache + "/tarn-transcode";
+  const std::string folders = installed("libexec/tarn-transcode/") + PLUGINS_FROM_LIBEXEC + ":" +
+                              own + "/plugins";
+  EXPECT_TRUE(hasVariable("GST_PLUGIN_SYSTEM_PATH_1_0="));
+  EXPECT_TRUE(hasVariable("GST_PLUGIN_PATH_1_0="));
+  EXPECT_TRUE(hasVariable("GST_REGISTRY_1_0=" + own + "/registry.bin"));
+  EXPECT_TRUE(hasVariable("GST_PLUGIN_PATH=" + folders));
+  EXPECT_TRUE(hasVariable("GST_REGISTRY=" + own + "/registry-0.10.bin"));
+  EXPECT_THAT(about("cmdline"), HasSubstr("--gst-plugin-path=" + folders));
+  EXPECT_TRUE(serves());
+  const std::string known = readFile(own + "/registry.bin");
+  EXPECT_THAT(known, HasSubstr("libgstvideocrop.so"));
+  EXPECT_THAT(known, Not(HasSubstr("libgstothers.so")));
+  EXPECT_THAT(namesIn(folder), testing::ElementsAre("libgstothers.so"));
+}
+
 TEST_F(LauncherTest, TheDaemonsWordsGoToAFileOfItsOwn) {
   const std::string folder = system.files() / "run/tarn-transcode";
   std::filesystem::create_directories(folder);
