@@ -12,8 +12,8 @@
 namespace {
 
 int sizeInBytes(FILE* stream) {
-  fseek(stream, 0, SEEK_END);
-  return static_cast<int>(ftell(stream));
+  fseeko(stream, 0, SEEK_END);
+  return static_cast<int>(ftello(stream));
 }
 
 int roundUpMod16(int value) {

@@ -1,9 +1,12 @@
 // Preloaded into programs: the wall clock jumps three days on and three days back, ten times a
-// second each. The monotonic clock goes on as ever.
+// second each. The monotonic clock goes on as ever. Compiled with the machine's own size of times,
+// which is what libraries call; programs of ours may ask for another.
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <cstdint>
 
 namespace {
 
@@ -18,6 +21,15 @@ bool isWallClock(clockid_t clock) {
   return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE || clock == CLOCK_TAI;
 }
 
+#if __TIMESIZE == 32
+// What clock_gettime gives to programs that ask for 64-bit times.
+struct WideTime {
+  int64_t seconds;
+  int32_t nanoseconds;
+  int32_t unused;
+};
+#endif
+
 }  // namespace
 
 #define EXPORTED __attribute__((visibility("default")))
@@ -29,6 +41,14 @@ EXPORTED int clock_gettime(clockid_t clock, timespec* now) noexcept {
   if (result == 0 && isWallClock(clock)) now->tv_sec += jump();
   return result;
 }
+
+#if __TIMESIZE == 32
+EXPORTED int __clock_gettime64(clockid_t clock, WideTime* now) noexcept {  // NOLINT
+  const auto result = static_cast<int>(syscall(SYS_clock_gettime64, clock, now));
+  if (result == 0 && isWallClock(clock)) now->seconds += jump();
+  return result;
+}
+#endif
 
 EXPORTED int gettimeofday(timeval* now, void*) noexcept {
   timespec fine{};

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 #include "tests/ffmpeg/program_run.h"
 #include "tests/ffmpeg/report_reader.h"
@@ -232,6 +233,22 @@ TEST(ProbeFileTest, ATruncatedFileDoesNotCrash) {
     const RunResult run = runFfmpeg({"-i", textFile("cut.mkv", whole.substr(0, size))});
     EXPECT_EQ(run.exitCode, 1) << size << run.err;
   }
+}
+
+// The index behind 3 GiB of nothing.
+TEST(ProbeTest, ReadsWhatStandsBehind3GiB) {
+  const TempDir dir;
+  const std::string path = dir / "a.mp4";
+  const std::string clip = readFile(movieClip({}));
+  const size_t index = clip.rfind("moov") - 4;
+  const std::string hole{"\0\0\0\1free\0\0\0\0\xc0\0\0\0", 16};
+  constexpr uintmax_t kHoleBytes = uintmax_t{3} << 30;
+  writeFile(path, clip.substr(0, index) + hole);
+  std::filesystem::resize_file(path, index + kHoleBytes);
+  std::ofstream(path, std::ios::binary | std::ios::app) << clip.substr(index);
+  const ReadReport report = readReport(runFfmpeg({"-i", path}).err);
+  EXPECT_TRUE(report.matched);
+  EXPECT_NEAR(report.clipLengthMs, 2000, 120);
 }
 
 }  // namespace

@@ -109,6 +109,17 @@ TEST_F(JpegTranscodeTest, DividesByTheRootOfTheSizeRatio) {
   }
 }
 
+// The size counts by its last 32 bits: 5 GiB are as 1 GiB, 3 GiB as less than nothing.
+TEST_F(JpegTranscodeTest, InputOfMoreThan2GiBIsPlannedAlikeOnEveryMachine) {
+  constexpr uintmax_t kGiB = 1 << 30;
+  const std::string in = picture(1600, 960);
+  fs::resize_file(in, 5 * kGiB);
+  EXPECT_EQ(plan(JpegResize, R"("size":268435456)"), std::make_pair(800, 480));
+  EXPECT_EQ(plan(JpegResize, R"("size":268435457)"), std::make_pair(1600, 960));
+  fs::resize_file(in, 3 * kGiB);
+  EXPECT_EQ(plan(JpegResize, R"("size":1000)"), std::make_pair(1600, 960));
+}
+
 TEST_F(JpegTranscodeTest, RefusesABudgetThatLeavesNoPixel) {
   picture(200, 150, 10000000);
   EXPECT_EQ(plan(JpegResize, R"("size":1)"), std::nullopt);
