@@ -95,7 +95,7 @@ bool StagedOutput::makeTemporary(const fs::path& real) {
   // The service knows the extensions of movies in small letters.
   std::string extension = real.extension();
   std::transform(extension.begin(), extension.end(), extension.begin(), g_ascii_tolower);
-  std::string name = real.parent_path() / (kHeldPrefix + std::string("XXXXXX") + extension);
+  std::string name = real.parent_path() / (std::string(kHeldPrefix) + "XXXXXX" + extension);
   heldFd = mkostemps(name.data(), static_cast<int>(extension.size()), O_CLOEXEC);
   if (heldFd < 0) return false;
   if (!holdFile(heldFd)) {

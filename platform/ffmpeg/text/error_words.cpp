@@ -81,7 +81,7 @@ std::string ErrorWords::text() const {
   for (const std::string& line : first) {
     all += line + "\n";
   }
-  if (dropped > 0) all += "(" + std::to_string(dropped) + " lines left out)\n";
+  if (dropped > 0) all.append("(").append(std::to_string(dropped)).append(" lines left out)\n");
   for (const std::string& line : last) {
     all += line + "\n";
   }
