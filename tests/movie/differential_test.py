@@ -1,14 +1,16 @@
 """Compares the daemon's planning of movie requests with the independent model, item by item.
 
-differential_test.py DRIVER [--count N] [--seed N]. DRIVER reads one JSON line per request and
-answers one JSON line each. First come fixed requests with their worked-out answers, which the model
-must give as well; then random ones. Exits non-zero on any difference or too thin a coverage.
+differential_test.py DRIVER [--count N] [--seed N] [--same COMMAND]... DRIVER reads one JSON line per
+request and answers one JSON line each. First come fixed requests with their worked-out answers, which
+the model must give as well; then random ones. Each COMMAND runs the driver of another machine, by an
+emulator, and must answer the same bytes. Exits non-zero on any difference or too thin a coverage.
 """
 
 import argparse
 import collections
 import json
 import os
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -18,6 +20,7 @@ from planning_model import ERROR_TEXTS, Probe, plan
 from request_rows import Row, fixedRows, randomRow
 
 MAX_DIFFERENCES_SHOWN = 10
+BATCH = 2000
 OPTIONS = "-s -b -r -pass -an -acodec -ab -ar -ac -fs -ss -t -f /dev/null".split()
 Answer = dict[str, object]
 
@@ -51,20 +54,16 @@ def lineOf(row: Row) -> str:
     return f'{{"request":{row.requestText},{json.dumps(facts)[1:]}\n'
 
 
-def driverAnswers(driver: str, rows: list[Row], directory: str) -> list[Answer]:
+def driverLines(command: list[str], rows: list[Row], directory: str) -> list[str]:
     text = "".join(lineOf(row) for row in rows)
     run = subprocess.run(
-        [os.path.abspath(driver)],
-        input=text.encode(),
-        capture_output=True,
-        cwd=directory,
-        timeout=300,
+        command, input=text.encode(), capture_output=True, cwd=directory, timeout=300
     )
     lines = run.stdout.decode().splitlines()
     if run.returncode != 0 or len(lines) != len(rows):
         print(run.stderr.decode(errors="replace")[-3000:], file=sys.stderr)
-        sys.exit(f"the driver exited {run.returncode} after {len(lines)} of {len(rows)} answers")
-    return [json.loads(line) for line in lines]
+        sys.exit(f"{command} exited {run.returncode} after {len(lines)} of {len(rows)} answers")
+    return lines
 
 
 def describe(expected: Answer, actual: Answer) -> str:
@@ -112,30 +111,65 @@ def coverageGaps(answers: list[Answer], enoughForEach: int) -> list[str]:
     return gaps
 
 
+class Comparison:
+    """The driver against the others and the model, some rows at a time, and what was found."""
+
+    def __init__(self, driver: str, others: list[list[str]]) -> None:
+        self.driver = [os.path.abspath(driver)]
+        self.others = others
+        self.differences = 0
+
+    def answers(self, rows: list[Row], directory: str) -> list[Answer]:
+        """The driver's, after the others have answered too."""
+        lines = driverLines(self.driver, rows, directory)
+        for other in self.others:
+            for row, line, otherLine in zip(rows, lines, driverLines(other, rows, directory)):
+                if line == otherLine:
+                    continue
+                self.differences += 1
+                if self.differences <= MAX_DIFFERENCES_SHOWN:
+                    print(f"{other[0]}: {lineOf(row)}  {line}\n  {otherLine}")
+        return [json.loads(line) for line in lines]
+
+    def fixed(self) -> int:
+        with tempfile.TemporaryDirectory(prefix="planning-") as directory:
+            rows = fixedRows(directory)
+            literal = [row.expected for row in rows if row.expected is not None]
+            actual = self.answers(rows, directory)
+            model = [modelAnswer(row) for row in rows]
+        self.differences += compare("model against worked answer", rows, literal, model)
+        self.differences += compare("driver against worked answer", rows, literal, actual)
+        return len(rows)
+
+    def random(self, seed: int, numbers: range) -> list[Answer]:
+        with tempfile.TemporaryDirectory(prefix="planning-") as directory:
+            rows = [randomRow(seed, number, directory) for number in numbers]
+            for row in rows:
+                makeInput(row, directory)
+            actual = self.answers(rows, directory)
+            model = [modelAnswer(row) for row in rows]
+        self.differences += compare("driver against model", rows, model, actual)
+        return model
+
+
 def main() -> int:
     parser = argparse.ArgumentParser()
     parser.add_argument("driver")
     parser.add_argument("--count", type=int, default=2000, help="random requests")
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--same", action="append", default=[], help="another machine's driver")
     options = parser.parse_args()
 
-    with tempfile.TemporaryDirectory(prefix="planning-") as directory:
-        fixed = fixedRows(directory)
-        literal = [row.expected for row in fixed if row.expected is not None]
-        rows = [randomRow(options.seed, number, directory) for number in range(options.count)]
-        for row in rows:
-            makeInput(row, directory)
-        actual = driverAnswers(options.driver, fixed + rows, directory)
-        model = [modelAnswer(row) for row in rows]
-        fixedModel = [modelAnswer(row) for row in fixed]
-
-    differences = compare("model against worked answer", fixed, literal, fixedModel)
-    differences += compare("driver against worked answer", fixed, literal, actual[: len(fixed)])
-    differences += compare("driver against model", rows, model, actual[len(fixed) :])
+    comparison = Comparison(options.driver, [shlex.split(command) for command in options.same])
+    fixed = comparison.fixed()
+    model: list[Answer] = []
+    for begin in range(0, options.count, BATCH):
+        numbers = range(begin, min(begin + BATCH, options.count))
+        model += comparison.random(options.seed, numbers)
     gaps = coverageGaps(model, max(1, options.count // 200))
-    print(f"{len(fixed)} fixed and {len(rows)} random requests, seed {options.seed}:")
-    print("\n".join([f"{differences} differences", *gaps]))
-    return 1 if differences or gaps else 0
+    print(f"{fixed} fixed and {len(model)} random requests, seed {options.seed}:")
+    print("\n".join([f"{comparison.differences} differences", *gaps]))
+    return 1 if comparison.differences or gaps else 0
 
 
 if __name__ == "__main__":
