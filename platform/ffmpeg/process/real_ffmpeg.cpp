@@ -1,5 +1,6 @@
 #include "platform/ffmpeg/process/real_ffmpeg.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,10 +16,13 @@ namespace {
 // Whoever starts us may have no PATH but the folder that we are in.
 constexpr char kUsualPlaces[] = ":/usr/local/bin:/usr/bin:/bin";
 
+// Opened: to stat() the name tells of the emulator where there is one.
 bool isThisProgram(const struct stat& other) {
+  const int fd = open("/proc/self/exe", O_PATH | O_CLOEXEC);
   struct stat self {};
-  return stat("/proc/self/exe", &self) == 0 && self.st_dev == other.st_dev &&
-         self.st_ino == other.st_ino;
+  const bool isKnown = fd >= 0 && fstat(fd, &self) == 0;
+  if (fd >= 0) close(fd);
+  return isKnown && self.st_dev == other.st_dev && self.st_ino == other.st_ino;
 }
 
 bool isProgram(const std::string& path) {
