@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/gstreamer/photo/jpeg_colours.h"
+#include "platform/jpeg/jpeg_colours.h"
 
 namespace {
 

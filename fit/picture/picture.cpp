@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "platform/gstreamer/photo/plane_resampler.h"
+#include "platform/jpeg/plane_resampler.h"
 
 Plane::Plane(int planeWidth, int planeHeight)
     : width(planeWidth),

@@ -12,9 +12,9 @@
 
 #include <vector>
 
-#include "platform/gstreamer/photo/jpeg_colours.h"
-#include "platform/gstreamer/photo/plane_resampler.h"
+#include "platform/jpeg/jpeg_colours.h"
 #include "platform/jpeg/jpeg_decoder.h"
+#include "platform/jpeg/plane_resampler.h"
 
 class PictureCanvas {
  public:

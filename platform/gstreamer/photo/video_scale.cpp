@@ -14,7 +14,7 @@
 
 #include "platform/gstreamer/define_type.h"
 #include "platform/gstreamer/photo/elements.h"
-#include "platform/gstreamer/photo/plane_resampler.h"
+#include "platform/jpeg/plane_resampler.h"
 
 struct TarnVideoScale {
   GstVideoFilter parent;

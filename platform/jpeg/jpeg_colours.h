@@ -1,8 +1,8 @@
 // The colours of one pixel, from what a JPEG picture tells to what the encoder takes.
 //
 // YCbCr is JFIF's (ITU-T T.871): the weights of ITU-R BT.601 over the full range.
-#ifndef PLATFORM_GSTREAMER_PHOTO_JPEG_COLOURS_H
-#define PLATFORM_GSTREAMER_PHOTO_JPEG_COLOURS_H
+#ifndef PLATFORM_JPEG_JPEG_COLOURS_H
+#define PLATFORM_JPEG_JPEG_COLOURS_H
 
 #include <array>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "platform/gstreamer/photo/plane_resampler.h"
+#include "platform/jpeg/plane_resampler.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "platform/gstreamer/photo/jpeg_colours.h"
+#include "platform/jpeg/jpeg_colours.h"
 
 #include <algorithm>
 

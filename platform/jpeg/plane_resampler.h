@@ -9,8 +9,8 @@
 //
 // Thread: any, one at a time.
 // Errors: throws std::bad_alloc; what was written of the new plane then is undefined.
-#ifndef PLATFORM_GSTREAMER_PHOTO_PLANE_RESAMPLER_H
-#define PLATFORM_GSTREAMER_PHOTO_PLANE_RESAMPLER_H
+#ifndef PLATFORM_JPEG_PLANE_RESAMPLER_H
+#define PLATFORM_JPEG_PLANE_RESAMPLER_H
 
 #include <cstddef>
 #include <cstdint>
