@@ -33,8 +33,17 @@ void takeLimits(const Options& options, std::vector<FileTask>* tasks) {
   }
 }
 
+// Pictures that become a JPEG.
+bool isOtherPictureName(const fs::path& path) {
+  constexpr const char* kExtensions[] = {".avif", ".gif", ".heic", ".heif",
+                                         ".png",  ".tif", ".tiff", ".webp"};
+  return std::any_of(std::begin(kExtensions), std::end(kExtensions),
+                     [&](const char* extension) { return hasExtension(path, extension); });
+}
+
 // The name that a file has in the folder of outputs.
 std::string outputName(const fs::path& in, Media media) {
+  if (media == Media::Both && isOtherPictureName(in)) return in.stem().string() + ".jpg";
   const bool isMovie = media == Media::Movies || (media == Media::Both && !startsAsJpeg(in));
   if (!isMovie || isMovieName(in)) return in.filename();
   return in.stem().string() + ".mp4";
@@ -42,10 +51,12 @@ std::string outputName(const fs::path& in, Media media) {
 
 }  // namespace
 
+bool hasExtension(const std::string& path, const std::string& extension) {
+  return g_ascii_strcasecmp(fs::path(path).extension().c_str(), extension.c_str()) == 0;
+}
+
 bool isMovieName(const std::string& path) {
-  const fs::path extension = fs::path(path).extension();
-  return g_ascii_strcasecmp(extension.c_str(), ".mp4") == 0 ||
-         g_ascii_strcasecmp(extension.c_str(), ".3gp") == 0;
+  return hasExtension(path, ".mp4") || hasExtension(path, ".3gp");
 }
 
 std::string absolutePath(const std::string& path) {

@@ -28,6 +28,9 @@ FileTask taskOf(const Options& options);
 bool takeTasks(const Options& options, Media media, std::vector<FileTask>* tasks,
                std::string* error);
 
+// An extension is told with its dot; upper and lower case are the same.
+bool hasExtension(const std::string& path, const std::string& extension);
+
 // Whether the name ends in an extension that the service makes a movie for, in any case.
 bool isMovieName(const std::string& path);
 

@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <glib.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,10 +42,6 @@ void describe(const FitAnswer& answer, Outcome* outcome) {
                    (answer.isUntouched ? ", as it was" : "");
 }
 
-bool hasExtension(const std::string& path, const std::string& extension) {
-  return g_ascii_strcasecmp(fs::path(path).extension().c_str(), extension.c_str()) == 0;
-}
-
 bool takeAnswer(const FitAnswer& answer, StagedOutput* output, Outcome* outcome) {
   switch (answer.kind) {
     case FitAnswer::Made:
@@ -79,6 +74,8 @@ bool fitByService(const FileTask& task, const Options& options, const Watcher& w
   wish.maxHeight = options.maxHeight;
   wish.keepMetadata = options.keepMetadata;
   if (hasExtension(task.out, ".3gp")) wish.movieFormat = "3gp";
+  if (hasExtension(task.out, ".webp")) wish.photoFormat = "webp";
+  if (hasExtension(task.out, ".avif")) wish.photoFormat = "avif";
   const FitAnswer answer = fitFile(
       wish, watcher.show, [&] { watcher.note(kAskedAgain); }, &interrupts);
   if (const int number = interrupts.received(); number != 0) return outcome->failBySignal(number);

@@ -123,9 +123,8 @@ class Call {
     add("handle_token", g_variant_new_string(token.c_str()));
     if (wish.maxWidth != 0) add("maxWidth", g_variant_new_uint32(wish.maxWidth));
     if (wish.maxHeight != 0) add("maxHeight", g_variant_new_uint32(wish.maxHeight));
-    if (movie && !wish.movieFormat.empty()) {
-      add("format", g_variant_new_string(wish.movieFormat.c_str()));
-    }
+    const std::string& format = movie ? wish.movieFormat : wish.photoFormat;
+    if (!format.empty()) add("format", g_variant_new_string(format.c_str()));
     if (!movie && !wish.keepMetadata.empty()) {
       add("keepMetadata", g_variant_new_string(wish.keepMetadata.c_str()));
     }

@@ -19,7 +19,8 @@ struct FitWish {
   uint32_t maxWidth = 0;  // 0: no limit
   uint32_t maxHeight = 0;
   std::string keepMetadata;  // of a photo; empty: all
-  std::string movieFormat;   // empty: as the service has it
+  std::string photoFormat;   // empty: as the service has it
+  std::string movieFormat;   // also
 };
 
 struct FitAnswer {

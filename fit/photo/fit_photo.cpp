@@ -4,17 +4,20 @@
 #include <cmath>
 #include <utility>
 
+#include "fit/photo/any_source.h"
 #include "fit/photo/photo_codec.h"
 #include "fit/photo/photo_progress.h"
-#include "fit/photo/photo_source.h"
 #include "fit/picture/jpeg_writing.h"
 #include "fit/search/budget_search.h"
 #include "platform/jpeg/jpeg_metadata.h"
 
 namespace {
 
-// A picture that fits does not look better for having more pixels than it has bytes by this number.
-constexpr double kMostPixelsPerByte = 16;
+// A picture that fits in so many bytes does not look better for having more pixels by this number,
+// which falls with the bytes, of which a picture of more takes more a pixel.
+constexpr double kMostPixelsPerByte = 10;
+constexpr double kBytesOfThat = 300000;
+constexpr double kFallsWithBytes = 0.3;
 constexpr int kLeastSide = 64;  // of the longest side: what is smaller shows nothing
 constexpr int kFinestQuality = 99;
 
@@ -29,6 +32,10 @@ double shareFor(Shed shed) {
 bool isWithin(const PictureSize& size, const PhotoRequest& request) {
   return (request.maxWidth == 0 || size.width <= request.maxWidth) &&
          (request.maxHeight == 0 || size.height <= request.maxHeight);
+}
+
+double mostPixels(double maxBytes) {
+  return maxBytes * kMostPixelsPerByte * std::pow(kBytesOfThat / maxBytes, kFallsWithBytes);
 }
 
 double mostScale(const PictureSize& size, const PhotoRequest& request) {
@@ -46,6 +53,7 @@ bool takeAsItIs(std::span<const uint8_t> file, const PhotoSource& source,
     photo->file.assign(file.begin(), file.end());
     return true;
   }
+  if (request.format != PhotoKind::Jpeg) return false;
   const PhotoMetadata& metadata = source.metadata();
   if (file.size() > budget + metadata.bytes() + (file.size() - budget) / 2 &&
       file.size() > 4 * budget) {
@@ -79,21 +87,25 @@ bool join(const Segments& segments, std::vector<uint8_t> encoded, FittedPhoto* p
   return true;
 }
 
-bool searchPhoto(PhotoSource* source, const PhotoRequest& request, PhotoProgress* progress,
-                 FittedPhoto* photo, FitFailure* failure) {
+bool searchPhoto(std::unique_ptr<PhotoSource> source, const PhotoRequest& request,
+                 PhotoFormats* formats, PhotoProgress* progress, FittedPhoto* photo,
+                 FitFailure* failure) {
   const PictureSize whole = source->size();
   const Segments segments = metadataFor(source->metadata(), request);
-  const auto metadataBytes = static_cast<int64_t>(bytesOf(segments));
+  const bool isJpeg = request.format == PhotoKind::Jpeg;
+  // Of another format each encode brings it along.
+  const auto metadataBytes = isJpeg ? static_cast<int64_t>(bytesOf(segments)) : 0;
   const double most = mostScale(whole, request);
 
   Picture picture;
-  const double enough = std::min(whole.pixels() * most * most,
-                                 static_cast<double>(request.maxBytes) * kMostPixelsPerByte);
+  const double enough =
+      std::min(whole.pixels() * most * most, mostPixels(static_cast<double>(request.maxBytes)));
   const double judged = std::pow(std::min(1.0, kJudgedSide / (whole.longestSide() + 0.0)), 2);
   const auto onShare = [&](double share) { progress->decoded(share); };
   if (!source->read(std::max(enough, judged * whole.pixels()), onShare, &picture, failure)) {
     return false;
   }
+  source.reset();  // its memory is of use now
 
   SearchLimits limits;
   limits.budgetBytes = request.maxBytes - metadataBytes;
@@ -102,7 +114,7 @@ bool searchPhoto(PhotoSource* source, const PhotoRequest& request, PhotoProgress
   limits.mostScale = std::min(most, static_cast<double>(picture.size.width) / whole.width);
   limits.finest = coarsenessOfQuality(kFinestQuality);
   limits.coarsest = coarsenessOfQuality(request.qualityFloor);
-  PhotoCodec codec(std::move(picture), whole, progress);
+  PhotoCodec codec(std::move(picture), whole, {request.format, formats, segments}, progress);
   BudgetSearch search(limits, &codec);
   if (!search.run()) {
     failure->name = codec.errorText().empty() ? "LimitTooSmall" : "TooLarge";
@@ -117,29 +129,48 @@ bool searchPhoto(PhotoSource* source, const PhotoRequest& request, PhotoProgress
   photo->size = codec.keptSize();
   photo->similarity = search.similarity();
   photo->encodes = search.encodes();
-  return join(segments, codec.takeKept(), photo);
+  if (isJpeg) return join(segments, codec.takeKept(), photo);
+  photo->file = codec.takeKept();
+  return true;
+}
+
+bool fail(const char* name, const std::string& message, FitFailure* failure) {
+  *failure = {name, message, 0};
+  return false;
 }
 
 }  // namespace
 
-bool fitPhoto(std::span<const uint8_t> file, const PhotoRequest& request,
+bool fitPhoto(std::span<const uint8_t> file, const PhotoRequest& request, PhotoFormats* formats,
               const std::function<void(double)>& onProgress, FittedPhoto* photo,
               FitFailure* failure) {
-  PhotoSource source(file);
-  if (!source.open(failure)) return false;
-  if (isWithin(source.size(), request) && takeAsItIs(file, source, request, photo)) {
-    photo->size = source.size();
-    return source.check(failure);
+  const bool isWritten =
+      request.format == PhotoKind::Jpeg || (formats != nullptr && formats->writes(request.format));
+  if (!isWritten) {
+    return fail(
+        "NotSupported",
+        std::string("This machine writes no pictures of the format ") + nameOf(request.format),
+        failure);
   }
-  PhotoProgress progress(source.size().pixels(), static_cast<double>(request.maxBytes), onProgress);
-  return searchPhoto(&source, request, &progress, photo, failure);
+  auto source = anySource(file, formats, failure);
+  if (!source || !source->open(failure)) return false;
+  if (photoKindOf(file) == request.format && isWithin(source->size(), request) &&
+      takeAsItIs(file, *source, request, photo)) {
+    photo->size = source->size();
+    return source->check(failure);
+  }
+  PhotoProgress progress(source->size().pixels(), static_cast<double>(request.maxBytes),
+                         onProgress);
+  return searchPhoto(std::move(source), request, formats, &progress, photo, failure);
 }
 
-bool inspectPhoto(std::span<const uint8_t> file, PhotoFacts* facts, FitFailure* failure) {
-  PhotoSource source(file);
-  if (!source.open(failure)) return false;
-  facts->size = source.size();
-  facts->orientation = source.metadata().orientation();
-  facts->metadataBytes = source.metadata().bytes();
+bool inspectPhoto(std::span<const uint8_t> file, PhotoFormats* formats, PhotoFacts* facts,
+                  FitFailure* failure) {
+  const auto source = anySource(file, formats, failure);
+  if (!source || !source->open(failure)) return false;
+  facts->kind = photoKindOf(file);
+  facts->size = source->size();
+  facts->orientation = source->metadata().orientation();
+  facts->metadataBytes = source->metadata().bytes();
   return true;
 }

@@ -21,8 +21,12 @@ bool isHalved(const Picture& picture) {
 
 }  // namespace
 
-PhotoCodec::PhotoCodec(Picture picture, const PictureSize& wholeSize, PhotoProgress* photoProgress)
-    : source(std::move(picture)), whole(wholeSize), progress(photoProgress) {
+PhotoCodec::PhotoCodec(Picture picture, const PictureSize& wholeSize, PhotoTarget photoTarget,
+                       PhotoProgress* photoProgress)
+    : source(std::move(picture)),
+      whole(wholeSize),
+      target(std::move(photoTarget)),
+      progress(photoProgress) {
   const PictureSize judged = viewSize(whole);
   reference = scaledPlane(source.planes[0], std::min(judged.width, source.size.width),
                           std::min(judged.height, source.size.height));
@@ -37,23 +41,63 @@ const Picture& PhotoCodec::pictureOf(const PictureSize& size) {
   return scaled;
 }
 
+double PhotoCodec::nearest(double coarseness) const {
+  return isJpeg() ? coarseness : coarsenessOfQuality(qualityOfCoarseness(coarseness));
+}
+
 bool PhotoCodec::encode(double scale, double coarseness, int64_t* bytes) {
   lastSize = scaledSize(whole, scale);
-  if (!writeJpeg(pictureOf(lastSize), coarseness, &last, &error)) return false;
-  *bytes = static_cast<int64_t>(last.size());
+  const Picture& picture = pictureOf(lastSize);
+  const bool isWritten =
+      isJpeg() ? writeJpeg(picture, coarseness, &last, &error)
+               : target.formats->write(target.format, picture, qualityOfCoarseness(coarseness),
+                                       target.metadata, &last, &error);
+  if (!isWritten) return false;
+  const double share = isJpeg() ? finishedShare : 1;
+  *bytes = std::lround(static_cast<double>(last.size()) * share);
   progress->encoded(lastSize.pixels());
   return true;
 }
 
-bool PhotoCodec::judge(double* alike) {
+bool PhotoCodec::decode(const std::vector<uint8_t>& file, const PictureSize& size,
+                        Picture* picture) {
+  if (isJpeg()) return readJpeg(file, picture, &error);
+  const auto made = target.formats->source(target.format, file);
+  FitFailure failure;
+  if (made->open(&failure) && made->read(size.pixels(), nullptr, picture, &failure)) return true;
+  error = failure.message;
+  return false;
+}
+
+bool PhotoCodec::compare(const std::vector<uint8_t>& file, const PictureSize& size, double* alike) {
   Picture picture;
-  if (!readJpeg(last, &picture, &error)) return false;
+  if (!decode(file, size, &picture)) return false;
   *alike = similarity(reference, scaledPlane(picture.planes[0], reference.width, reference.height));
-  progress->judged(lastSize.pixels());
+  progress->judged(size.pixels());
+  return true;
+}
+
+bool PhotoCodec::judge(double* alike) {
+  return compare(last, lastSize, alike);
+}
+
+bool PhotoCodec::finish(int64_t* bytes) {
+  if (!isJpeg()) {
+    finished = last;
+  } else if (!makeProgressive(last, &finished, &error)) {
+    return false;
+  }
+  finishedShare = static_cast<double>(finished.size()) / static_cast<double>(last.size());
+  *bytes = static_cast<int64_t>(finished.size());
   return true;
 }
 
 void PhotoCodec::keep() {
-  kept = last;
+  kept.swap(finished);
   keptPicture = lastSize;
+}
+
+bool PhotoCodec::judgeKept(double* alike) {
+  scaled = {};  // done with
+  return compare(kept, keptPicture, alike);
 }

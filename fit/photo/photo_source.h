@@ -3,35 +3,25 @@
 #define FIT_PHOTO_PHOTO_SOURCE_H
 
 #include <functional>
-#include <span>
 
+#include "fit/failure/fit_failure.h"
 #include "fit/metadata/photo_metadata.h"
-#include "fit/photo/fit_photo.h"
-#include "fit/picture/jpeg_reading.h"
+#include "fit/picture/picture.h"
 
 class PhotoSource {
  public:
-  // Borrows the file's bytes.
-  explicit PhotoSource(std::span<const uint8_t> file);
+  virtual ~PhotoSource() = default;
 
   // Reads the header. The others are for afterwards.
-  bool open(FitFailure* failure);
-  const PhotoMetadata& metadata() const { return told; }
+  virtual bool open(FitFailure* failure) = 0;
+  virtual const PhotoMetadata& metadata() const = 0;
   // Upright.
-  PictureSize size() const;
+  virtual PictureSize size() const = 0;
   // Whether the whole file can be decoded; leaves no picture.
-  bool check(FitFailure* failure);
+  virtual bool check(FitFailure* failure) = 0;
   // Decodes as much of it as a picture of so many pixels needs, upright. To be called once.
-  bool read(double pixels, const std::function<void(double)>& onShare, Picture* picture,
-            FitFailure* failure);
-
- private:
-  bool fail(FitFailure* failure) const;
-
-  std::span<const uint8_t> file;
-  JpegReading reading;
-  PhotoMetadata told{{}};
-  std::string error;
+  virtual bool read(double pixels, const std::function<void(double)>& onShare, Picture* picture,
+                    FitFailure* failure) = 0;
 };
 
 #endif

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "fit/photo/photo_source.h"
+#include "fit/photo/any_source.h"
 
 namespace {
 
@@ -20,13 +20,14 @@ PictureSize viewSize(const PictureSize& whole) {
   return scaledSize(whole, std::min(1.0, kJudgedSide / (whole.longestSide() + 0.0)));
 }
 
-bool viewPhoto(std::span<const uint8_t> file, PhotoView* view, FitFailure* failure) {
-  PhotoSource source(file);
-  if (!source.open(failure)) return false;
-  view->whole = source.size();
+bool viewPhoto(std::span<const uint8_t> file, PhotoFormats* formats, PhotoView* view,
+               FitFailure* failure) {
+  const auto source = anySource(file, formats, failure);
+  if (!source || !source->open(failure)) return false;
+  view->whole = source->size();
   const PictureSize size = viewSize(view->whole);
   Picture picture;
-  if (!source.read(size.pixels(), nullptr, &picture, failure)) return false;
+  if (!source->read(size.pixels(), nullptr, &picture, failure)) return false;
   for (const Plane& plane : picture.planes) {
     append(scaledPlane(plane, size.width, size.height), &view->samples);
   }

@@ -20,6 +20,8 @@ constexpr int64_t kMostViewBytes = int64_t{3} * kJudgedSide * kJudgedSide;
 // With the longest side of kJudgedSide, unless the photo is smaller.
 PictureSize viewSize(const PictureSize& whole);
 
-bool viewPhoto(std::span<const uint8_t> file, PhotoView* view, FitFailure* failure);
+// Borrows the formats, which are what there is beside JPEG; nullptr: nothing.
+bool viewPhoto(std::span<const uint8_t> file, PhotoFormats* formats, PhotoView* view,
+               FitFailure* failure);
 
 #endif

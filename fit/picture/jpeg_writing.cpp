@@ -41,6 +41,7 @@ Table scaled(const Table& table, double coarseness) {
 // No object with a destructor may live between its calls: libjpeg leaves an error by longjmp.
 struct Encoder {
   jpeg_compress_struct library = {};
+  jpeg_decompress_struct reader = {};
   jpeg_error_mgr errors = {};
   jmp_buf failed = {};
   unsigned char* made = nullptr;
@@ -49,12 +50,15 @@ struct Encoder {
   Encoder() = default;
   ~Encoder() {
     jpeg_destroy_compress(&library);
+    jpeg_destroy_decompress(&reader);
     free(made);
   }
   Encoder(const Encoder&) = delete;
   Encoder& operator=(const Encoder&) = delete;
 
   bool encode(const Picture& picture, const Table& luma, const Table& chroma);
+  bool recode(const std::vector<uint8_t>& file);
+  void handleErrors();
   void setUp(const Picture& picture, const Table& luma, const Table& chroma);
   void writeRows(const Picture& picture);
 };
@@ -71,7 +75,6 @@ void Encoder::setUp(const Picture& picture, const Table& luma, const Table& chro
   library.raw_data_in = TRUE;
   library.optimize_coding = TRUE;
   library.dct_method = JDCT_ISLOW;
-  jpeg_simple_progression(&library);
 }
 
 // Rows beyond the last are the last again.
@@ -92,13 +95,35 @@ void Encoder::writeRows(const Picture& picture) {
   }
 }
 
-bool Encoder::encode(const Picture& picture, const Table& luma, const Table& chroma) {
-  library.err = jpeg_std_error(&errors);
+void Encoder::handleErrors() {
+  library.err = reader.err = jpeg_std_error(&errors);
   errors.error_exit = [](j_common_ptr common) {
     longjmp(static_cast<Encoder*>(common->client_data)->failed, 1);
   };
   errors.output_message = [](j_common_ptr) {};
-  library.client_data = this;
+  library.client_data = reader.client_data = this;
+}
+
+// The quantised coefficients go over as they are.
+bool Encoder::recode(const std::vector<uint8_t>& file) {
+  handleErrors();
+  if (setjmp(failed) != 0) return false;
+  jpeg_create_decompress(&reader);
+  jpeg_mem_src(&reader, file.data(), file.size());
+  jpeg_read_header(&reader, TRUE);
+  jvirt_barray_ptr* const coefficients = jpeg_read_coefficients(&reader);
+  jpeg_create_compress(&library);
+  jpeg_mem_dest(&library, &made, &madeBytes);
+  jpeg_copy_critical_parameters(&reader, &library);
+  library.optimize_coding = TRUE;
+  jpeg_simple_progression(&library);
+  jpeg_write_coefficients(&library, coefficients);
+  jpeg_finish_compress(&library);
+  return true;
+}
+
+bool Encoder::encode(const Picture& picture, const Table& luma, const Table& chroma) {
+  handleErrors();
   if (setjmp(failed) != 0) return false;
   jpeg_create_compress(&library);
   jpeg_mem_dest(&library, &made, &madeBytes);
@@ -119,6 +144,17 @@ double coarsenessOfQuality(int quality) {
 int qualityOfCoarseness(double coarseness) {
   const double quality = coarseness > 1 ? 50 / coarseness : 100 - 50 * coarseness;
   return static_cast<int>(std::clamp(std::lround(quality), 1L, 100L));
+}
+
+bool makeProgressive(const std::vector<uint8_t>& file, std::vector<uint8_t>* progressive,
+                     std::string* error) {
+  Encoder encoder;
+  if (!encoder.recode(file)) {
+    *error = "There is not enough memory to encode the picture";
+    return false;
+  }
+  progressive->assign(encoder.made, encoder.made + encoder.madeBytes);
+  return true;
 }
 
 bool writeJpeg(const Picture& picture, double coarseness, std::vector<uint8_t>* file,

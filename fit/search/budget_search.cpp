@@ -17,9 +17,14 @@ constexpr double kLossPower = 0.6;
 // From one scale to the next that is tried.
 constexpr double kStep = 1.22;
 // Near enough to the budget to be judged: what it would be there is then told well.
-constexpr double kNear = 1.08;
+constexpr double kNear = 1.12;
 // Of the budget: a little less is no loss, a little more is one.
-constexpr double kAim = 0.992;
+constexpr double kAim = 0.988;
+// The next try where a format has too few steps to come nearer.
+constexpr double kCoarser = 1.1;
+constexpr int kFillRounds = 8;
+// How much more a picture may seem to have than it has when it is finished.
+constexpr double kAbout = 1.003;
 // As good; of two such pictures the larger is taken.
 constexpr double kAsGood = 0.0001;
 
@@ -36,12 +41,11 @@ double BudgetSearch::clampScale(double scale) const {
 
 bool BudgetSearch::encode(double scale, double coarseness) {
   if (isBroken || encodes() >= kMostEncodes) return false;
-  Trial trial = {.scale = scale, .coarseness = coarseness};
-  isBroken = !codec->encode(scale, coarseness, &trial.bytes);
+  Trial trial = {.scale = scale, .coarseness = codec->nearest(coarseness)};
+  isBroken = !codec->encode(scale, trial.coarseness, &trial.bytes);
   if (isBroken) return false;
   if (!trials.empty()) learn(trial);
   trials.push_back(trial);
-  smallest = smallest == 0 ? trial.bytes : std::min(smallest, trial.bytes);
   return true;
 }
 
@@ -53,11 +57,31 @@ bool BudgetSearch::judgeLast() {
   return true;
 }
 
-// Judges the last trial and keeps it where it is within the budget and better.
+// By a size that is known about.
+bool BudgetSearch::isLikelyWithin(const Trial& trial) const {
+  return static_cast<double>(trial.bytes) <= kAbout * static_cast<double>(limits.budgetBytes);
+}
+
+// What was estimated of the others was wrong by the same factor.
+bool BudgetSearch::finishLast() {
+  Trial& last = trials.back();
+  const int64_t estimate = last.bytes;
+  isBroken = isBroken || !codec->finish(&last.bytes);
+  if (isBroken) return false;
+  last.isFinished = true;
+  const double factor = static_cast<double>(last.bytes) / static_cast<double>(estimate);
+  for (Trial& trial : trials) {
+    if (trial.isFinished) continue;
+    trial.bytes = std::lround(static_cast<double>(trial.bytes) * factor);
+  }
+  smallest = smallest == 0 ? last.bytes : std::min(smallest, last.bytes);
+  return true;
+}
+
+// Finishes the last trial and keeps it where it is within the budget and fuller.
 bool BudgetSearch::keepLast() {
-  if (trials.back().bytes > limits.budgetBytes) return false;
-  if (trials.back().similarity < 0 && !judgeLast()) return false;
-  if (best.bytes != 0 && trials.back().similarity < best.similarity) return true;
+  if (!finishLast() || trials.back().bytes > limits.budgetBytes) return false;
+  if (trials.back().bytes <= best.bytes) return true;
   best = trials.back();
   codec->keep();
   return true;
@@ -122,10 +146,11 @@ bool BudgetSearch::tryScale(double scale, Trial* trial) {
     if (coarseness <= limits.finest && share < 1) break;
     if (coarseness >= limits.coarsest && share > 1) return false;
     if (share < kNear && share > 1 / kNear) break;
+    if (codec->nearest(coarsenessFor(scale)) == coarseness) break;  // the format has no nearer one
   }
-  const bool isWithin = trials.back().bytes <= limits.budgetBytes;
-  if (isWithin ? !keepLast() : !judgeLast()) return false;
+  if (!judgeLast()) return false;
   *trial = trials.back();
+  const bool isWithin = trial->bytes <= limits.budgetBytes;
   if (isWithin && trial->coarseness <= limits.finest) trial->atBudget = trial->similarity;
   return true;
 }
@@ -163,7 +188,14 @@ BudgetSearch::Trial BudgetSearch::climb(Trial start) {
 // Meets the budget closely: a secant between two trials of this scale that bracket it.
 void BudgetSearch::fill(double scale) {
   const auto budget = static_cast<double>(limits.budgetBytes);
-  for (int round = 0; round < 6; ++round) {
+  for (int round = 1; round <= kFillRounds; ++round) {
+    const Trial& last = trials.back();
+    const auto bytes = static_cast<double>(last.bytes);
+    const bool isFullEnough = bytes >= kFullEnough * budget || last.coarseness <= limits.finest;
+    if (last.scale == scale && !last.isFinished && isFullEnough && isLikelyWithin(last)) keepLast();
+    if (static_cast<double>(best.bytes) >= kFullEnough * budget) return;
+    if (best.bytes > 0 && best.coarseness <= limits.finest) return;
+
     std::optional<Trial> under;
     std::optional<Trial> over;
     for (const Trial& trial : trials) {
@@ -174,29 +206,43 @@ void BudgetSearch::fill(double scale) {
         over = trial;
       }
     }
-    if (under && static_cast<double>(under->bytes) >= kFullEnough * budget) return;
-    if (under && under->coarseness <= limits.finest) return;
     double coarseness = coarsenessFor(scale);
+    bool isLastTry = round == kFillRounds;
     if (under && over) {
       const double low = std::log(static_cast<double>(under->bytes));
       const double high = std::log(static_cast<double>(over->bytes));
       const double share = (std::log(kAim * budget) - low) / (high - low);
-      coarseness = under->coarseness *
-                   std::pow(over->coarseness / under->coarseness, std::clamp(share, 0.05, 0.95));
-      if (under->coarseness / over->coarseness < 1.002) return;  // no table lies between
+      coarseness = codec->nearest(under->coarseness * std::pow(over->coarseness / under->coarseness,
+                                                               std::clamp(share, 0.05, 0.95)));
+      // No table lies between.
+      isLastTry |= under->coarseness / over->coarseness < 1.002 || coarseness == over->coarseness;
+    } else if (over && codec->nearest(coarseness) <= over->coarseness) {
+      if (over->coarseness >= limits.coarsest) return;
+      coarseness = std::min(over->coarseness * kCoarser, limits.coarsest);
     }
-    if (!encode(scale, coarseness)) return;
-    keepLast();
+    if (under && (isLastTry || codec->nearest(coarseness) == under->coarseness)) {
+      isLastTry = true;
+      coarseness = under->coarseness;
+      if (best.scale == scale && best.coarseness == coarseness) return;
+    }
+    if (trials.back().scale != scale || trials.back().coarseness != coarseness) {
+      if (!encode(scale, coarseness)) return;
+    }
+    if (isLastTry) {
+      keepLast();
+      return;
+    }
   }
 }
 
 // Nothing is small enough yet: the coarsest of ever smaller pictures.
 bool BudgetSearch::shrinkToFit() {
-  while (best.bytes == 0 && !isBroken) {
+  while (!isBroken) {
     const double scale = std::min(scaleFor(limits.coarsest), trials.back().scale * 0.8);
     const double before = trials.back().scale;
     if (!encode(clampScale(scale), limits.coarsest)) return false;
-    if (keepLast() || before <= limits.leastScale) break;
+    const bool isLast = before <= limits.leastScale;
+    if (((isLast || isLikelyWithin(trials.back())) && keepLast()) || isLast) break;
   }
   return best.bytes != 0;
 }
@@ -208,6 +254,15 @@ bool BudgetSearch::run() {
   const double start =
       share < kNear && share > 1 / kNear ? trials[0].scale : scaleFor(likelyCoarseness());
   Trial first;
-  if (tryScale(start, &first)) fill(climb(first).scale);
-  return !isBroken && (best.bytes != 0 || shrinkToFit());
+  if (tryScale(start, &first)) {
+    double scale = climb(first).scale;
+    fill(scale);
+    // What was told of the size there may have been too little.
+    while (best.bytes == 0 && !isBroken && scale > limits.leastScale && encodes() < kMostEncodes) {
+      scale = clampScale(scale / kStep);
+      fill(scale);
+    }
+  }
+  if (isBroken || (best.bytes == 0 && !shrinkToFit())) return false;
+  return codec->judgeKept(&keptSimilarity);
 }

@@ -11,16 +11,23 @@
 #include <cstdint>
 #include <vector>
 
-// What encodes and judges. Each returns false when it cannot go on; the search then ends.
+// What encodes and judges. An operation that returns false cannot go on; the search then ends.
 class SearchCodec {
  public:
   virtual ~SearchCodec() = default;
-  // Encodes the picture at a scale of 0 to 1 of each side, quantised so coarsely.
+  // The next coarseness that can be had: a format may have a hundred of them.
+  virtual double nearest(double coarseness) const { return coarseness; }
+  // Encodes the picture at a scale of 0 to 1 of each side, quantised so coarsely: as quickly as its
+  // looks and about its size can be told.
   virtual bool encode(double scale, double coarseness, int64_t* bytes) = 0;
   // How alike the last encoded picture looks to the source, at most 1.
   virtual bool judge(double* similarity) = 0;
-  // That the last encoded picture is the best so far within the budget.
+  // Makes of it what may come out, of so many bytes.
+  virtual bool finish(int64_t* bytes) = 0;
+  // That what was finished is the best so far within the budget.
   virtual void keep() = 0;
+  // As judge(), of what was kept.
+  virtual bool judgeKept(double* similarity) = 0;
 };
 
 struct SearchLimits {
@@ -37,7 +44,7 @@ class BudgetSearch {
   // An encode costs some tens of milliseconds; nothing good takes more of them.
   static constexpr int kMostEncodes = 24;
   // Fuller than that a picture does not look better.
-  static constexpr double kFullEnough = 0.985;
+  static constexpr double kFullEnough = 0.975;
 
   BudgetSearch(const SearchLimits& searchLimits, SearchCodec* searchCodec)
       : limits(searchLimits), codec(searchCodec) {}
@@ -46,9 +53,9 @@ class BudgetSearch {
   bool run();
 
   // After run(): of what was kept.
-  double similarity() const { return best.similarity; }
+  double similarity() const { return keptSimilarity; }
   double coarseness() const { return best.coarseness; }
-  // The least that was seen.
+  // When nothing was kept: the least that was seen, and can be asked for.
   int64_t smallestBytes() const { return smallest; }
   int encodes() const { return static_cast<int>(trials.size()); }
 
@@ -57,12 +64,15 @@ class BudgetSearch {
     double scale = 0;
     double coarseness = 0;
     int64_t bytes = 0;
-    double similarity = -1;  // not judged
-    double atBudget = -1;    // what it would be if the budget were just met
+    bool isFinished = false;  // its bytes are no estimate
+    double similarity = -1;   // not judged
+    double atBudget = -1;     // what it would be if the budget were just met
   };
 
   bool encode(double scale, double coarseness);
   bool judgeLast();
+  bool isLikelyWithin(const Trial& trial) const;
+  bool finishLast();
   bool keepLast();
   const Trial& nearestTo(double scale, double coarseness) const;
   double predict(const Trial& from, double scale, double coarseness) const;
@@ -81,6 +91,7 @@ class BudgetSearch {
   SearchCodec* const codec;
   std::vector<Trial> trials;
   Trial best;
+  double keptSimilarity = 0;
   int64_t smallest = 0;
   // Bytes grow with the pixels and shrink with the coarseness by these powers, about.
   double pixelPower = 0.8;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-const char* const kFormats[] = {"jpeg", nullptr};
+const char* const kFormats[] = {"jpeg", "webp", "avif", nullptr};
 const char* const kMovieFormats[] = {"mp4-h264", "mp4", "3gp", nullptr};
 
 namespace {
@@ -66,9 +66,9 @@ class OptionReader {
   bool takeFormat(GVariant* value) {
     if (!isOfType("format", value, "s")) return false;
     const std::string format = g_variant_get_string(value, nullptr);
-    if (format == kFormats[0]) return true;
+    if (parsePhotoFormat(format, &photo().format)) return true;
     return refuse("NotSupported",
-                  "The format \"" + format + "\" is not supported; supported: jpeg");
+                  "The format \"" + format + "\" is not supported; supported: jpeg, webp, avif");
   }
   bool takeMovieFormat(GVariant* value) {
     if (!isOfType("format", value, "s")) return false;

@@ -104,13 +104,12 @@ GVariant* factsOf(MediaKind kind, const WorkerReport& report) {
   facts.putShort("height");
   if (kind == MediaKind::Photo) {
     facts.putText("kind", "photo");
-    facts.putText("format", "jpeg");
     facts.putShort("orientation");
     facts.putLong("metadataBytes", "metadata");
-    return facts.end();
+  } else {
+    facts.putText("kind", "movie");
+    facts.putSeconds("seconds", "milliseconds");
   }
-  facts.putText("kind", "movie");
-  facts.putSeconds("seconds", "milliseconds");
   for (const auto& [name, word] : report.words) {
     facts.putText(name.c_str(), word);
   }

@@ -6,12 +6,23 @@ namespace {
 
 constexpr MovieFormat kMovieFormats[] = {MovieFormat::H264, MovieFormat::Mpeg4, MovieFormat::H263};
 constexpr WorkerTask kTasks[] = {WorkerTask::Fit, WorkerTask::Inspect, WorkerTask::View};
+constexpr PhotoKind kPhotoFormats[] = {PhotoKind::Jpeg, PhotoKind::Webp, PhotoKind::Avif};
 constexpr KeepMetadata kKeeps[] = {KeepMetadata::All, KeepMetadata::NoLocation, KeepMetadata::None};
 
 template <typename Number>
 bool parseNumber(const std::string& text, Number* number) {
   const auto result = std::from_chars(text.data(), text.data() + text.size(), *number);
   return result.ec == std::errc() && result.ptr == text.data() + text.size() && *number >= 0;
+}
+
+template <typename Choice, size_t count>
+bool parseAmong(const Choice (&choices)[count], const std::string& name, Choice* found) {
+  for (const Choice choice : choices) {
+    if (name != nameOf(choice)) continue;
+    *found = choice;
+    return true;
+  }
+  return false;
 }
 
 bool parseMovieWord(const std::string& name, const std::string& value, MovieRequest* movie) {
@@ -26,17 +37,8 @@ bool parsePhotoWord(const std::string& name, const std::string& value, PhotoRequ
   if (name == "max-width") return parseNumber(value, &photo->maxWidth);
   if (name == "max-height") return parseNumber(value, &photo->maxHeight);
   if (name == "quality-floor") return parseNumber(value, &photo->qualityFloor);
+  if (name == "format") return parsePhotoFormat(value, &photo->format);
   return name == "keep-metadata" && parseKeepMetadata(value, &photo->keep);
-}
-
-template <typename Choice, size_t count>
-bool parseAmong(const Choice (&choices)[count], const std::string& name, Choice* found) {
-  for (const Choice choice : choices) {
-    if (name != nameOf(choice)) continue;
-    *found = choice;
-    return true;
-  }
-  return false;
 }
 
 bool parseWord(const std::string& word, WorkerRequest* request) {
@@ -76,6 +78,10 @@ bool parseKeepMetadata(const std::string& name, KeepMetadata* keep) {
   return parseAmong(kKeeps, name, keep);
 }
 
+bool parsePhotoFormat(const std::string& name, PhotoKind* format) {
+  return parseAmong(kPhotoFormats, name, format);
+}
+
 const char* nameOf(MovieFormat format) {
   switch (format) {
     case MovieFormat::Mpeg4:
@@ -106,7 +112,8 @@ std::vector<std::string> wordsOf(const WorkerRequest& request) {
           "max-width=" + std::to_string(photo.maxWidth),
           "max-height=" + std::to_string(photo.maxHeight),
           "quality-floor=" + std::to_string(photo.qualityFloor),
-          std::string("keep-metadata=") + nameOf(photo.keep)};
+          std::string("keep-metadata=") + nameOf(photo.keep),
+          std::string("format=") + nameOf(photo.format)};
 }
 
 bool parseWords(const std::vector<std::string>& words, WorkerRequest* request, std::string* error) {

@@ -30,6 +30,8 @@ const char* nameOf(WorkerTask task);
 // "all", "no-location", "none".
 const char* nameOf(KeepMetadata keep);
 bool parseKeepMetadata(const std::string& name, KeepMetadata* keep);
+// Of those that a photo can be written in: "jpeg", "webp", "avif".
+bool parsePhotoFormat(const std::string& name, PhotoKind* format);
 // "mp4-h264", "mp4", "3gp".
 const char* nameOf(MovieFormat format);
 bool parseMovieFormat(const std::string& name, MovieFormat* format);

@@ -32,6 +32,7 @@ Rgb fromYCbCr(int y, int cb, int cr) {
 
 Rgb toRgb(JpegColours colours, bool isInverted, const std::array<int, 4>& values) {
   if (colours == JpegColours::Rgb) return {values[0], values[1], values[2]};
+  if (colours == JpegColours::YCbCr) return fromYCbCr(values[0], values[1], values[2]);
   Rgb light = {values[0], values[1], values[2]};
   // The three are the complements of such values; only Adobe's programs write them at all.
   if (colours == JpegColours::Ycck) light = fromYCbCr(values[0], values[1], values[2]);

@@ -17,7 +17,7 @@ struct Rgb {
   int blue;
 };
 
-// The colour that the component values of an Rgb, Cmyk or Ycck picture stand for, without regard to
+// The colour that the component values of a picture of three or four stand for, without regard to
 // a profile. Of four values the last is black; inverted values tell how much light an ink leaves,
 // others how much ink there is.
 Rgb toRgb(JpegColours colours, bool isInverted, const std::array<int, 4>& values);

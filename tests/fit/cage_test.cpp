@@ -9,18 +9,19 @@
 #include <unistd.h>
 
 #include <functional>
+#include <thread>
 
 #include "tests/faults/attacks.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
 
-constexpr CageLimits kLimits = {int64_t{256} << 20, 1000, 20};
+constexpr CageLimits kLimits = {int64_t{256} << 20, 1000, 20, false};
 
 // Runs `act` caged, with input and output as a worker has them; what it returns, told by its
 // stderr.
 std::string caged(const std::string& input, const std::string& output,
-                  const std::function<std::string()>& act) {
+                  const std::function<std::string()>& act, bool hasThreads = false) {
   int ends[2];
   EXPECT_EQ(pipe(ends), 0);
   const pid_t child = fork();
@@ -30,7 +31,9 @@ std::string caged(const std::string& input, const std::string& output,
     dup2(ends[1], 2);
     closefrom(3);
     signal(SIGXFSZ, SIG_IGN);
-    const std::string told = enterCage(kLimits) ? act() : "no cage";
+    CageLimits limits = kLimits;
+    limits.hasThreads = hasThreads;
+    const std::string told = enterCage(limits) ? act() : "no cage";
     const ssize_t written = write(2, told.data(), told.size());
     _exit(written < 0 ? 1 : 0);
   }
@@ -55,6 +58,22 @@ class FitCageTest : public testing::Test {
 TEST_F(FitCageTest, AWorkerThatWasTakenOverGetsNowhere) {
   const LivingVictim prey;
   EXPECT_EQ(caged(input, output, [&] { return toldAttack(prey.victim()); }), "tried");
+  EXPECT_TRUE(prey.isUnharmed());
+}
+
+// Threads are no way out.
+TEST_F(FitCageTest, OneOfManyThreadsThatWasTakenOverGetsNowhere) {
+  const LivingVictim prey;
+  std::string told;
+  const auto attack = [&] { told = toldAttack(prey.victim()); };
+  EXPECT_EQ(caged(
+                input, output,
+                [&] {
+                  std::thread(attack).join();
+                  return told;
+                },
+                true),
+            "tried");
   EXPECT_TRUE(prey.isUnharmed());
 }
 

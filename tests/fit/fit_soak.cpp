@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 using tarn::test::PrivateBus;
 
 constexpr uint64_t kMaxBytes = 20000;
-constexpr int kJobsPerKill = 6;
+constexpr int kJobsPerKill = 12;
 
 struct Tally {
   std::atomic<int> asked = 0;

@@ -38,8 +38,8 @@ struct Outcome {
 Outcome fit(const Bytes& file, PhotoRequest request) {
   Outcome outcome;
   outcome.ok = fitPhoto(
-      file, request, [&](double share) { outcome.progress.push_back(share); }, &outcome.photo,
-      &outcome.failure);
+      file, request, nullptr, [&](double share) { outcome.progress.push_back(share); },
+      &outcome.photo, &outcome.failure);
   return outcome;
 }
 
@@ -67,7 +67,7 @@ std::string exifOf(const std::vector<uint8_t>& file) {
 PhotoFacts factsOf(const std::vector<uint8_t>& file) {
   PhotoFacts facts;
   FitFailure failure;
-  EXPECT_TRUE(inspectPhoto(file, &facts, &failure)) << failure.message;
+  EXPECT_TRUE(inspectPhoto(file, nullptr, &facts, &failure)) << failure.message;
   return facts;
 }
 
@@ -184,13 +184,15 @@ TEST(FitPhotoTest, WhatIsNoWholePhotoIsNamed) {
   EXPECT_EQ(fit(cut, 10 << 20).failure.name, "Damaged");
   EXPECT_EQ(fit({}, 5000).failure.name, "NotAPhoto");
   EXPECT_EQ(fit({0xFF, 0xD8}, 5000).failure.name, "Damaged");
-  const std::string png("\x89PNG\r\n\x1a\n....", 12);
-  EXPECT_THAT(fit(Bytes(png.begin(), png.end()), 5000).failure.message, HasSubstr("a PNG"));
-  const std::string heic(
+  const std::string jpegXl("\xFF\x0A.........", 11);
+  const Outcome other = fit(Bytes(jpegXl.begin(), jpegXl.end()), 5000);
+  EXPECT_EQ(other.failure.name, "NotSupported");
+  EXPECT_THAT(other.failure.message, HasSubstr("jpeg-xl"));
+  const std::string movie(
       "\0\0\0\x18"
-      "ftypheic",
-      12);
-  EXPECT_EQ(fit(Bytes(heic.begin(), heic.end()), 5000).failure.name, "NotSupported");
+      "ftypisom....",
+      16);
+  EXPECT_EQ(fit(Bytes(movie.begin(), movie.end()), 5000).failure.name, "NotAPhoto");
 }
 
 TEST(FitPhotoTest, AnyKindOfPictureComesOut) {

@@ -99,6 +99,22 @@ TEST(JpegWritingTest, CoarserIsSmallerAndQualitiesAreLibjpegs) {
   }
 }
 
+TEST(JpegWritingTest, AProgressiveOneIsTheSamePicture) {
+  const Picture picture = grayPicture(600, 400);
+  std::vector<uint8_t> file;
+  std::vector<uint8_t> progressive;
+  std::string error;
+  ASSERT_TRUE(writeJpeg(picture, 0.5, &file, &error));
+  ASSERT_TRUE(makeProgressive(file, &progressive, &error));
+  EXPECT_NE(progressive, file);
+  Picture before;
+  Picture after;
+  ASSERT_TRUE(readJpeg(file, &before, &error));
+  ASSERT_TRUE(readJpeg(progressive, &after, &error));
+  EXPECT_EQ(before.planes[0].samples, after.planes[0].samples);
+  EXPECT_FALSE(makeProgressive({0xFF, 0xD8, 0xFF}, &progressive, &error));
+}
+
 TEST(JpegReadingTest, EveryKindOfColourIsRead) {
   for (const Colours colours : {Colours::YCbCr, Colours::Rgb, Colours::CmykInverted,
                                 Colours::CmykPlain, Colours::YcckInverted}) {

@@ -11,7 +11,7 @@ using testing::HasSubstr;
 
 TEST(RequestWordsTest, ComeBackAsTheyWent) {
   WorkerRequest request;
-  request.photo = {300000, 1280, 960, KeepMetadata::NoLocation, 30};
+  request.photo = {300000, 1280, 960, KeepMetadata::NoLocation, 30, PhotoKind::Webp};
   WorkerRequest read;
   std::string error;
   ASSERT_TRUE(parseWords(wordsOf(request), &read, &error)) << error;
@@ -133,8 +133,8 @@ TEST(FitOptionsTest, AllAreTaken) {
 TEST(FitOptionsTest, EachErrorHasItsNameAndNamesTheOption) {
   EXPECT_EQ(refusalOf("{'upscale': <true>}").name, "UnknownOption");
   EXPECT_THAT(refusalOf("{'upscale': <true>}").message, HasSubstr("\"upscale\""));
-  EXPECT_EQ(refusalOf("{'format': <'webp'>}").name, "NotSupported");
-  EXPECT_THAT(refusalOf("{'format': <'webp'>}").message, HasSubstr("supported: jpeg"));
+  EXPECT_EQ(refusalOf("{'format': <'bmp'>}").name, "NotSupported");
+  EXPECT_THAT(refusalOf("{'format': <'bmp'>}").message, HasSubstr("supported: jpeg"));
   EXPECT_EQ(refusalOf("{}", 0).name, "InvalidLimit");
   EXPECT_EQ(refusalOf("{}", UINT64_MAX).name, "InvalidLimit");
   for (const char* options :
