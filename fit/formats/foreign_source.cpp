@@ -40,6 +40,14 @@ bool isDeep(const VipsImage* image) {
   return image->Type == VIPS_INTERPRETATION_RGB16 || image->Type == VIPS_INTERPRETATION_GREY16;
 }
 
+bool failToRead(FitFailure* failure) {
+  const std::string reason = takeVipsError();
+  if (reason.find("out of memory") != reason.npos) {
+    return fail("TooLarge", "The picture takes too much memory to decode", failure);
+  }
+  return fail("Damaged", "The picture cannot be read: " + reason, failure);
+}
+
 // Replaces the image by what an operation made of it.
 bool take(int status, VipsImage* made, ImageRef* image) {
   if (status != 0) return false;
@@ -182,7 +190,7 @@ bool ForeignSource::load(ImageRef* loaded, FitFailure* failure) const {
   VipsImage* made = nullptr;
   if (vips_call(loaderOf(kind), blob.get(), &made, "access", VIPS_ACCESS_SEQUENTIAL, "fail_on",
                 VIPS_FAIL_ON_TRUNCATED, nullptr) != 0) {
-    return fail("Damaged", "The picture cannot be read: " + takeVipsError(), failure);
+    return failToRead(failure);
   }
   loaded->reset(made);
   if (static_cast<double>(made->Xsize) * made->Ysize <= kMostPixels) return true;
@@ -205,8 +213,7 @@ PictureSize ForeignSource::size() const {
 bool ForeignSource::check(FitFailure* failure) {
   ImageRef whole;
   if (!load(&whole, failure)) return false;
-  return readRows(whole.get(), [](int, const uint8_t*) {}) ||
-         fail("Damaged", "The picture cannot be read: " + takeVipsError(), failure);
+  return readRows(whole.get(), [](int, const uint8_t*) {}) || failToRead(failure);
 }
 
 bool ForeignSource::read(double pixels, const std::function<void(double)>& onShare,
@@ -226,7 +233,7 @@ bool ForeignSource::read(double pixels, const std::function<void(double)>& onSha
     if (onShare && y % kStrip == 0) onShare(static_cast<double>(y) / stored.height);
   };
   if (!readRows(image.get(), onRow)) {
-    return fail("Damaged", "The picture cannot be read: " + takeVipsError(), failure);
+    return failToRead(failure);
   }
   for (Plane& plane : picture->planes) {
     plane.pad();

@@ -54,6 +54,8 @@ std::vector<uint8_t> pixelsOf(const Picture& picture) {
 
 bool VipsFormats::start(std::string* error) {
   g_log_set_default_handler([](const char*, GLogLevelFlags, const char*, gpointer) {}, nullptr);
+  // A decoded picture beyond it would go to a file, which cannot be made.
+  g_setenv("VIPS_DISC_THRESHOLD", "1g", TRUE);
   if (vips_init("fit-formats") != 0) {
     *error = takeVipsError();
     return false;

@@ -31,7 +31,10 @@ constexpr bool kIsInstrumented = false;
 
 class AllowList {
  public:
-  AllowList() : filter(seccomp_init(SCMP_ACT_ERRNO(EPERM)), seccomp_release) {}
+  AllowList() : filter(seccomp_init(SCMP_ACT_ERRNO(EPERM)), seccomp_release) {
+    // Threads that a library has started already are caged along.
+    isWhole = filter && seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_TSYNC, 1) == 0;
+  }
 
   // A name that this machine has no call of is nothing to allow.
   void allow(const char* name, std::initializer_list<scmp_arg_cmp> arguments = {}) {
