@@ -319,6 +319,21 @@ TEST(FitPlanTest, ASourceThatIsAsAskedIsCopied) {
   EXPECT_NE(FitPlan(options(words), source).attempt().kind, Kind::Copy);
 }
 
+// Players of H.264 do both by themselves.
+TEST(FitPlanTest, H264ThatIsTurnedOrOfFullRangeIsCopiedToo) {
+  MediaFacts source = clip();
+  source.video->codec = "h264";
+  source.video->pixelFormat = "yuvj420p";
+  source.video->fullRange = true;
+  source.video->quarterTurns = 1;
+  Options asked = options({"-vcodec", "libx264", "-acodec", "aac", "-fs", "90000000"});
+  EXPECT_EQ(FitPlan(asked, source).attempt().kind, Kind::Copy);
+  asked.mostSize = {source.video->height, source.video->width};  // upright
+  EXPECT_EQ(FitPlan(asked, source).attempt().kind, Kind::Copy);
+  asked.mostSize = {source.video->width, source.video->height};
+  EXPECT_NE(FitPlan(asked, source).attempt().kind, Kind::Copy);
+}
+
 TEST(BudgetTest, TheSmallerOfSizeAndBitrates) {
   const auto most = [](const std::vector<const char*>& words, double seconds = 10) {
     return budgetOf(options(words), clip(seconds));

@@ -2,6 +2,9 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <utility>
+
+#include "platform/ffmpeg/plan/video_coder.h"
 
 namespace {
 
@@ -22,17 +25,23 @@ bool isWithin(int limit, int side) {
   return limit == 0 || side <= limit;
 }
 
+// Upright, and in the colours that players of it expect. Those of H.264 turn pictures and stretch
+// colours as the file says; the others are of a time before.
+bool isShownRight(const Options& options, const VideoFacts& video) {
+  if (isH264(options)) return video.pixelFormat == "yuv420p" || video.pixelFormat == "yuvj420p";
+  return video.quarterTurns == 0 && !video.fullRange && video.pixelFormat == "yuv420p";
+}
+
 bool isThePicture(const Options& options, const VideoFacts& video) {
-  const bool sizeIsRight =
-      options.size.width == 0 || options.size == PictureSize{video.width, video.height};
+  PictureSize upright = {video.width, video.height};
+  if (video.quarterTurns % 2 != 0) std::swap(upright.width, upright.height);
+  const bool sizeIsRight = options.size.width == 0 || options.size == upright;
   const bool rateIsRight =
       options.frameRate.empty() ||
       std::abs(strtod(options.frameRate.c_str(), nullptr) - video.averageRate.value()) < kSameRate;
-  // Upright, and in the colours that players of it expect.
   return decodedName(options.videoCodec) == video.codec && sizeIsRight && rateIsRight &&
-         isWithin(options.mostSize.width, video.width) &&
-         isWithin(options.mostSize.height, video.height) && video.quarterTurns == 0 &&
-         !video.fullRange && video.pixelFormat == "yuv420p";
+         isWithin(options.mostSize.width, upright.width) &&
+         isWithin(options.mostSize.height, upright.height) && isShownRight(options, video);
 }
 
 bool isTheSound(const Options& options, const AudioFacts& audio) {
