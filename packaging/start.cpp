@@ -160,8 +160,7 @@ std::vector<std::string> daemonArguments(const std::string& here, const std::str
   for (const MachinePlugin& plugin : plugins) {
     if (!plugin.path.empty()) paths += (paths.empty() ? "" : ",") + plugin.path;
   }
-  return paths.empty() ? std::vector{folders}
-                       : std::vector{folders, "--gst-plugin-load=" + paths};
+  return paths.empty() ? std::vector{folders} : std::vector{folders, "--gst-plugin-load=" + paths};
 }
 
 void tellMissing(const std::vector<MachinePlugin>& plugins) {

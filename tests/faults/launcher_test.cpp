@@ -62,8 +62,8 @@ TEST_F(LauncherTest, TheDaemonFindsItsOwnPluginsAlone) {
   launch({"XDG_CACHE_HOME=" + cache, "GST_PLUGIN_PATH=" + folder, "GST_PLUGIN_PATH_1_0=" + folder,
           "GST_REGISTRY=" + folder + "/registry", "GST_REGISTRY_1_0=" + folder + "/registry"});
   const std::string own = cache + "/tarn-transcode";
-  const std::string folders = installed("libexec/tarn-transcode/") + PLUGINS_FROM_LIBEXEC + ":" +
-                              own + "/plugins";
+  const std::string folders =
+      installed("libexec/tarn-transcode/") + PLUGINS_FROM_LIBEXEC + ":" + own + "/plugins";
   EXPECT_TRUE(hasVariable("GST_PLUGIN_SYSTEM_PATH_1_0="));
   EXPECT_TRUE(hasVariable("GST_PLUGIN_PATH_1_0="));
   EXPECT_TRUE(hasVariable("GST_REGISTRY_1_0=" + own + "/registry.bin"));
