@@ -45,6 +45,11 @@ double mostScale(const PictureSize& size, const PhotoRequest& request) {
   return scale;
 }
 
+// Of its pixels, those at which it is compared.
+double judgedShare(const PictureSize& size) {
+  return std::pow(std::min(1.0, kJudgedSide / (size.longestSide() + 0.0)), 2);
+}
+
 // The source's own picture, with as much of its metadata as fits.
 bool takeAsItIs(std::span<const uint8_t> file, const PhotoSource& source,
                 const PhotoRequest& request, FittedPhoto* photo) {
@@ -100,9 +105,9 @@ bool searchPhoto(std::unique_ptr<PhotoSource> source, const PhotoRequest& reques
   Picture picture;
   const double enough =
       std::min(whole.pixels() * most * most, mostPixels(static_cast<double>(request.maxBytes)));
-  const double judged = std::pow(std::min(1.0, kJudgedSide / (whole.longestSide() + 0.0)), 2);
   const auto onShare = [&](double share) { progress->decoded(share); };
-  if (!source->read(std::max(enough, judged * whole.pixels()), onShare, &picture, failure)) {
+  if (!source->read(std::max(enough, judgedShare(whole) * whole.pixels()), onShare, &picture,
+                    failure)) {
     return false;
   }
   source.reset();  // its memory is of use now
@@ -159,8 +164,9 @@ bool fitPhoto(std::span<const uint8_t> file, const PhotoRequest& request, PhotoF
     photo->size = source->size();
     return source->check(failure);
   }
-  PhotoProgress progress(source->size().pixels(), static_cast<double>(request.maxBytes),
-                         onProgress);
+  const double pixels = source->size().pixels();
+  PhotoProgress progress(pixels, pixels * judgedShare(source->size()),
+                         static_cast<double>(request.maxBytes), onProgress);
   return searchPhoto(std::move(source), request, formats, &progress, photo, failure);
 }
 

@@ -7,7 +7,8 @@
 class PhotoProgress {
  public:
   // `listener` hears shares, each larger than the one before.
-  PhotoProgress(double sourcePixels, double maxBytes, std::function<void(double)> listener);
+  PhotoProgress(double sourcePixels, double comparedPixels, double maxBytes,
+                std::function<void(double)> listener);
 
   void decoded(double share);
   void encoded(double pixels);
@@ -17,6 +18,7 @@ class PhotoProgress {
   void tell(double share);
 
   const double decodeWork;
+  const double compareWork;
   double encodeWork;  // of all that are expected
   double encodedWork = 0;
   double told = 0;

@@ -9,6 +9,7 @@ namespace {
 // Where the best picture usually lies, and what it takes there, of 30 photos and budgets: the more
 // bytes there are the finer it is.
 constexpr double kUsualBudget = 300000;
+constexpr double kFewBytes = 200000;
 constexpr double kLikelyCoarseness = 0.45;
 constexpr double kLikelyBytesPerPixel = 0.16;
 constexpr double kFinerWithBytes = 0.35;
@@ -20,6 +21,7 @@ constexpr double kStep = 1.22;
 constexpr double kNear = 1.12;
 // Of the budget: a little less is no loss, a little more is one.
 constexpr double kAim = 0.988;
+constexpr double kAimOfFew = 0.995;
 // The next try where a format has too few steps to come nearer.
 constexpr double kCoarser = 1.1;
 constexpr int kFillRounds = 8;
@@ -55,6 +57,14 @@ bool BudgetSearch::judgeLast() {
   if (isBroken) return false;
   trial.atBudget = atBudget(trial.similarity, trial.bytes, limits.budgetBytes);
   return true;
+}
+
+bool BudgetSearch::hasFew() const {
+  return static_cast<double>(limits.budgetBytes) < kFewBytes;
+}
+
+double BudgetSearch::aimedBytes() const {
+  return (hasFew() ? kAimOfFew : kAim) * static_cast<double>(limits.budgetBytes);
 }
 
 // By a size that is known about.
@@ -118,7 +128,7 @@ void BudgetSearch::learn(const Trial& trial) {
 
 // What meets the budget at that scale.
 double BudgetSearch::coarsenessFor(double scale) const {
-  const double wanted = std::log(kAim * static_cast<double>(limits.budgetBytes));
+  const double wanted = std::log(aimedBytes());
   double coarseness = trials.back().coarseness;
   for (int round = 0; round < 2; ++round) {
     const Trial& near = nearestTo(scale, coarseness);
@@ -132,7 +142,7 @@ double BudgetSearch::coarsenessFor(double scale) const {
 double BudgetSearch::scaleFor(double coarseness) const {
   const Trial& last = trials.back();
   const double bytes = predict(last, last.scale, coarseness);
-  const double share = std::log(kAim * static_cast<double>(limits.budgetBytes)) - bytes;
+  const double share = std::log(aimedBytes()) - bytes;
   return clampScale(last.scale * std::exp(0.5 * share / pixelPower));
 }
 
@@ -191,9 +201,9 @@ void BudgetSearch::fill(double scale) {
   for (int round = 1; round <= kFillRounds; ++round) {
     const Trial& last = trials.back();
     const auto bytes = static_cast<double>(last.bytes);
-    const bool isFullEnough = bytes >= kFullEnough * budget || last.coarseness <= limits.finest;
+    const bool isFullEnough = bytes >= fullEnough() * budget || last.coarseness <= limits.finest;
     if (last.scale == scale && !last.isFinished && isFullEnough && isLikelyWithin(last)) keepLast();
-    if (static_cast<double>(best.bytes) >= kFullEnough * budget) return;
+    if (static_cast<double>(best.bytes) >= fullEnough() * budget) return;
     if (best.bytes > 0 && best.coarseness <= limits.finest) return;
 
     std::optional<Trial> under;
@@ -211,7 +221,7 @@ void BudgetSearch::fill(double scale) {
     if (under && over) {
       const double low = std::log(static_cast<double>(under->bytes));
       const double high = std::log(static_cast<double>(over->bytes));
-      const double share = (std::log(kAim * budget) - low) / (high - low);
+      const double share = (std::log(aimedBytes()) - low) / (high - low);
       coarseness = codec->nearest(under->coarseness * std::pow(over->coarseness / under->coarseness,
                                                                std::clamp(share, 0.05, 0.95)));
       // No table lies between.
@@ -258,7 +268,8 @@ bool BudgetSearch::run() {
     double scale = climb(first).scale;
     fill(scale);
     // What was told of the size there may have been too little.
-    while (best.bytes == 0 && !isBroken && scale > limits.leastScale && encodes() < kMostEncodes) {
+    while (best.bytes == 0 && !isBroken && scale > limits.leastScale &&
+           encodes() < kMostEncodes * 5 / 8) {
       scale = clampScale(scale / kStep);
       fill(scale);
     }

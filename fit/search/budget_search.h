@@ -42,9 +42,10 @@ struct SearchLimits {
 class BudgetSearch {
  public:
   // An encode costs some tens of milliseconds; nothing good takes more of them.
-  static constexpr int kMostEncodes = 24;
-  // Fuller than that a picture does not look better.
+  static constexpr int kMostEncodes = 32;
+  // Fuller than that a picture does not look better; one of few bytes still does, and costs little.
   static constexpr double kFullEnough = 0.975;
+  static constexpr double kFullEnoughOfFew = 0.99;
 
   BudgetSearch(const SearchLimits& searchLimits, SearchCodec* searchCodec)
       : limits(searchLimits), codec(searchCodec) {}
@@ -71,6 +72,9 @@ class BudgetSearch {
 
   bool encode(double scale, double coarseness);
   bool judgeLast();
+  bool hasFew() const;
+  double fullEnough() const { return hasFew() ? kFullEnoughOfFew : kFullEnough; }
+  double aimedBytes() const;
   bool isLikelyWithin(const Trial& trial) const;
   bool finishLast();
   bool keepLast();
