@@ -86,17 +86,18 @@ moved)
     use "$top/second"
     ;;
 uninstalled)
-    mkdir -p "$top/tree/share/dbus-1/services" "$top/tree/bin"
-    touch "$top/tree/share/dbus-1/services/another.service" "$top/tree/bin/another"
-    files "$top/tree" >"$top/before"
+    tree="$top/a tree's own"
+    mkdir -p "$tree/share/dbus-1/services" "$tree/bin"
+    touch "$tree/share/dbus-1/services/another.service" "$tree/bin/another"
+    files "$tree" >"$top/before"
     for staging in "" "$top/staging"; do
         export DESTDIR="$staging"
-        install_into "$top/tree"
-        test "$(files "$staging$top/tree" | wc -l)" -gt 10
+        install_into "$tree"
+        test "$(files "$staging$tree" | wc -l)" -gt 10
         cmake --build "$build" --target uninstall >"$top/removal"
-        test -z "$(find "$staging$top/tree" -path '*tarn*' -o -path '*vela*')"
+        test -z "$(find "$staging$tree" -path '*tarn*' -o -path '*vela*')"
     done
-    files "$top/tree" | diff "$top/before" -
+    files "$tree" | diff "$top/before" -
     test -z "$(files "$top/staging")"
     if cmake --build "$build" --target uninstall >"$top/removal" 2>&1; then exit 1; fi
     grep -q "nothing was installed from here" "$top/removal"
@@ -166,6 +167,37 @@ absolute)  # scripts/try-install, where each folder of the TREE is
     build_against "$3"
     cmake --build "$build" --target uninstall >"$top/removal"
     test -z "$(files "$3")"
+    # For a package: the folders stand below DESTDIR, and the files name them without it.
+    export DESTDIR="$top/staging"
+    cmake --install "$build" >"$top/installation"
+    test -z "$(files "$3")"
+    test -x "$DESTDIR$3/programs/tarn-transcode"
+    if grep -r "$top/staging" "$DESTDIR"; then exit 1; fi
+    cmake --build "$build" --target uninstall >"$top/removal"
+    test -z "$(files "$DESTDIR")"
+    ;;
+apkbuild)  # that it finds what it names, as abuild calls it, which Debian does not have
+    cmake() {
+        command cmake "$@" --prefix /usr
+    }
+    amove() {
+        mkdir -p "$subpkgdir/${1%/*}"
+        # shellcheck disable=SC2086 # a pattern of names
+        (cd "$pkgdir" && mv $1 "$subpkgdir/${1%/*}")
+    }
+    . "$here/../../packaging/APKBUILD"
+    grep -q "^project(tarn-transcode VERSION $pkgver " "$here/../../CMakeLists.txt"
+    ln -s "$build" "$top/build"
+    cd "$top"
+    pkgdir="$top/package"
+    package >"$top/installation"
+    test -x "$pkgdir/usr/bin/tarn-transcode"
+    for library in libvela libtarnfit; do
+        subpkgdir="$top/$library"
+        $library
+        test "$(files "$subpkgdir/usr/lib" | wc -l)" = 2
+        test -z "$(find "$pkgdir/usr/lib" -name "$library.so.*")"
+    done
     ;;
 optimised)  # by the last of its options, whatever the build type says before
     options=$(grep '"command".*plane_resampler\.cpp' "$build/compile_commands.json" |
