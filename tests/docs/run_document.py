@@ -33,7 +33,7 @@ NOT_RUN = {
     " -DGSTREAMER_API=0.10": "it needs a device's libraries; scripts/try-device has their like",
 }
 # Documents with commands that another test runs.
-TESTED_ELSEWHERE = {"docs/many-machines.md": "tests/install"}
+TESTED_ELSEWHERE = {"docs/many-machines.md": "scripts/try-many-machines"}
 # Those whose commands this one runs.
 DOCUMENTS = ["README.md", "docs/api.md", "docs/fit.md", "packaging/man/tarn-transcode.1",
              "packaging/man/tarn-transcode-for-mail.1"]
