@@ -4,14 +4,15 @@
 #include <filesystem>
 
 #include "client/compare/comparison.h"
-#include "client/files/jpeg_file.h"
+#include "client/compare/photo_pixels.h"
 #include "client/files/staged_output.h"
 
 namespace fs = std::filesystem;
 
 bool mayCompare(const FileTask& task, const std::string& picture, Outcome* outcome) {
-  if (!startsAsJpeg(task.in))
+  if (!isPhoto(task.in)) {
     return outcome->fail("--compare is for photos: " + task.in + " is none");
+  }
   std::error_code missing;
   const std::string path = absolutePath(picture);
   const bool isOther = path != task.out && !fs::equivalent(path, task.in, missing) &&

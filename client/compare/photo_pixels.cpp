@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <sstream>
 
+#include "fit/photo/photo_kind.h"
 #include "fit/photo/photo_view.h"
 #include "fit/wire/report_lines.h"
 #include "fit/wire/request_words.h"
@@ -90,6 +92,13 @@ bool takeReport(const WorkerReport& report, int file, PhotoPixels* pixels, std::
 }
 
 }  // namespace
+
+bool isPhoto(const std::string& path) {
+  char start[kKindBytes] = {};
+  std::ifstream(path, std::ios::binary).read(start, sizeof start);
+  const PhotoKind kind = photoKindOf({reinterpret_cast<const uint8_t*>(start), sizeof start});
+  return kind == PhotoKind::Jpeg || isOtherPicture(kind);
+}
 
 bool readPhotoPixels(const std::string& path, PhotoPixels* pixels, std::string* error) {
   const int input = open(path.c_str(), O_RDONLY | O_CLOEXEC);
