@@ -31,6 +31,8 @@ NOT_RUN = {
     " /opt/tarn/share/systemd/user/*": "the same; tests/install moves a tree by it",
     "cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=MinSizeRel -DTARN_DEVICE=ON"
     " -DGSTREAMER_API=0.10": "it needs a device's libraries; scripts/try-device has their like",
+    "scripts/cross armhf            # or arm64: builds, then runs the suite there, emulated":
+        "it takes an hour and a system of its own",
 }
 # Documents with commands that another test runs.
 TESTED_ELSEWHERE = {"docs/many-machines.md": "scripts/try-many-machines"}
