@@ -67,8 +67,9 @@ bool readPlanes(int file, PhotoPixels* pixels) {
   for (int i = 0; i < 3; ++i) {
     Plane& plane = pixels->picture.planes.emplace_back(size.width, size.height);
     for (int y = 0; y < size.height; ++y, at += size.width) {
-      if (pread(file, plane.row(y), static_cast<size_t>(size.width), at) != size.width)
+      if (pread(file, plane.row(y), static_cast<size_t>(size.width), at) != size.width) {
         return false;
+      }
     }
   }
   return true;
