@@ -30,7 +30,7 @@ std::string exifCamera(const std::vector<uint8_t>& payload) {
   if (!tiff.readByteOrder()) return "";
   const size_t directory = tiff.u32(4);
   const std::string make = plain(tiff.text(directory, kTagMake));
-  const std::string model = plain(tiff.text(directory, kTagModel));
+  std::string model = plain(tiff.text(directory, kTagModel));
   if (make.empty() || model.rfind(make, 0) == 0) return model;
   return model.empty() ? make : make + " " + model;
 }
