@@ -55,6 +55,10 @@ bool hasExtension(const std::string& path, const std::string& extension) {
   return g_ascii_strcasecmp(fs::path(path).extension().c_str(), extension.c_str()) == 0;
 }
 
+bool isMadePictureName(const std::string& path) {
+  return !isOtherPictureName(path) || hasExtension(path, ".webp") || hasExtension(path, ".avif");
+}
+
 bool isMovieName(const std::string& path) {
   return hasExtension(path, ".mp4") || hasExtension(path, ".3gp");
 }

@@ -31,6 +31,9 @@ bool takeTasks(const Options& options, Media media, std::vector<FileTask>* tasks
 // An extension is told with its dot; upper and lower case are the same.
 bool hasExtension(const std::string& path, const std::string& extension);
 
+// Whether the name is none of a kind of picture that is read and never made, such as ".png".
+bool isMadePictureName(const std::string& path);
+
 // Whether the name ends in an extension that the service makes a movie for, in any case.
 bool isMovieName(const std::string& path);
 

@@ -8,7 +8,7 @@
 #include "client/commands/commands.h"
 #include "client/commands/copy_file.h"
 #include "client/commands/run_tasks.h"
-#include "client/files/jpeg_file.h"
+#include "client/compare/photo_pixels.h"
 #include "client/files/staged_output.h"
 #include "client/service/fit_call.h"
 #include "client/service/interrupts.h"
@@ -58,6 +58,10 @@ bool takeAnswer(const FitAnswer& answer, StagedOutput* output, Outcome* outcome)
 
 bool fitByService(const FileTask& task, const Options& options, const Watcher& watcher,
                   Outcome* outcome) {
+  if (isPhoto(task.in) && !isMadePictureName(task.out)) {
+    return outcome->fail("cannot make " + task.out +
+                         ": write a name that ends in .jpg, .webp or .avif");
+  }
   Interrupts interrupts;
   const OpenFile in(task.in, O_RDONLY);
   if (in.fd < 0) return outcome->fail("cannot read " + task.in + ": " + strerror(errno));
@@ -68,7 +72,7 @@ bool fitByService(const FileTask& task, const Options& options, const Watcher& w
   FitWish wish;
   wish.input = in.fd;
   wish.output = out.fd;
-  wish.isPhoto = startsAsJpeg(task.in);
+  wish.isPhoto = isPhoto(task.in);
   wish.maxBytes = static_cast<uint64_t>(task.maxBytes);
   wish.maxWidth = options.maxWidth;
   wish.maxHeight = options.maxHeight;
@@ -102,7 +106,7 @@ bool copyMovie(const FileTask& task, const Options& options, const MovieInfo& in
 
 bool fitOne(const FileTask& task, const Options& options, const Watcher& watcher,
             Outcome* outcome) {
-  if (!startsAsJpeg(task.in) && mayBeCopied(task, options, *outcome)) {
+  if (!isPhoto(task.in) && mayBeCopied(task, options, *outcome)) {
     if (const auto info = parseMovieInfo(askMovieInfo(task.in))) {
       return copyMovie(task, options, *info, outcome);
     }

@@ -11,6 +11,7 @@
 #include "client/compare/photo_pixels.h"
 #include "client/units/byte_size.h"
 #include "fit/picture/similarity.h"
+#include "platform/jpeg/jpeg_colours.h"
 
 namespace {
 
@@ -36,14 +37,9 @@ Surface newSurface(int width, int height) {
   return Surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
 }
 
-// As JPEG tells colours: ITU-T T.871, 7.
 uint32_t colourOf(int luma, int blue, int red) {
-  const auto sample = [](double value) {
-    return static_cast<uint32_t>(std::clamp(std::lround(value), 0L, 255L));
-  };
-  return sample(luma + 1.402 * (red - 128)) << 16 |
-         sample(luma - 0.344136 * (blue - 128) - 0.714136 * (red - 128)) << 8 |
-         sample(luma + 1.772 * (blue - 128));
+  const Rgb colour = toRgb(JpegColours::YCbCr, false, {luma, blue, red, 0});
+  return static_cast<uint32_t>(colour.red << 16 | colour.green << 8 | colour.blue);
 }
 
 Surface surfaceOf(const Picture& picture) {

@@ -89,6 +89,7 @@ TEST_F(ClientCompareTest, RefusesWhatItCannotShow) {
       {"movie.mp4 out.mp4 --compare both.png", 1, "/movie.mp4 is none"},
       {"in.png out.jpg --compare in.png", 1, "--compare would replace "},
       {"in.jpg out.png --compare ./out.png", 1, "--compare would replace "},
+      {"in.jpg out.png", 1, "/out.png: write a name that ends in .jpg, .webp or .avif"},
   };
   for (const auto& [words, exitCode, reason] : cases) {
     EXPECT_EQ(run("fit --size 5k " + std::string(words)).exitCode, exitCode) << words;
