@@ -26,7 +26,6 @@ class ForeignSource : public PhotoSource {
 
  private:
   bool load(ImageRef* loaded, FitFailure* failure) const;
-  Segments readMetadata() const;
 
   const PhotoKind kind;
   std::span<const uint8_t> file;

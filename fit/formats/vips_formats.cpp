@@ -1,7 +1,6 @@
 #include "fit/formats/vips_formats.h"
 
 #include <array>
-#include <utility>
 
 #include "fit/formats/foreign_source.h"
 #include "fit/formats/vips_metadata.h"
