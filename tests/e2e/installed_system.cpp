@@ -16,6 +16,7 @@ const char kTranscode[] = "com.tarn.transcode";
 namespace {
 
 PrivateBus::Options busOptions(const std::string& executable, const TempDir& dir) {
+  std::filesystem::create_directory(dir / "run");  // as who logs in finds it
   PrivateBus::Options options;
   options.environment = {
       {"XDG_CACHE_HOME", dir / "cache"}, {"XDG_RUNTIME_DIR", dir / "run"}, {"TARN_LOG", "-"}};

@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
 #include "platform/ffmpeg/files/progress_file.h"
 #include "platform/ffmpeg/files/sha256.h"
+#include "platform/ffmpeg/files/shared_folder.h"
 #include "platform/ffmpeg/files/work_directory.h"
 #include "tests/support/scoped_variable.h"
 #include "tests/support/temp_dir.h"
@@ -48,6 +50,27 @@ TEST(ProgressFileTest, WithoutARuntimeFolderNothingHappens) {
   ProgressFile file("/d/out.mp4");
   file.write({});
   EXPECT_EQ(file.path(), "");
+}
+
+TEST(SharedFolderTest, IsTheRuntimeFolderOrOneOfThisUsersAlone) {
+  const TempDir folder;
+  const ScopedVariable runtime("XDG_RUNTIME_DIR", folder.path());
+  EXPECT_EQ(sharedFolder(), folder / "tarn-transcode");
+
+  const ScopedVariable none("XDG_RUNTIME_DIR", folder / "none");
+  const std::string ours = folder / "tarn-transcode-" + std::to_string(geteuid());
+  EXPECT_EQ(sharedFolder(folder.path()), ours);
+  struct stat status {};
+  ASSERT_EQ(stat(ours.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0700U);
+  EXPECT_EQ(sharedFolder(folder.path()), ours);
+
+  std::filesystem::permissions(ours, std::filesystem::perms::group_write,
+                               std::filesystem::perm_options::add);
+  EXPECT_EQ(sharedFolder(folder.path()), "");
+  std::filesystem::remove(ours);
+  std::filesystem::create_directory_symlink(folder / "tarn-transcode", ours);
+  EXPECT_EQ(sharedFolder(folder.path()), "");
 }
 
 TEST(WorkDirectoryTest, HiddenBesideTheTargetAndGoneAtItsEnd) {

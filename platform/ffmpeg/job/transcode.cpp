@@ -15,6 +15,7 @@
 #include "platform/ffmpeg/encode/output_check.h"
 #include "platform/ffmpeg/files/paths.h"
 #include "platform/ffmpeg/files/progress_file.h"
+#include "platform/ffmpeg/files/shared_folder.h"
 #include "platform/ffmpeg/probe/movie_probe.h"
 #include "platform/ffmpeg/process/encode_slots.h"
 #include "platform/ffmpeg/process/process_setup.h"
@@ -77,7 +78,7 @@ Sandbox sandboxFor(const Options& options, const std::string& program) {
   sandbox.mayRun(program);
   sandbox.mayChange(folderOf(resolved(options.target())));
   if (options.pass != 0) sandbox.mayChange(folderOf(options.passLogPrefix));
-  if (!ProgressFile::folder().empty()) sandbox.mayChange(ProgressFile::folder());
+  if (const std::string shared = sharedFolder(); !shared.empty()) sandbox.mayChange(shared);
   return sandbox;
 }
 
@@ -234,7 +235,7 @@ bool Transcode::publish(std::string* error) const {
 bool Transcode::run(Failure* failure) {
   std::string* error = &failure->words;
   if (!checkPaths(error)) return false;
-  EncodeSlots slots(ProgressFile::folder());
+  EncodeSlots slots(sharedFolder());
   slots.awaitTurn();
   if (!readInput(error) || !checkRequest(error) || !isWanted(error)) return false;
   const int64_t memoryBytes = slots.begin(memoryFor(options, facts));
