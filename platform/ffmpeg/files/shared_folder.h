@@ -4,9 +4,9 @@
 
 #include <string>
 
-// $XDG_RUNTIME_DIR/tarn-transcode, or tarn-transcode-UID in `temporary` where that cannot be had: without
-// a login session there is no runtime folder, and as many movies could be under way as anybody likes.
-// Made if need be; empty when neither is this user's alone.
+// $XDG_RUNTIME_DIR/tarn-transcode, or tarn-transcode-UID in `temporary` where that cannot be had:
+// who has not logged in has no runtime folder, and as many movies could be under way as
+// anybody likes. Made if need be; empty when neither is this user's alone.
 std::string sharedFolder(const std::string& temporary = "/tmp");
 
 #endif
