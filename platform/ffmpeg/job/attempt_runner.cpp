@@ -113,10 +113,14 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
   for (size_t done = 0; done < parts.size(); done += atOnce) {
     const auto first = parts.begin() + static_cast<ptrdiff_t>(done);
     const std::vector<SamplePart> some(first, first + static_cast<ptrdiff_t>(atOnce));
-    const EncodePaths paths = {program.path, "", prefix, mapsTones, isLarge ? 1 : program.threads};
-    const EncodeResult result =
-        runEncode(jobFor(sampleLine(options, facts, some, rungs, paths)), signals,
-                  [&](int64_t, int64_t) { return Clock::now() < deadline; });
+    const auto encodeSome = [&] {
+      const EncodePaths paths = {program.path, "", prefix, mapsTones,
+                                 isLarge ? 1 : program.threads};
+      return runEncode(jobFor(sampleLine(options, facts, some, rungs, paths)), signals,
+                       [&](int64_t, int64_t) { return Clock::now() < deadline; });
+    };
+    EncodeResult result = encodeSome();
+    if (goesWithoutToneMapping(result)) result = encodeSome();
     if (result.end != ResultEnd::Done) break;
     readSample(prefix, some.size(), &measured);
   }
@@ -127,6 +131,16 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
     }
   }
   return Sample(rungs, measured);
+}
+
+// Whether the encoder turned out to lack the filter, and another try does without.
+bool AttemptRunner::goesWithoutToneMapping(const EncodeResult& result) {
+  if (result.end != ResultEnd::Failed || !mapsTones ||
+      result.words.find("No such filter") == std::string::npos) {
+    return false;
+  }
+  mapsTones = false;
+  return true;
 }
 
 // Whether the encode may still come to something.
@@ -170,11 +184,7 @@ EncodeResult AttemptRunner::encode(const FitPlan& plan) {
 
 bool AttemptRunner::run(const FitPlan& plan, Outcome* outcome, Failure* failure) {
   EncodeResult result = encode(plan);
-  if (result.end == ResultEnd::Failed && mapsTones &&
-      result.words.find("No such filter") != std::string::npos) {
-    mapsTones = false;
-    result = encode(plan);
-  }
+  if (goesWithoutToneMapping(result)) result = encode(plan);
   lastWords = result.words;
   if (plan.attempt().kind != Kind::Copy) ++encoded;
   lastWrittenMs = result.positionMs;

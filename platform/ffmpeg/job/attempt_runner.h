@@ -50,6 +50,7 @@ class AttemptRunner {
  private:
   EncodeJob jobFor(std::vector<std::string> arguments) const;
   EncodeResult encode(const FitPlan& plan);
+  bool goesWithoutToneMapping(const EncodeResult& result);
   bool goesOn(const FitPlan& plan, int64_t positionMs, int64_t bytes);
   bool judge(const FitPlan& plan, const EncodeResult& result, Outcome* outcome, Failure* failure);
   bool measure(const FitPlan& plan, Outcome* outcome, Failure* failure) const;
