@@ -235,6 +235,17 @@ TEST(ProbeFileTest, ATruncatedFileDoesNotCrash) {
   }
 }
 
+// One picture at a time 194,000 years from now.
+TEST(ProbeFileTest, AStartThatNoMovieHasIsNone) {
+  const std::string head{"DKIF\0\0 \0VP80\xa0\0x\0\x19\0\0\0\1\0\0\0\1\0\0\0\0\0\0\0", 32};
+  const std::string time{"\0\0\0\0\0\x8b\0\0", 8};
+  const std::string picture{"\x30\1\0\x9d\1\x2a\xa0\0x\0", 10};
+  const std::string length{"\x0a\0\0\0", 4};
+  const TempDir dir;
+  const RunResult run = runFfmpeg({"-i", dir.write("far.ivf", head + length + time + picture)});
+  EXPECT_TRUE(readReport(run.err).matched) << run.err;
+}
+
 // The index behind 3 GiB of nothing.
 TEST(ProbeTest, ReadsWhatStandsBehind3GiB) {
   const TempDir dir;

@@ -8,7 +8,6 @@
 namespace {
 
 constexpr size_t kMostItems = 4096;
-constexpr int64_t kFarthestUs = INT64_MAX / 2;
 
 // Every value is "LENGTH:BYTES", one behind the other.
 class Writer {

@@ -107,6 +107,11 @@ AudioFacts audioFacts(const AVStream* stream) {
   return audio;
 }
 
+// Whether there is such a time, and a movie may have it.
+bool isBelieved(int64_t timeUs) {
+  return timeUs != AV_NOPTS_VALUE && timeUs >= -kFarthestUs && timeUs <= kFarthestUs;
+}
+
 // The span of time that one stream's packets cover; where they have no times, the sum of theirs.
 struct Span {
   int64_t firstUs = AV_NOPTS_VALUE;
@@ -115,13 +120,13 @@ struct Span {
 
   void add(const AVPacket& packet, AVRational timeBase, int64_t frameUs) {
     const int64_t statedUs = av_rescale_q(packet.duration, timeBase, kMicroseconds);
-    const int64_t lengthUs = statedUs > 0 ? statedUs : frameUs;
+    const int64_t lengthUs = statedUs > 0 && isBelieved(statedUs) ? statedUs : frameUs;
     const int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
-    if (time == AV_NOPTS_VALUE) {
-      untimedUs += lengthUs;
+    const int64_t timeUs = av_rescale_q(time, timeBase, kMicroseconds);
+    if (time == AV_NOPTS_VALUE || !isBelieved(timeUs)) {
+      untimedUs = std::min(untimedUs + lengthUs, kFarthestUs);
       return;
     }
-    const int64_t timeUs = av_rescale_q(time, timeBase, kMicroseconds);
     if (firstUs == AV_NOPTS_VALUE || timeUs < firstUs) firstUs = timeUs;
     if (lastUs == AV_NOPTS_VALUE || timeUs + lengthUs > lastUs) lastUs = timeUs + lengthUs;
   }
@@ -155,7 +160,7 @@ void measureDuration(MediaInput& input, MediaFacts* facts) {
   }
   const int64_t readBytes = context->pb ? avio_tell(context->pb) : 0;
   if (cutShort && readBytes > 0) lengthUs = av_rescale(lengthUs, input.sizeBytes(), readBytes);
-  facts->durationUs = lengthUs;
+  facts->durationUs = std::clamp<int64_t>(lengthUs, 0, kFarthestUs);
   facts->durationIsGuess = cutShort;
 }
 
@@ -190,7 +195,7 @@ void readMediaFacts(MediaInput& input, const std::string& path, MediaFacts* fact
   readStreams(context, facts);
 
   facts->sizeBytes = input.sizeBytes();
-  facts->startUs = context->start_time != AV_NOPTS_VALUE ? context->start_time : 0;
+  facts->startUs = isBelieved(context->start_time) ? context->start_time : 0;
   facts->durationUs = context->duration != AV_NOPTS_VALUE ? context->duration : 0;
   facts->durationIsGuess = context->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
   if (facts->durationUs <= 0) measureDuration(input, facts);

@@ -46,6 +46,10 @@ struct AudioFacts {
   int64_t bitsPerSecond = 0;  // 0 when unknown
 };
 
+// A file's times are believed up to here: far beyond any movie, and far enough from the end of the
+// numbers to compute with.
+constexpr int64_t kFarthestUs = INT64_MAX / 2;
+
 struct MediaFacts {
   std::string path;
   std::string format;
@@ -53,7 +57,7 @@ struct MediaFacts {
   int64_t sizeBytes = 0;
   int64_t durationUs = 0;        // never below a frame when there is video
   bool durationIsGuess = false;  // from sizes and bitrates, not from times in the file
-  int64_t startUs = 0;
+  int64_t startUs = 0;           // within kFarthestUs of zero
   int64_t bitsPerSecond = 0;
   std::optional<VideoFacts> video;  // the first stream that is no cover picture
   std::vector<AudioFacts> audio;
