@@ -114,9 +114,10 @@ void prepareEnvironment(const std::string& here, const std::string& ownFolder) {
   setenv("PATH", (here + "/bin").c_str(), 1);
 
   // The few plug-ins of the daemon and a registry of its own: with all of the machine's, the first
-  // start takes half a second. Beneath a device there can be no file: GStreamer then looks at the
-  // plug-ins at each start.
-  const std::string registry = (ownFolder.empty() ? "/dev/null" : ownFolder) + "/registry";
+  // start takes half a second. Beneath a device there can be no folder: GStreamer then looks at the
+  // plug-ins at each start. Not right beneath it: GStreamer makes the folder of its registry the
+  // user's own, and root would take /dev/null from all others.
+  const std::string registry = (ownFolder.empty() ? "/dev/null/none" : ownFolder) + "/registry";
   setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
   setenv("GST_PLUGIN_PATH_1_0", "", 1);  // the command line tells, and nobody else
   setenv("GST_REGISTRY_1_0", (registry + ".bin").c_str(), 1);
