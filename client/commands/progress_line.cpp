@@ -65,7 +65,8 @@ ProgressLine::~ProgressLine() {
 void ProgressLine::hide() {
   if (writtenWidth == 0) return;
   // "\033[K" would be shorter; blanks work on every terminal.
-  fprintf(stderr, "\r%*s\r", static_cast<int>(writtenWidth + kEcho), "");
+  const size_t blanks = std::min(writtenWidth, terminalColumns()) + kEcho;
+  fprintf(stderr, "\r%*s\r", static_cast<int>(blanks), "");
   fflush(stderr);
   writtenWidth = 0;
 }
@@ -75,8 +76,11 @@ void ProgressLine::show(const Step& step) {
   const int64_t nowUs = g_get_monotonic_time();
   const double elapsed = static_cast<double>(nowUs - startUs) / G_USEC_PER_SEC;
   if (isTerminal) {
-    const std::string text = progressText(step, elapsed, terminalColumns());
-    fprintf(stderr, "\r%-*s", static_cast<int>(writtenWidth), text.c_str());
+    const size_t columns = terminalColumns();
+    const std::string text = progressText(step, elapsed, columns);
+    // The terminal may have become narrower: blanks beyond its end would begin another line.
+    const size_t width = std::min(writtenWidth, columns);
+    fprintf(stderr, "\r%-*s", static_cast<int>(width), text.c_str());
     writtenWidth = text.size();
   } else if (shownUs == 0 || nowUs - shownUs >= kBetweenLinesUs) {
     fprintf(stderr, "%s\n", progressText(step, elapsed, 0).c_str());

@@ -271,12 +271,14 @@ constexpr char kTellsProgress[] = R"(
       done
     }
     tell 1 5000 $1
+    eval "${3-}"
     tell 2 8000 $2
     rm "$file"
     cp "$input" "$output")";
 
-std::string tellsProgress(const char* first, const char* second) {
-  return "set -- " + std::string(first) + " " + second + "\n" + kTellsProgress;
+// `between`: what else it does.
+std::string tellsProgress(const char* first, const char* second, const char* between = "") {
+  return "set -- " + std::string(first) + " " + second + " '" + between + "'\n" + kTellsProgress;
 }
 
 TEST(ScriptedMovieClientTest, TellsOfProgressWithoutATerminalWhenAsked) {
@@ -295,14 +297,14 @@ TEST_F(MovieClientTest, IsSilentWithoutATerminal) {
 }
 
 // On a terminal of so many columns, as long as it shows what the encoder tells.
-std::string shownOnATerminal(int columns) {
-  const ScriptedFfmpeg ffmpeg(tellsProgress("25", "90"));
+std::string shownOnATerminal(int columns, const char* between = "") {
+  const ScriptedFfmpeg ffmpeg(tellsProgress("25", "90", between));
   InstalledClient client(ffmpeg.daemon());
   client.dir.write("w/in.mp4", std::string(1000000, 'x'));
   const std::string shown = ffmpeg.here() / "shown";
-  const std::string inner =
-      client.dir.write("inner", "stty cols " + std::to_string(columns) + "\n" +
-                                    client.command("resize-movie in.mp4 o.mp4"));
+  const std::string inner = client.dir.write(
+      "inner", "stty cols " + std::to_string(columns) + "\ntty >" + (ffmpeg.here() / "terminal") +
+                   "\n" + client.command("resize-movie in.mp4 o.mp4"));
   EXPECT_EQ(runCommand("script -qefc 'sh " + inner + "' " + shown + " >/dev/null").exitCode, 0);
   return readFile(shown);
 }
@@ -321,6 +323,17 @@ TEST(ScriptedMovieClientTest, ANarrowTerminalHasOneLineToo) {
   EXPECT_THAT(text, HasSubstr("\r 25 % [##-------] "));
   for (size_t at = text.find("\r "); at != std::string::npos; at = text.find("\r ", at + 1)) {
     EXPECT_LE(text.find_first_of("\r\n", at + 1) - at - 1, 29u) << text;
+  }
+}
+
+TEST(ScriptedMovieClientTest, ATerminalThatBecomesNarrowHasNoBlanksBeyondItsEnd) {
+  const std::string text = shownOnATerminal(80, "stty -F $(cat $here/terminal) cols 30");
+  EXPECT_THAT(text, HasSubstr("\r 90 % [########-] "));
+  for (size_t at = text.find("\r "); at != std::string::npos; at = text.find("\r ", at + 1)) {
+    const size_t end = text.find_first_of("\r\n", at + 1);
+    const std::string line = text.substr(at + 1, end - at - 1);
+    const bool isWide = line.find("pass") != std::string::npos;
+    EXPECT_LE(line.size(), isWide ? 79u : 29u) << text;
   }
 }
 
