@@ -27,13 +27,15 @@ TEST(MakeDestDir, MakesEveryMissingDirectoryAbove) {
 }
 
 TEST(MakeDestDir, LeavesTheModeToTheUmask) {
-  const TempDir dir;
-  const mode_t old = umask(027);
-  EXPECT_EQ(makeDestDir((dir / "a/x.jpg").c_str()), 0);
-  umask(old);
-  struct stat attributes;
-  ASSERT_EQ(stat((dir / "a").c_str(), &attributes), 0);
-  EXPECT_EQ(attributes.st_mode & 07777, 0750u);
+  for (const mode_t mask : {mode_t{0}, mode_t{027}}) {
+    const TempDir dir;
+    const mode_t old = umask(mask);
+    EXPECT_EQ(makeDestDir((dir / "a/x.jpg").c_str()), 0);
+    umask(old);
+    struct stat attributes;
+    ASSERT_EQ(stat((dir / "a").c_str(), &attributes), 0);
+    EXPECT_EQ(attributes.st_mode & 07777, 0777u & ~mask);
+  }
 }
 
 TEST(MakeDestDir, RelativePathsStartAtTheRoot) {

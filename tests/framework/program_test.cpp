@@ -199,6 +199,30 @@ TEST(ProgramTest, EachCallLeavesTwoDescriptorsOpen) {
   EXPECT_EQ(openDescriptors(), before + 4);
 }
 
+TEST(ProgramTest, ChildInheritsTheWriteEndsAlone) {
+  const size_t before = openDescriptors();
+  const Outcome outcome([before] { return static_cast<int>(openDescriptors() - before); });
+  EXPECT_TRUE(outcome.exitedWith(2));
+}
+
+TEST(ProgramTest, InterruptedReadIsTheEndOfTheReport) {
+  gFailingCalls.read = 1;
+  const Outcome outcome([] {
+    writeAll(STDERR_FILENO, "unread");
+    return 3;
+  });
+  EXPECT_TRUE(outcome.exitedWith(3));
+  EXPECT_EQ(outcome.err, "before, ");
+}
+
+TEST(ProgramTest, InterruptedWaitIsAFailure) {
+  gFailingCalls.waitpid = 1;
+  const Outcome outcome([] { return 3; });
+  EXPECT_EQ(outcome.result, -1);
+  EXPECT_EQ(outcome.status, -7);
+  EXPECT_GT(waitpid(-1, nullptr, 0), 0) << "the child is left to be waited for";
+}
+
 // The outcome with a system call that fails, and how many descriptors that leaves open.
 void expectNothingRuns(size_t leftOpen) {
   const size_t before = openDescriptors();

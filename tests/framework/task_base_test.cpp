@@ -54,6 +54,15 @@ TEST(TaskBase, IsCountedWhileItLives) {
   EXPECT_EQ(request.references(), 0);
 }
 
+TEST(TaskBase, IsCountedUntilItsRequestIsLetGo) {
+  Request request("{}");
+  const int before = TranscodeServer::taskCount;
+  int counted = -1;
+  request.whenReleased([&] { counted = TranscodeServer::taskCount; });
+  { const RecordingTask task(makeContext(request)); }
+  EXPECT_EQ(counted, before + 1);
+}
+
 TEST(TaskBase, WithoutAContextTouchesNoBus) {
   fake_vela::reset();
   const int before = TranscodeServer::taskCount;

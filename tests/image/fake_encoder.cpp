@@ -45,6 +45,7 @@ GstFlowReturn chain(GstPad*, GstObject* parent, GstBuffer* buffer) {
   gst_buffer_unref(buffer);
   const EncodeAttempt attempt = {encoder->width, encoder->height, encoder->quality};
   gFakeEncoder.attempts.push_back(attempt);
+  if (gFakeEncoder.onEncode) gFakeEncoder.onEncode(GST_BIN(GST_OBJECT_PARENT(encoder)));
   const int sizeBytes = gFakeEncoder.sizeBytes(attempt);
   if (sizeBytes == 0) {
     GST_ELEMENT_ERROR(encoder, STREAM, ENCODE, ("told to fail"), (nullptr));

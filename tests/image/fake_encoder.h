@@ -22,6 +22,8 @@ struct FakeEncoder {
   std::vector<EncodeAttempt> attempts;
   // Each quality set, with the size that the caps filter "dimens" beside it had at that moment.
   std::vector<EncodeAttempt> qualitySettings;
+  // Called at each attempt with the pipeline, from a streaming thread.
+  std::function<void(GstBin*)> onEncode;
 };
 extern FakeEncoder gFakeEncoder;
 

@@ -3,6 +3,7 @@
 
 #include "src/framework/program.h"
 #include "src/movie/mpeg_transcode_native_ffmpeg.h"
+#include "tests/movie/comma_locale.h"
 #include "tests/movie/failing_calls.h"
 #include "tests/movie/movie_test.h"
 #include "tests/support/fake_ffmpeg.h"
@@ -149,6 +150,17 @@ TEST_F(CommandLineTest, Clips) {
     transcoder.clipLengthMs = length;
     EXPECT_EQ(lineOf(1), head + items + "out.mp4");
   }
+}
+
+TEST_F(CommandLineTest, CommaOfTheUsersLocaleIsNotUsed) {
+  const CommaLocale comma;
+  if (!comma.isInUse()) GTEST_SKIP() << "no locale that writes a comma (package locales)";
+  transcoder.videoFrameRate = 12.5;
+  transcoder.startOffsetMs = 1500;
+  transcoder.clipLengthMs = 5001;
+  EXPECT_EQ(lineOf(1),
+            "-i in.mov -y -vcodec mpeg4 -b 691k -r 12.500 -acodec libfaac -ab 76799 "
+            "-ss 1.500000 -t 5.001000 out.mp4");
 }
 
 TEST_F(CommandLineTest, NegativeBudgetIsLeftOut) {

@@ -1,8 +1,10 @@
 #include "src/movie/mpeg_info_native_ffmpeg.h"
 
-#include <clocale>
+#include <sys/resource.h>
+
 #include <filesystem>
 
+#include "tests/movie/comma_locale.h"
 #include "tests/movie/failing_calls.h"
 #include "tests/movie/movie_test.h"
 #include "tests/support/fake_ffmpeg.h"
@@ -86,6 +88,20 @@ TEST_F(ProbeTest, QuietProbeOnlyFillsIn) {
   EXPECT_THAT(request.replies(), IsEmpty());
 }
 
+TEST_F(ProbeTest, LinkIsWhatItLeadsTo) {
+  info.inFile = dir / "link";
+  std::filesystem::create_symlink(dir.write("movie", std::string(1000000, 'x')), info.inFile);
+  const FakeFfmpeg ffmpeg(reportsOnProbe(report("00:00:10.00")));
+  EXPECT_EQ(info.run(), LaunchDone);
+  EXPECT_EQ(info.fileSize, 1000000);
+}
+
+TEST_F(ProbeTest, RunsAtTheDaemonsPriority) {
+  const FakeFfmpeg ffmpeg("nice > \"$here/nice\"\n" + reportsOnProbe(report("00:00:10.00")));
+  EXPECT_EQ(run(1000000), LaunchDone);
+  EXPECT_EQ(readFile(ffmpeg.here() / "nice"), std::to_string(getpriority(PRIO_PROCESS, 0)) + "\n");
+}
+
 TEST_F(ProbeTest, MissingFileIsNoMedia) {
   info.inFile = dir / "missing";
   expectFailure(info.run(), kNotMedia);
@@ -152,6 +168,10 @@ TEST_F(ProbeTest, PartlyReadFiguresAreTaken) {
   EXPECT_EQ(info.frameRate, 25.0F) << "keeps what an earlier run read";
 }
 
+TEST_F(ProbeTest, BackslashMayStandInTheSeconds) {
+  EXPECT_EQ(clipLengthOf("00:00:1\\5.00"), 1000);
+}
+
 TEST_F(ProbeTest, FiguresThatAreNotThereStayZero) {
   EXPECT_EQ(probe(report("00:00:10.00", "12.5 fps, x")), LaunchDone);
   EXPECT_EQ(info.frameRate, 12.5F);
@@ -195,6 +215,9 @@ TEST_F(ProbeTest, ReportsThatDoNotMatch) {
       "  Duration: 00:00:10.00, start\n    Stream #0.0: Audio: x, 5 kb/s, 25 fps, 25 tbr\n",
       "  Duration: 00:00:10.00, start\n    Stream #0.0: Video: $, 5 kb/s, 25 fps, 25 tbr\n",
       "  Duration: 00:00:10.00, start\n    Stream #0.0: Video: \\, 5 kb/s, 25 fps, 25 tbr\n",
+      "  Duration: 00:00:10.00, start\n    Stream #0.0\\: Video: x, 5 kb/s, 25 fps, 25 tbr\n",
+      "  Duration: 00:00:10.00, start\n    Stream #0.0: Video: x, 5 kb/s, 2\\5 fps, 25 tbr\n",
+      "  Duration: 00:00:10.00, start\n    Stream #0.0: Video: x, 5 kb/s, 25 fps, 2\\5 tbr\n",
       "  Duration: 00:00:10.00, start\n    Stream #0.0: Video: x, 5 kb/s, 25 fps, 25 TBR\n",
   };
   for (const std::string& text : reports) {
@@ -210,14 +233,9 @@ TEST_F(ProbeTest, BytesThatAreNoTextDoNotMatter) {
 }
 
 TEST_F(ProbeTest, CommaOfTheUsersLocaleIsNotUsed) {
-  const std::string make = "localedef -f UTF-8 -i de_DE " + (dir / "de_DE.UTF-8");
-  const ScopedVariable locales("LOCPATH", dir.path());
-  const bool isMade = std::system(make.c_str()) == 0 && setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
-  if (!isMade) GTEST_SKIP() << "no locale that writes a comma (package locales)";
-  EXPECT_STREQ(localeconv()->decimal_point, ",");
-
+  const CommaLocale comma;
+  if (!comma.isInUse()) GTEST_SKIP() << "no locale that writes a comma (package locales)";
   EXPECT_EQ(probe("\xff" + report("00:00:10.50", "29.97 fps, 29.97")), LaunchDone);
-  setlocale(LC_ALL, "C");
   EXPECT_EQ(info.clipLength, 10500);
   EXPECT_EQ(info.tbr, 29.97F);
 }

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,24 +22,32 @@ constexpr char kSuccess[] = R"({"returnValue":true})";
 // What is left of a worker once it has deleted itself.
 struct Traces {
   std::atomic<int> cleanups = 0;
+  std::atomic<size_t> repliesAtCleanup = 0;
   std::atomic<int> deleted = 0;
+  std::atomic<int> probesDeleted = 0;
+  std::atomic<int> deletedBeforeProbe = 0;
 };
 
 class Probe final : public MpegInfo {
  public:
-  explicit Probe(std::atomic<int>* counter) : MpegInfo(nullptr), deleted(counter) {}
-  ~Probe() override { ++*deleted; }
+  explicit Probe(Traces* theTraces) : MpegInfo(nullptr), traces(theTraces) {}
+  ~Probe() override {
+    ++traces->probesDeleted;
+    traces->deletedBeforeProbe = traces->deleted.load();
+  }
   LaunchResult run() override { return LaunchDone; }
 
  private:
-  std::atomic<int>* deleted;
+  Traces* const traces;
 };
 
 // A transcoder whose passes are functions; a child ends with the result as its exit status.
 class Worker final : public MpegTranscodeNativeCmd {
  public:
-  Worker(VSCtx* context, int passCount, std::function<int(int)> body, Traces* theTraces)
-      : MpegTranscodeNativeCmd(context),
+  Worker(const fake_vela::Request& theRequest, int passCount, std::function<int(int)> body,
+         Traces* theTraces)
+      : MpegTranscodeNativeCmd(new VSCtx(fake_vela::handle(), theRequest.message())),
+        request(theRequest),
         passes(passCount),
         child(std::move(body)),
         traces(theTraces) {}
@@ -49,9 +58,13 @@ class Worker final : public MpegTranscodeNativeCmd {
 
   int getPasses() override { return passes; }
   int exec(int pass) override { _exit(child(pass)); }
-  void cleanup() override { ++traces->cleanups; }
+  void cleanup() override {
+    ++traces->cleanups;
+    traces->repliesAtCleanup = request.replies().size();
+  }
 
  private:
+  const fake_vela::Request& request;
   const int passes;
   const std::function<int(int)> child;
   Traces* const traces;
@@ -80,7 +93,7 @@ class WorkerTest : public MovieTest {
       close(notes);
       return body(pass);
     };
-    return new Worker(new VSCtx(fake_vela::handle(), request.message()), passCount, noted, &traces);
+    return new Worker(request, passCount, noted, &traces);
   }
   std::string passes() const { return readFile(dir / "passes"); }
   std::vector<std::string> dumps() const { return log.at(G_LOG_LEVEL_DEBUG); }
@@ -94,6 +107,7 @@ TEST_F(WorkerTest, OnePass) {
   EXPECT_THAT(request.replies(), ElementsAre(kSuccess));
   EXPECT_EQ(passes(), "1 ");
   EXPECT_EQ(traces.cleanups, 1);
+  EXPECT_EQ(traces.repliesAtCleanup, 1U);
 }
 
 TEST_F(WorkerTest, TwoPassesCountDownToOneReply) {
@@ -111,6 +125,7 @@ TEST_F(WorkerTest, FailedFirstPassIsTheLast) {
   EXPECT_EQ(onlyReply(request), failure("transcode worker exit with non zero code", "pass 2: no"));
   EXPECT_EQ(passes(), "2 ");
   EXPECT_EQ(traces.cleanups, 1);
+  EXPECT_EQ(traces.repliesAtCleanup, 1U);
 }
 
 TEST_F(WorkerTest, FailedSecondPass) {
@@ -244,13 +259,29 @@ TEST_F(WorkerTest, ThreadThatFailsIsNotAnswered) {
   EXPECT_EQ(onlyReply(request), failure("fork transcode service failed"));
 }
 
-TEST_F(WorkerTest, ThreadDeletesTheProbe) {
-  std::atomic<int> probesDeleted = 0;
+TEST_F(WorkerTest, ThreadDeletesTheProbeAndThenTheTask) {
   auto* worker = make(1, [](int) { return 0; });
-  worker->mpegInfo = new Probe(&probesDeleted);
+  worker->mpegInfo = new Probe(&traces);
   EXPECT_EQ(worker->run(), LaunchRunning);
+  ASSERT_TRUE(waitUntil([this] { return traces.probesDeleted == 1 && traces.deleted == 1; }));
+  EXPECT_EQ(traces.deletedBeforeProbe, 0);
+}
+
+TEST_F(WorkerTest, ThreadIsNobodysToJoin) {
+  const std::string gate = dir / "gate";
+  ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+  auto* worker = make(1, [gate](int) { return readFile(gate) == "go" ? 0 : 1; });
+  ASSERT_EQ(worker->run(), LaunchRunning);
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_getattr_np(gLastThread, &attributes), 0);
+  int state = PTHREAD_CREATE_JOINABLE;
+  pthread_attr_getdetachstate(&attributes, &state);
+  pthread_attr_destroy(&attributes);
+  EXPECT_EQ(state, PTHREAD_CREATE_DETACHED);
+
+  writeFile(gate, "go");
   ASSERT_TRUE(request.waitUntilReleased());
-  EXPECT_EQ(probesDeleted, 1);
+  EXPECT_THAT(request.replies(), ElementsAre(kSuccess));
 }
 
 TEST_F(WorkerTest, LaunchChildTellsHowItWent) {

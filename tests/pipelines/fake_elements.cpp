@@ -9,6 +9,7 @@ std::vector<std::string> record;
 std::string missingPad;
 bool refuseStates = false;
 GstClockTime waitedNs = GST_CLOCK_TIME_NONE;
+std::function<void()> whenStateSet;
 }  // namespace fake
 
 struct FakeElement {
@@ -84,6 +85,7 @@ void addPads(GstElement* element, const std::string& factory) {
 }
 
 GstStateChangeReturn pipelineSetState(GstElement* element, GstState) {
+  if (fake::whenStateSet) fake::whenStateSet();
   return G_TYPE_CHECK_INSTANCE_CAST(element, fake_pipeline_get_type(), FakePipeline)->setResult;
 }
 
@@ -123,6 +125,21 @@ void constructed(GObject* object) {
       {"FakeMpeg4Mux", "tarnmpeg4mux"}};
   addPads(GST_ELEMENT(object), factories.at(G_OBJECT_TYPE_NAME(object)));
   G_OBJECT_CLASS(fake_element_parent_class)->constructed(object);
+}
+
+// What a pad offers while nothing is agreed on is its template's.
+GstPad* newPad(const char* text) {
+  GstCaps* caps = gst_caps_from_string(text);
+  GstPad* pad = nullptr;
+  if (gst_caps_get_size(caps) < 2) {
+    pad = gst_pad_new("decoded", GST_PAD_SRC);
+  } else {
+    GstPadTemplate* offer = gst_pad_template_new("decoded", GST_PAD_SRC, GST_PAD_ALWAYS, caps);
+    pad = gst_pad_new_from_template(offer, "decoded");
+    gst_object_unref(offer);
+  }
+  gst_caps_unref(caps);
+  return pad;
 }
 
 }  // namespace
@@ -176,13 +193,14 @@ WithoutFactory::~WithoutFactory() {
   gst_object_unref(feature);
 }
 
-DecodedPad::DecodedPad(const char* text) : pad(gst_pad_new("decoded", GST_PAD_SRC)) {
+DecodedPad::DecodedPad(const char* text) : pad(newPad(text)) {
   gst_object_ref_sink(pad);
   gst_pad_set_active(pad, TRUE);
-  if (*text == '\0') return;
-  gst_pad_push_event(pad, gst_event_new_stream_start("test"));
   GstCaps* caps = gst_caps_from_string(text);
-  gst_pad_push_event(pad, gst_event_new_caps(caps));
+  if (gst_caps_is_fixed(caps)) {
+    gst_pad_push_event(pad, gst_event_new_stream_start("test"));
+    gst_pad_push_event(pad, gst_event_new_caps(caps));
+  }
   gst_caps_unref(caps);
 }
 

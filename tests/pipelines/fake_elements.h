@@ -6,6 +6,7 @@
 
 #include <gst/gst.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,8 @@ class WithoutFactory {
   GstPluginFeature* feature;
 };
 
-// A pad as a decoding bin would announce it; without caps when they are empty.
+// A pad as a decoding bin would announce it; without caps when they are empty, and with nothing
+// agreed on when they leave a choice.
 class DecodedPad {
  public:
   explicit DecodedPad(const char* caps);
@@ -56,6 +58,8 @@ class DecodedPad {
 GstElement* newScriptedPipeline(GstStateChangeReturn setResult, GstStateChangeReturn waitResult);
 // The time-out that it was waited for with; GST_CLOCK_TIME_NONE before.
 extern GstClockTime waitedNs;
+// Called when such a pipeline's state is set.
+extern std::function<void()> whenStateSet;
 
 }  // namespace fake
 

@@ -58,6 +58,14 @@ std::function<GstElement*()> pipelineWith(const std::vector<GstMessage*>& messag
   };
 }
 
+// Not of an end, though it tells of trouble.
+GstMessage* warningMessage() {
+  GError* error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, "take care");
+  GstMessage* message = gst_message_new_warning(nullptr, error, nullptr);
+  g_error_free(error);
+  return message;
+}
+
 GstMessage* errorMessage(const char* debug) {
   GError* error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, "it broke");
   GstMessage* message = gst_message_new_error(nullptr, error, debug);
@@ -144,12 +152,31 @@ TEST(NativeGst, AnErrorWithoutDetailsLogsNone) {
 
 TEST(NativeGst, OtherMessagesAreOnlyLogged) {
   Task task;
-  task.make = pipelineWith({gst_message_new_latency(nullptr), gst_message_new_eos(nullptr)});
+  task.make = pipelineWith(
+      {gst_message_new_latency(nullptr), warningMessage(), gst_message_new_eos(nullptr)});
   LogCapture log;
   EXPECT_EQ(task.run(), LaunchDone);
-  EXPECT_THAT(
-      withoutStateChanges(log.at(G_LOG_LEVEL_MESSAGE)),
-      ElementsAre(busCallIn("latency"), kBusCallOut, busCallIn("eos"), kBusCallOut, kTeardown));
+  EXPECT_THAT(withoutStateChanges(log.at(G_LOG_LEVEL_MESSAGE)),
+              ElementsAre(busCallIn("latency"), kBusCallOut, busCallIn("warning"), kBusCallOut,
+                          busCallIn("eos"), kBusCallOut, kTeardown));
+}
+
+TEST(NativeGst, TheBusIsWatchedBeforeThePipelinePlays) {
+  Task task;
+  task.make = [] {
+    GstElement* pipeline =
+        fake::newScriptedPipeline(GST_STATE_CHANGE_SUCCESS, GST_STATE_CHANGE_SUCCESS);
+    GstBus* bus = gst_pipeline_get_bus(GST_PIPELINE(pipeline));
+    gst_bus_set_flushing(bus, FALSE);
+    gst_bus_post(bus, gst_message_new_eos(nullptr));
+    gst_object_unref(bus);
+    return pipeline;
+  };
+  std::vector<bool> watched;
+  fake::whenStateSet = [&] { watched.push_back(task.busWatchId != kNoWatch); };
+  EXPECT_EQ(task.run(), LaunchDone);
+  fake::whenStateSet = nullptr;
+  EXPECT_THAT(watched, ElementsAre(true, true));
 }
 
 TEST(NativeGst, TheResultOfPlayingIsNotLookedAt) {
@@ -246,6 +273,15 @@ INSTANTIATE_TEST_SUITE_P(
         StateCase{"Fails", kFailure, kSuccess, false, {}, {kFailed}},
         StateCase{"Unexpected", GST_STATE_CHANGE_NO_PREROLL, kSuccess, true, {}, {kUnexpected}}),
     [](const auto& test) { return std::string(test.param.title); });
+
+TEST(NativeGst, TheDestructorWaitsForFiveSeconds) {
+  fake::waitedNs = GST_CLOCK_TIME_NONE;
+  {
+    Task task;
+    task.pipeline = fake::newScriptedPipeline(kAsync, kSuccess);
+  }
+  EXPECT_EQ(fake::waitedNs, 5 * GST_SECOND);
+}
 
 TEST(NativeGst, ARefusedStateChangeKeepsPipelineAndWatch) {
   GstElement* pipeline = fake::newScriptedPipeline(GST_STATE_CHANGE_FAILURE, kSuccess);

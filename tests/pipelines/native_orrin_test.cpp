@@ -54,9 +54,15 @@ class Task : public MpegTranscodeNativeOrrin {
     }
     return pipeline == nullptr;
   }
+  bool teardown(int seconds) override {
+    asked.push_back(seconds);
+    return Base::teardown(seconds);
+  }
   void announce(const fake::DecodedPad& pad, bool last = false) {
     g_signal_emit_by_name(decodeBin, "new-decoded-pad", pad.get(), last);
   }
+
+  std::vector<int> asked;  // of the virtual teardown
 };
 
 class NativeOrrin : public testing::Test {
@@ -168,6 +174,7 @@ class NativeOrrinWithout : public NativeOrrin, public testing::WithParamInterfac
     LogCapture log;
     Task task;
     EXPECT_EQ(task.setupPipeline(), -1);
+    EXPECT_THAT(task.asked, ElementsAre(5));
     EXPECT_TRUE(task.holdsNothing());
     EXPECT_THAT(log.at(G_LOG_LEVEL_MESSAGE),
                 ElementsAre(kSetup, kSetupFailed, kTeardown, kBaseTeardown));
@@ -281,6 +288,27 @@ TEST_F(NativeOrrin, TheMediaTypeIsSearchedForTheWords) {
   EXPECT_TRUE(task.teardown(5));
 }
 
+TEST_F(NativeOrrin, TheFirstOfSeveralMediaTypesCounts) {
+  Task task;
+  ASSERT_EQ(task.setupPipeline(), 0);
+  const fake::DecodedPad pad("audio/x-raw; video/x-raw");
+  task.announce(pad);
+  EXPECT_EQ(pad.peer(), "audioenc:sink");
+  EXPECT_TRUE(task.teardown(5));
+}
+
+TEST_F(NativeOrrin, ThePadsCapsAreNotKept) {
+  Task task;
+  ASSERT_EQ(task.setupPipeline(), 0);
+  const fake::DecodedPad pad("text/x-raw");
+  GstCaps* caps = gst_pad_get_current_caps(pad.get());
+  const int before = GST_CAPS_REFCOUNT_VALUE(caps);
+  task.announce(pad);
+  EXPECT_EQ(GST_CAPS_REFCOUNT_VALUE(caps), before);
+  gst_caps_unref(caps);
+  EXPECT_TRUE(task.teardown(5));
+}
+
 TEST_F(NativeOrrin, NeitherWordLinksNothing) {
   Task task;
   ASSERT_EQ(task.setupPipeline(), 0);
@@ -388,6 +416,34 @@ TEST_F(NativeOrrin, TeardownOfNothingReturnsTrue) {
   EXPECT_TRUE(task.holdsNothing());
 }
 
+TEST_F(NativeOrrin, TeardownWaitsAsLongAsItIsTold) {
+  Task task;
+  task.pipeline = fake::newScriptedPipeline(GST_STATE_CHANGE_ASYNC, GST_STATE_CHANGE_SUCCESS);
+  fake::waitedNs = GST_CLOCK_TIME_NONE;
+  EXPECT_TRUE(task.teardown(7));
+  EXPECT_EQ(fake::waitedNs, 7 * GST_SECOND);
+}
+
+// What GLib says of signals while this lives: disconnecting twice is a complaint.
+class SignalComplaints {
+ public:
+  SignalComplaints()
+      : handler(g_log_set_handler(
+            "GLib-GObject", G_LOG_LEVEL_MASK,
+            [](const gchar*, GLogLevelFlags, const gchar*, gpointer self) {
+              ++static_cast<SignalComplaints*>(self)->count;
+            },
+            this)) {}
+  ~SignalComplaints() { g_log_remove_handler("GLib-GObject", handler); }
+  SignalComplaints(const SignalComplaints&) = delete;
+  SignalComplaints& operator=(const SignalComplaints&) = delete;
+
+  int count = 0;
+
+ private:
+  const guint handler;
+};
+
 TEST_F(NativeOrrin, TeardownReleasesEverythingAndTwiceIsHarmless) {
   {
     Task task;
@@ -411,7 +467,9 @@ TEST_F(NativeOrrin, TeardownDisconnectsWhatIsStillConnected) {
   ASSERT_EQ(task.setupPipeline(), 0);
   g_signal_handler_disconnect(task.decodeBin, task.autoplugContinueHandlerId);
   auto* const decodeBin = static_cast<GstElement*>(gst_object_ref(task.decodeBin));
+  SignalComplaints complaints;
   EXPECT_TRUE(task.teardown(5));
+  EXPECT_EQ(complaints.count, 0);
   for (const unsigned long id : {task.newDecodedPadHandlerId, task.autoplugContinueHandlerId,
                                  task.autoplugSelectHandlerId}) {
     EXPECT_FALSE(g_signal_handler_is_connected(decodeBin, id));

@@ -204,6 +204,15 @@ void printOperations() {
   }
 }
 
+const LogCapture* gTickLog;
+
+void printLogAndTimer() {
+  for (const auto& line : gTickLog->at(G_LOG_LEVEL_DEBUG)) {
+    fprintf(stderr, "<%s>", line.c_str());
+  }
+  fprintf(stderr, gInactivityStatus.source == nullptr ? "stopped" : "ticking");
+}
+
 TEST_F(ServiceTest, IdleTickUnregistersAndEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
@@ -214,6 +223,23 @@ TEST_F(ServiceTest, IdleTickUnregistersAndEndsTheProcess) {
         CallbackInactivityTimeout(&gInactivityStatus);
       },
       testing::ExitedWithCode(0), "^<VSUnregister>$");
+}
+
+TEST_F(ServiceTest, IdleTickStopsTheTimerAndSaysSo) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        gInactivityStatus.handle = fake_vela::handle();
+        StartInactivityTimer(&gInactivityStatus, 5000);
+        const LogCapture log;
+        gTickLog = &log;
+        atexit(printLogAndTimer);
+        CallbackInactivityTimeout(&gInactivityStatus);
+      },
+      testing::ExitedWithCode(0),
+      "^<----> CallbackInactivityTimeout\n><----> StopInactivityTimer>"
+      "<----> Timeout expired, TranscodeService is found inactive and shall be suspended\n>"
+      "stopped$");
 }
 
 }  // namespace

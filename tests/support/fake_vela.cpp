@@ -17,6 +17,7 @@ struct VSMessage {
   int references = 0;
   int referencesEverTaken = 0;
   std::vector<std::string> replies;
+  std::function<void()> whenReleased;
 };
 
 namespace {
@@ -140,6 +141,7 @@ void VSMessageUnref(VSMessage* message) {
   const Lock lock(bus().mutex);
   if (message->references == 0) misuse("a message was dropped more often than taken");
   message->references--;
+  if (message->references == 0 && message->whenReleased) message->whenReleased();
   bus().changed.notify_all();
 }
 
@@ -185,6 +187,11 @@ int Request::referencesEverTaken() const {
 std::vector<std::string> Request::replies() const {
   const Lock lock(bus().mutex);
   return request->replies;
+}
+
+void Request::whenReleased(std::function<void()> action) {
+  const Lock lock(bus().mutex);
+  request->whenReleased = std::move(action);
 }
 
 bool Request::waitUntilReleased(std::chrono::milliseconds timeout) const {

@@ -7,6 +7,7 @@
 #define TESTS_SUPPORT_FAKE_VELA_H
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ class Request {
   int referencesEverTaken() const;
   // The payloads of all replies so far. A second reply is recorded, and fails, as on a real bus.
   std::vector<std::string> replies() const;
+
+  // What is done when the last reference goes, in the middle of that. It must not use the bus.
+  void whenReleased(std::function<void()> action);
 
   // Waits until the message was referenced and every reference is dropped again. Returns false
   // when that takes longer.
