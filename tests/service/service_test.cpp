@@ -175,6 +175,13 @@ TEST_F(ServiceTest, StartKeepsTheDeviceAwakeAtOnce) {
   EXPECT_EQ(calls[0].callback, nullptr);
 }
 
+TEST_F(ServiceTest, TicksBeforeItKeepsTheDeviceAwake) {
+  guint sourceId = 0;
+  fake_vela::whenCalled([&] { sourceId = gInactivityStatus.sourceId; });
+  ASSERT_TRUE(StartInactivityTimer(&gInactivityStatus, 5000));
+  EXPECT_NE(sourceId, 0u);
+}
+
 TEST_F(ServiceTest, DurationIsHalfAnIntervalLonger) {
   ASSERT_TRUE(StartInactivityTimer(&gInactivityStatus, 333));
   EXPECT_EQ(fake_vela::calls()[0].payload, "{ \"id\": \"transcode\", \"duration_ms\" : 499 }");

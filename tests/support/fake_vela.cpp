@@ -32,6 +32,7 @@ struct Bus {
   void* categoryData = nullptr;
   GMainLoop* loop = nullptr;
   int errorsPrinted = 0;
+  std::function<void()> whenCalled;
 };
 
 // Never destroyed: a detached thread may still drop a reference while the process ends.
@@ -126,6 +127,7 @@ bool VSCall(VSHandle* handle, const char* uri, const char* payload, VSMethodFunc
             void* data, VSMessageToken* token, VSError* error) {
   const Lock lock(bus().mutex);
   bus().calls.push_back({handle, uri, payload, callback, data});
+  if (bus().whenCalled) bus().whenCalled();
   if (!record("VSCall", uri, error)) return false;
   if (token != nullptr) *token = bus().calls.size();
   return true;
@@ -215,11 +217,17 @@ void reset() {
   bus().categoryData = nullptr;
   bus().loop = nullptr;
   bus().errorsPrinted = 0;
+  bus().whenCalled = nullptr;
 }
 
 void failNext(const std::string& operation) {
   const Lock lock(bus().mutex);
   bus().failures.push_back(operation);
+}
+
+void whenCalled(std::function<void()> action) {
+  const Lock lock(bus().mutex);
+  bus().whenCalled = std::move(action);
 }
 
 std::vector<std::string> operations() {

@@ -56,12 +56,16 @@ struct Call {
 // A handle outside any registration, for VSCtx and the handlers. Always the same.
 VSHandle* handle();
 
-// Forgets calls, operations, registrations and planned failures. Messages are left alone.
+// Forgets calls, operations, registrations, planned failures and what whenCalled() was given.
+// Messages are left alone.
 void reset();
 
 // Lets the next call of that operation, such as "VSRegisterCategory", fail, with an error record
 // of the name "fake.Error". Handlers and messages are not affected.
 void failNext(const std::string& operation);
+
+// What is done at each VSCall from now on. It must not use the bus.
+void whenCalled(std::function<void()> action);
 
 // The operations on handles since reset(), in order, each with its arguments:
 //   "VSRegisterPubPriv com.tarn.transcode private"   "VSRegisterCategory /"
