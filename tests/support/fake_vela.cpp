@@ -73,8 +73,9 @@ void VSErrorInit(VSError* error) {
 
 void VSErrorPrint(const VSError* error, FILE* stream) {
   const Lock lock(bus().mutex);
+  if (error->code == 0) return;
   bus().errorsPrinted++;
-  if (error->code != 0) fprintf(stream, "%s: %s\n", error->name, error->message);
+  fprintf(stream, "%s: %s\n", error->name, error->message);
 }
 
 void VSErrorFree(VSError* error) {

@@ -81,7 +81,7 @@ const VSMethod* methods();
 void* categoryData();
 GMainLoop* attachedLoop();
 
-// How many error records were printed with VSErrorPrint since reset().
+// How many error records that told of an error were printed with VSErrorPrint since reset().
 int errorsPrinted();
 
 }  // namespace fake_vela
