@@ -103,6 +103,14 @@ TEST(DsjsonParser, NumbersThatNoDoubleHoldsParse) {
   EXPECT_EQ(parsed(" -1E0400 ").asNumber(whole), CONV_NO_FIT);
 }
 
+// Where a text ends is told before numbers are looked for: these end at once, or nearly.
+TEST(DsjsonParser, NumbersThatNoDoubleHoldsParseBehindShortTexts) {
+  double number = 77;
+  EXPECT_EQ(parsed(R"({"":"","a":1e400})")["a"].asNumber(number), CONV_NO_FIT);
+  EXPECT_EQ(parsed(R"({"b":"\"","a":1e400})")["a"].asNumber(number), CONV_NO_FIT);
+  EXPECT_EQ(number, 77);
+}
+
 TEST(DsjsonParser, NumbersMustBeSpelledRightWhateverTheirSize) {
   const std::string digits(400, '1');
   for (const std::string& text :
