@@ -165,8 +165,11 @@ bool fitPhoto(std::span<const uint8_t> file, const PhotoRequest& request, PhotoF
     return source->check(failure);
   }
   const double pixels = source->size().pixels();
-  PhotoProgress progress(pixels, pixels * judgedShare(source->size()),
-                         static_cast<double>(request.maxBytes), onProgress);
+  PhotoProgress progress({.sourcePixels = pixels,
+                          .comparedPixels = pixels * judgedShare(source->size()),
+                          .maxBytes = static_cast<double>(request.maxBytes),
+                          .format = request.format},
+                         onProgress);
   return searchPhoto(std::move(source), request, formats, &progress, photo, failure);
 }
 

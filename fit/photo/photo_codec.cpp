@@ -11,6 +11,11 @@
 
 namespace {
 
+// What a search takes of other formats than JPEG, in encodes.
+constexpr double kSooner = 1;
+constexpr double kFartherOfAvif = 1.5;
+constexpr double kLeastEncodes = 0.3;
+
 // As an encoder takes it: its colour differences are halved.
 bool isHalved(const Picture& picture) {
   return picture.planes.size() == 1 || (picture.planes[1].width == (picture.size.width + 1) / 2 &&
@@ -73,7 +78,7 @@ bool PhotoCodec::compare(const std::vector<uint8_t>& file, const PictureSize& si
   Picture picture;
   if (!decode(file, size, &picture)) return false;
   *alike = similarity(reference, scaledPlane(picture.planes[0], reference.width, reference.height));
-  progress->judged(size.pixels());
+  progress->judged();
   return true;
 }
 
@@ -89,12 +94,25 @@ bool PhotoCodec::finish(int64_t* bytes) {
   }
   finishedShare = static_cast<double>(finished.size()) / static_cast<double>(last.size());
   *bytes = static_cast<int64_t>(finished.size());
+  progress->finished(lastSize.pixels());
   return true;
 }
 
 void PhotoCodec::keep() {
   kept.swap(finished);
   keptPicture = lastSize;
+}
+
+void PhotoCodec::expect(const SearchRest& rest) {
+  SearchRest ours = rest;
+  if (!isJpeg()) {
+    // A format of few steps meets the budget sooner, and is finished when it is encoded. Where AVIF
+    // looks best is farther from where the search begins.
+    const double factor = target.format == PhotoKind::Avif ? kFartherOfAvif : 1;
+    ours.encodes = std::max(rest.encodes * factor - kSooner, kLeastEncodes);
+    ours.finishes = 0;
+  }
+  progress->expect(ours, lastSize.pixels());
 }
 
 bool PhotoCodec::judgeKept(double* alike) {

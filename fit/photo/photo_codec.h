@@ -31,6 +31,7 @@ class PhotoCodec : public SearchCodec {
   void keep() override;
   // Decodes it, so that nothing comes out that cannot be.
   bool judgeKept(double* similarity) override;
+  void expect(const SearchRest& rest) override;
 
   const std::string& errorText() const { return error; }
   PictureSize keptSize() const { return keptPicture; }

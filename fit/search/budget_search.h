@@ -11,6 +11,13 @@
 #include <cstdint>
 #include <vector>
 
+// How much of a search is likely to come yet; the last judgement is of what was kept.
+struct SearchRest {
+  double encodes = 0;
+  double judgements = 0;
+  double finishes = 0;
+};
+
 // What encodes and judges. An operation that returns false cannot go on; the search then ends.
 class SearchCodec {
  public:
@@ -28,6 +35,8 @@ class SearchCodec {
   virtual void keep() = 0;
   // As judge(), of what was kept.
   virtual bool judgeKept(double* similarity) = 0;
+  // Told behind each of them.
+  virtual void expect(const SearchRest&) {}
 };
 
 struct SearchLimits {
@@ -71,6 +80,7 @@ class BudgetSearch {
   };
 
   bool encode(double scale, double coarseness);
+  void expectAfterEncode();
   bool judgeLast();
   bool hasFew() const;
   double fullEnough() const { return hasFew() ? kFullEnoughOfFew : kFullEnough; }
@@ -100,6 +110,8 @@ class BudgetSearch {
   // Bytes grow with the pixels and shrink with the coarseness by these powers, about.
   double pixelPower = 0.8;
   double coarsenessPower = 0.6;
+  SearchRest rest;
+  bool isFilling = false;
   bool isBroken = false;
 };
 

@@ -16,8 +16,12 @@ constexpr guint kMostSeconds = 60;
 // And for one movie, whose encoder is ended long before when it gets no further.
 constexpr guint kMostSecondsOfMovie = 4 * 3600;
 constexpr double kMillisecondsPerSecond = 1000;
+constexpr guint kBetweenTicksMs = 100;
 constexpr gint64 kBetweenTellingsUs = 50000;
 constexpr double kTooEarlyToTell = 0.1;  // of the progress
+constexpr double kWorthTelling = 0.005;
+// Of what was left at a worker's last report, what it may have done since.
+constexpr double kMostUnreported = 0.5;
 
 void put(GVariantBuilder* builder, const char* name, GVariant* value) {
   g_variant_builder_add(builder, "{sv}", name, value);
@@ -44,6 +48,7 @@ FitJob::FitJob(GDBusConnection* bus, std::string callersName, FitOptions fitOpti
 
 FitJob::~FitJob() {
   if (timeSource != 0) g_source_remove(timeSource);
+  if (tickSource != 0) g_source_remove(tickSource);
   if (registration != 0) g_dbus_connection_unregister_object(connection, registration);
 }
 
@@ -73,7 +78,10 @@ void FitJob::onCall(GDBusConnection*, const char* sender, const char*, const cha
 GVariant* FitJob::onGet(GDBusConnection*, const char* sender, const char*, const char*,
                         const char* name, GError** error, gpointer data) {
   auto* self = static_cast<FitJob*>(data);
-  if (self->callerName == sender) return self->property(name);
+  if (self->callerName == sender) {
+    self->progress = self->reckonedProgress();
+    return self->property(name);
+  }
   g_set_error(error, G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED, "The job is another caller's");
   return nullptr;
 }
@@ -82,8 +90,13 @@ GVariant* FitJob::property(const std::string& name) const {
   if (name == "State") return g_variant_new_string(isRunning() ? "running" : "queued");
   if (name == "QueuePlace") return g_variant_new_uint32(queuePlace);
   if (name == "Progress") return g_variant_new_double(progress);
-  const bool isKnown = progress >= kTooEarlyToTell;
-  return g_variant_new_double(isKnown ? elapsed() * (1 - progress) / progress : -1);
+  return g_variant_new_double(secondsLeft());
+}
+
+double FitJob::secondsLeft() const {
+  if (likelySeconds <= 0) return -1;
+  const double share = std::max(progress, reported);
+  return std::max(likelySeconds - elapsed(), elapsed() * (1 - share) / share);
 }
 
 void FitJob::tellChanged(std::initializer_list<const char*> names) {
@@ -118,7 +131,14 @@ void FitJob::run(const std::string& workerFolder) {
   }
   timeSource =
       g_timeout_add_seconds(isMovie() ? kMostSecondsOfMovie : kMostSeconds, onTimeOver, this);
+  tickSource = g_timeout_add(kBetweenTicksMs, onTick, this);
   tellChanged({"State", "QueuePlace"});
+}
+
+gboolean FitJob::onTick(gpointer data) {
+  auto* self = static_cast<FitJob*>(data);
+  self->advanceTo(self->reckonedProgress());
+  return G_SOURCE_CONTINUE;
 }
 
 gboolean FitJob::onTimeOver(gpointer data) {
@@ -144,11 +164,24 @@ void FitJob::callerLeft() {
 }
 
 void FitJob::takeReport(const WorkerReport& report) {
-  if (report.progress <= progress) return;
-  progress = report.progress;
+  if (report.progress <= reported) return;
+  reported = report.progress;
+  if (reported >= kTooEarlyToTell) likelySeconds = elapsed() / reported;
+  advanceTo(std::max(progress, reported));
+}
+
+// A worker reports whenever a step is over, and works on meanwhile.
+double FitJob::reckonedProgress() const {
+  if (likelySeconds <= 0) return std::max(progress, reported);
+  const double most = reported + kMostUnreported * (1 - reported);
+  return std::max(progress, std::clamp(elapsed() / likelySeconds, reported, most));
+}
+
+void FitJob::advanceTo(double share) {
   const gint64 now = g_get_monotonic_time();
-  if (now - toldUs < kBetweenTellingsUs) return;
+  if (share < progress + kWorthTelling || now - toldUs < kBetweenTellingsUs) return;
   toldUs = now;
+  progress = share;
   tellChanged({"Progress", "SecondsLeft"});
 }
 
@@ -209,6 +242,7 @@ void FitJob::fail(const FitFailure& failure) {
 
 void FitJob::end(bool success, GVariant* result, const FitFailure& failure) {
   if (timeSource != 0) g_source_remove(std::exchange(timeSource, 0));
+  if (tickSource != 0) g_source_remove(std::exchange(tickSource, 0));
   over = true;
   g_dbus_connection_emit_signal(connection, callerName.c_str(), objectPath.c_str(), kInterface,
                                 "Completed", g_variant_new("(b@a{sv})", success, result), nullptr);

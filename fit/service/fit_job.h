@@ -53,9 +53,13 @@ class FitJob {
   static GVariant* onGet(GDBusConnection*, const char* sender, const char*, const char*,
                          const char* property, GError** error, gpointer self);
   static gboolean onTimeOver(gpointer self);
+  static gboolean onTick(gpointer self);
   GVariant* property(const std::string& name) const;
   void tellChanged(std::initializer_list<const char*> names);
   void takeReport(const WorkerReport& report);
+  void advanceTo(double share);
+  double reckonedProgress() const;
+  double secondsLeft() const;
   void workerEnded(const WorkerReport& report);
   bool isAsTold(const ReportedNumbers& numbers) const;
   void succeed(const ReportedNumbers& numbers);
@@ -74,10 +78,13 @@ class FitJob {
   guint registration = 0;
   std::unique_ptr<WorkerProcess> worker;
   guint timeSource = 0;
+  guint tickSource = 0;
   gint64 startUs = 0;
   gint64 toldUs = 0;
   guint queuePlace = 0;
-  double progress = 0;
+  double reported = 0;       // of the work, by the worker
+  double likelySeconds = 0;  // that the job takes, by its last report; 0: too early to tell
+  double progress = 0;       // that was told last
   bool isCancelled = false;
   bool isTimeOver = false;
   bool over = false;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <vector>
 
 namespace {
 
@@ -46,6 +47,9 @@ class FormulaCodec : public SearchCodec {
     return true;
   }
 
+  void expect(const SearchRest& rest) override { expected.push_back(rest); }
+
+  std::vector<SearchRest> expected;
   int64_t keptBytes = 0;
   double keptScale = 0;
   double keptSimilarity = 0;
@@ -207,6 +211,22 @@ TEST(BudgetSearchTest, EndsWithItsCodec) {
   BudgetSearch search(limitsOf(300000, codec), &codec);
   EXPECT_FALSE(search.run());
   EXPECT_EQ(search.encodes(), 0);
+}
+
+// Each part of a search is expected when the one before it is over.
+TEST(BudgetSearchTest, TellsWhatIsLikelyToCome) {
+  FormulaCodec codec;
+  BudgetSearch search(limitsOf(300000, codec), &codec);
+  ASSERT_TRUE(search.run());
+  ASSERT_GT(codec.expected.size(), static_cast<size_t>(search.encodes()));
+  EXPECT_NEAR(codec.expected.front().encodes, search.encodes() - 1, 3);
+  EXPECT_GT(codec.expected.front().judgements, 2);
+  EXPECT_LT(codec.expected.back().encodes, 1);
+  EXPECT_EQ(codec.expected.back().judgements, 1);  // of what is kept
+  for (const SearchRest& rest : codec.expected) {
+    EXPECT_GT(rest.encodes, 0);
+    EXPECT_LE(rest.encodes, codec.expected.front().encodes);
+  }
 }
 
 }  // namespace

@@ -177,6 +177,19 @@ TEST_F(FitServiceTest, JobsWaitInTurnKnowTheirPlaceAndCanBeCancelled) {
   EXPECT_EQ(fs::file_size(out("o0")), 0u);
 }
 
+// Half of what a quarter leaves is as far as is believed without another report.
+TEST_F(FitServiceTest, ProgressGoesOnBetweenAWorkersReports) {
+  start(waitingWorker(dir));
+  const std::string path = caller->fit(photo(32, 32), out(), 1000).path;
+  EXPECT_TRUE(caller->awaitProperty(path, "Progress", "0.25"));
+  EXPECT_TRUE(caller->awaitProperty(path, "Progress", "0.625"));
+  const auto progress = caller->toldOf(path, "Progress");
+  EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+  for (const double left : caller->toldOf(path, "SecondsLeft")) {
+    EXPECT_GT(left, 0);
+  }
+}
+
 TEST_F(FitServiceTest, AJobIsItsCallersAlone) {
   start(waitingWorker(dir));
   const std::string path = caller->fit(photo(32, 32), out(), 1000).path;
