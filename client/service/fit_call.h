@@ -38,7 +38,7 @@ struct FitAnswer {
   uint64_t bytes = 0;
   uint32_t width = 0;
   uint32_t height = 0;
-  double similarity = 0;     // of a photo
+  double similarity = 0;
   double seconds = 0;        // of a movie
   bool isUntouched = false;  // the picture is the source's own
 };

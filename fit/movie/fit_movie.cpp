@@ -93,6 +93,7 @@ Options optionsFor(const MovieRequest& request) {
   options.maxSizeBytes = request.maxBytes;
   options.mostSize = {request.maxWidth, request.maxHeight};
   options.startsFast = true;
+  options.isCompared = true;
   options.format = "mp4";
   options.audioCodec = "aac";
   switch (request.format) {
@@ -170,6 +171,7 @@ bool fitMovie(const MovieRequest& request, const std::function<void(double)>& on
     return false;
   }
   movie->encodes = job.encodes();
+  movie->similarity = job.likeness();
   return takeResult(options.output, request, movie, failure);
 }
 

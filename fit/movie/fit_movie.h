@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "fit/failure/fit_failure.h"
@@ -26,7 +27,8 @@ struct MovieFacts {
 struct FittedMovie {
   int file = -1;  // open for reading, without a name; the caller closes it
   MovieFacts facts;
-  int encodes = 0;  // 0: the source's own streams
+  int encodes = 0;                   // 0: the source's own streams
+  std::optional<double> similarity;  // to the source, of luma, where it could be told
 };
 
 // The movie is standard input, of which nothing is moved. From here on the process can do nothing

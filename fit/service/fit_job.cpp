@@ -220,7 +220,8 @@ void FitJob::succeed(const ReportedNumbers& numbers) {
   const auto told = [&](const char* name) { return static_cast<double>(numberOf(numbers, name)); };
   if (isMovie()) {
     put(&result, "seconds", g_variant_new_double(told("milliseconds") / kMillisecondsPerSecond));
-  } else {
+  }
+  if (numbers.contains("similarity")) {
     put(&result, "ssim", g_variant_new_double(told("similarity") / kSimilarityUnit));
   }
   put(&result, "encodes", g_variant_new_uint32(shortNumberOf(numbers, "encodes")));

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <exception>
 #include <string>
@@ -63,11 +64,15 @@ int fit(const ReportChannel& service, const MovieRequest& request) {
     [[maybe_unused]] const int ignored = ftruncate(STDOUT_FILENO, 0);
     return fail(service, failure);
   }
-  service.tell(resultLine({{"bytes", movie.facts.bytes},
-                           {"width", movie.facts.width},
-                           {"height", movie.facts.height},
-                           {"milliseconds", movie.facts.milliseconds},
-                           {"encodes", movie.encodes}}));
+  ReportedNumbers numbers = {{"bytes", movie.facts.bytes},
+                             {"width", movie.facts.width},
+                             {"height", movie.facts.height},
+                             {"milliseconds", movie.facts.milliseconds},
+                             {"encodes", movie.encodes}};
+  if (movie.similarity) {
+    numbers["similarity"] = std::lround(*movie.similarity * kSimilarityUnit);
+  }
+  service.tell(resultLine(numbers));
   return 0;
 }
 

@@ -84,6 +84,8 @@ TEST_F(FitMovieTest, AMovieFitsWholeAndFillsItsLimit) {
   EXPECT_GE(fs::file_size(out()), 85000u);
   EXPECT_NEAR(end.numbers["seconds"], 2, 0.1);
   EXPECT_GE(end.numbers["encodes"], 2);
+  EXPECT_GT(end.numbers["ssim"], 0.1);
+  EXPECT_LT(end.numbers["ssim"], 1);
   EXPECT_EQ(decodingErrors(out()), "");
   const std::string facts = inspect(out());
   EXPECT_THAT(facts, AllOf(HasSubstr("'kind': <'movie'>"), HasSubstr("'format': <'mp4'>"),
@@ -112,6 +114,22 @@ TEST_F(FitMovieTest, TheSmallestSizeOfARefusalIsReached) {
   ASSERT_TRUE(again.ok) << again.errorMessage;
   EXPECT_LE(fs::file_size(out()), smallest);
   EXPECT_THAT(inspect(out()), HasSubstr("'seconds': <2."));
+}
+
+TEST_F(FitMovieTest, MoreBytesLookMoreLikeTheSource) {
+  const std::string clip =
+      movieClip("shapes.mkv", {"-f", "lavfi", "-i", "testsrc2=size=320x240:rate=25:duration=2",
+                               "-c:v", "mpeg4", "-q:v", "2"});
+  double ssim = 0.3;
+  for (const uint64_t bytes : {25000, 120000}) {
+    const CallOutcome outcome = caller->fit(clip, out(), bytes);
+    JobEnd end;
+    ASSERT_TRUE(caller->awaitEnd(outcome.path, &end));
+    ASSERT_TRUE(end.success) << end.message;
+    EXPECT_GT(end.numbers["ssim"], ssim + 0.01);
+    EXPECT_LT(end.numbers["ssim"], 1);
+    ssim = end.numbers["ssim"];
+  }
 }
 
 struct Wish {
@@ -146,6 +164,7 @@ TEST_F(FitMovieTest, AMovieThatFitsGoesOverAsItIs) {
   ASSERT_TRUE(caller->awaitEnd(outcome.path, &end));
   ASSERT_TRUE(end.success) << end.message;
   EXPECT_EQ(end.numbers["encodes"], 0);
+  EXPECT_EQ(end.numbers["ssim"], 1);
   EXPECT_EQ(decodingErrors(out()), "");
 }
 

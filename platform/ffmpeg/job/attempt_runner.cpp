@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "platform/ffmpeg/encode/likeness.h"
 #include "platform/ffmpeg/encode/output_size.h"
 #include "platform/ffmpeg/files/paths.h"
 #include "platform/ffmpeg/probe/media_input.h"
@@ -24,7 +25,9 @@ constexpr char kPassName[] = "pass";
 constexpr char kSampleName[] = "sample";
 constexpr int64_t kRunaway = 4;  // times the limit
 constexpr double kEarlyShare = 0.25;
-constexpr double kSampleCost = 8;  // times its length, in encodes of the clip
+constexpr double kSampleCost = 8;    // times its length, in encodes of the clip
+constexpr double kComparing = 0.15;  // as that
+constexpr int kSharesForComparing = 10;
 constexpr double kLargePixels = 1e6;
 constexpr double kLargePixelsOfH264 = 1e5;  // its encoders hold many pictures
 
@@ -68,7 +71,8 @@ AttemptRunner::AttemptRunner(const Options& asked, const MediaFacts& about, Enco
       program(std::move(encoder)),
       work(directory),
       signals(stopSignals),
-      progress(jobProgress) {}
+      progress(jobProgress),
+      began(Clock::now()) {}
 
 std::string AttemptRunner::outputFile() const {
   return work.file(kOutputName);
@@ -105,7 +109,8 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
   }
   const auto deadline = Clock::now() + stallLimit();  // the plan does without a slower one
   // Most of its cost is the way to each part, from the key frame before it.
-  progress.begin(std::min(1.0, kSampleCost * sampled / std::max(seconds, 0.1)), 1.5);
+  const double likelyAfter = 1 + plan.encodesAfterUnknown();
+  progress.begin(std::min(1.0, kSampleCost * sampled / std::max(seconds, 0.1)), after(likelyAfter));
   const double mostPixels = isH264(options) ? kLargePixelsOfH264 : kLargePixels;
   const bool isLarge = rungs[0].pixels() > mostPixels;
   const size_t atOnce = isLarge ? 1 : parts.size();  // each has a decoder and four encoders
@@ -113,11 +118,18 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
   for (size_t done = 0; done < parts.size(); done += atOnce) {
     const auto first = parts.begin() + static_cast<ptrdiff_t>(done);
     const std::vector<SamplePart> some(first, first + static_cast<ptrdiff_t>(atOnce));
+    // The parts of one run go on side by side.
+    const auto watch = [&](int64_t positionMs, int64_t) {
+      const double within = static_cast<double>(positionMs) / 1000 / parts[0].seconds;
+      const double made =
+          static_cast<double>(done) + static_cast<double>(atOnce) * std::min(within, 1.0);
+      progress.at(made / static_cast<double>(parts.size()), after(likelyAfter));
+      return Clock::now() < deadline;
+    };
     const auto encodeSome = [&] {
       const EncodePaths paths = {program.path, "", prefix, mapsTones,
                                  isLarge ? 1 : program.threads};
-      return runEncode(jobFor(sampleLine(options, facts, some, rungs, paths)), signals,
-                       [&](int64_t, int64_t) { return Clock::now() < deadline; });
+      return runEncode(jobFor(sampleLine(options, facts, some, rungs, paths)), signals, watch);
     };
     EncodeResult result = encodeSome();
     if (goesWithoutToneMapping(result)) result = encodeSome();
@@ -151,7 +163,7 @@ bool AttemptRunner::goesOn(const FitPlan& plan, int64_t positionMs, int64_t repo
   share = lengthMs > 0 ? std::min(static_cast<double>(positionMs) / lengthMs, 1.0) : 0;
   const double likely = likelyBytes(static_cast<double>(bytes), share);
   const bool isEarly = attempt.kind == Kind::First && share <= kEarlyShare;
-  progress.at(share, isEarly ? plan.encodesAfterUnknown() : plan.encodesAfter(likely));
+  progress.at(share, after(isEarly ? plan.encodesAfterUnknown() : plan.encodesAfter(likely)));
 
   const int64_t limit = plan.budget().maxBytes;
   // The coarsest encode may be far above the limit, but not above a bit for each pixel.
@@ -166,6 +178,34 @@ bool AttemptRunner::goesOn(const FitPlan& plan, int64_t positionMs, int64_t repo
   return static_cast<double>(bytes) <= allowed * static_cast<double>(attempt.stopBytes);
 }
 
+// What comes behind the present run, in encodes; the second of two passes is another process's.
+double AttemptRunner::after(double encodes) const {
+  if (options.discardsOutput()) return 0;
+  return encodes + (options.isCompared ? kComparing : 0);
+}
+
+std::optional<double> AttemptRunner::likeness(const FitPlan& plan, const std::string& made) {
+  if (plan.kept().kind == Kind::Copy) return 1;
+  const auto start = Clock::now();
+  const auto most = (start - began) / kSharesForComparing;
+  const EncodePaths paths = {program.path, "", "", mapsTones, program.threads};
+  double sum = 0;
+  int compared = 0;
+  for (const SamplePart& part : likenessParts(plan.budget().seconds, canJump(facts))) {
+    // The next part takes as long as those before it, or longer.
+    if (compared > 0 && Clock::now() - start > most / 2) break;
+    const EncodeResult result =
+        runEncode(jobFor(likenessLine(options, facts, part, made, plan.kept().picture, paths)),
+                  signals, [](int64_t, int64_t) { return true; });
+    const auto value = parseLikeness(result.words);
+    if (result.end != ResultEnd::Done || !value) break;
+    sum += *value;
+    ++compared;
+  }
+  if (compared == 0) return std::nullopt;
+  return sum / compared;
+}
+
 EncodeResult AttemptRunner::encode(const FitPlan& plan) {
   EncodePaths paths;
   paths.program = program.path;
@@ -174,7 +214,8 @@ EncodeResult AttemptRunner::encode(const FitPlan& plan) {
   paths.mapsTones = mapsTones;
   paths.threads = program.threads;
   share = 0;
-  progress.begin(1, plan.attempt().kind == Kind::First ? plan.encodesAfterUnknown() : 0);
+  const bool isFirst = plan.attempt().kind == Kind::First;
+  progress.begin(1, after(isFirst ? plan.encodesAfterUnknown() : plan.encodesAfter(0)));
   EncodeResult result =
       runEncode(jobFor(commandLine(options, facts, plan.attempt(), paths)), signals,
                 [&](int64_t positionMs, int64_t bytes) { return goesOn(plan, positionMs, bytes); });

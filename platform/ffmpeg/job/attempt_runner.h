@@ -2,6 +2,7 @@
 #ifndef PLATFORM_FFMPEG_JOB_ATTEMPT_RUNNER_H
 #define PLATFORM_FFMPEG_JOB_ATTEMPT_RUNNER_H
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -40,6 +41,10 @@ class AttemptRunner {
   // has an outcome; on false *failure says why there is none.
   bool run(const FitPlan& plan, Outcome* outcome, Failure* failure);
 
+  // How alike `made`, which is what the plan keeps, looks to the input: the mean SSIM of luma, of
+  // parts of both, as many as a tenth of the time so far allows, and one. Nothing where that fails.
+  std::optional<double> likeness(const FitPlan& plan, const std::string& made);
+
   std::string outputFile() const;
   std::string passLog() const;
   // What was written last, by the encoder's own account.
@@ -51,6 +56,7 @@ class AttemptRunner {
   EncodeJob jobFor(std::vector<std::string> arguments) const;
   EncodeResult encode(const FitPlan& plan);
   bool goesWithoutToneMapping(const EncodeResult& result);
+  double after(double encodes) const;
   bool goesOn(const FitPlan& plan, int64_t positionMs, int64_t bytes);
   bool judge(const FitPlan& plan, const EncodeResult& result, Outcome* outcome, Failure* failure);
   bool measure(const FitPlan& plan, Outcome* outcome, Failure* failure) const;
@@ -62,6 +68,7 @@ class AttemptRunner {
   const WorkDirectory& work;
   StopSignals& signals;
   JobProgress& progress;
+  const std::chrono::steady_clock::time_point began;
   bool mapsTones = true;
   bool isRunaway = false;
   double share = 0;  // of the present encode that is done

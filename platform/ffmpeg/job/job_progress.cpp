@@ -1,11 +1,20 @@
 #include "platform/ffmpeg/job/job_progress.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <utility>
 
-JobProgress::JobProgress(const Options& options, int64_t durationMs, ShareListener shareListener)
-    : listener(std::move(shareListener)) {
+namespace {
+
+// Of a run: before that its own speed says little, an encoder having to fill itself first.
+constexpr double kTooEarlyToTell = 0.15;
+
+}  // namespace
+
+JobProgress::JobProgress(const Options& options, int64_t durationMs, ShareListener shareListener,
+                         Clock jobClock)
+    : listener(std::move(shareListener)), clock(std::move(jobClock)), jobBegan(clock()) {
   if (!listener) file.emplace(options.target());
   progress.pass = options.pass == 2 ? 2 : 1;
   progress.passes = options.pass == 0 ? 1 : 2;
@@ -13,22 +22,37 @@ JobProgress::JobProgress(const Options& options, int64_t durationMs, ShareListen
   if (file) file->write(progress);
 }
 
+double JobProgress::steadySeconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
 void JobProgress::begin(double cost, double after) {
+  runBegan = clock();
   runCost = cost;
-  tell(doneCost, doneCost + runCost + after);
+  tell(0, after);
 }
 
 void JobProgress::at(double share, double after) {
-  tell(doneCost + std::clamp(share, 0.0, 1.0) * runCost, doneCost + runCost + after);
+  const double done = std::clamp(share, 0.0, 1.0);
+  if (done >= kTooEarlyToTell) pace = (clock() - runBegan) / (done * runCost);
+  tell(done, after);
 }
 
 void JobProgress::end() {
+  if (runCost > 0) pace = (clock() - runBegan) / runCost;
   doneCost += runCost;
   runCost = 0;
 }
 
-void JobProgress::tell(double done, double all) {
-  const double share = all > 0 ? done / all : 0;
+void JobProgress::tell(double done, double after) {
+  const double left = runCost * (1 - done) + after;
+  double spent = doneCost + runCost * done;
+  double all = spent + left;
+  if (pace > 0) {
+    spent = clock() - jobBegan;
+    all = spent + pace * left;
+  }
+  const double share = all > 0 ? spent / all : 0;
   const int64_t position = std::llround(share * static_cast<double>(progress.durationMs));
   progress.positionMs = std::max(progress.positionMs, std::min(position, progress.durationMs));
   if (file) {

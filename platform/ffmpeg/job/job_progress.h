@@ -12,12 +12,16 @@
 // Hears the share of the work that is done.
 using ShareListener = std::function<void(double)>;
 
-// The position told is the share of the work that is done, as a part of the clip's length: it
-// grows evenly although the clip is gone through more than once, and it never runs backwards.
+// The position told is the share of the time that is over, as a part of the clip's length: it
+// grows evenly although the clip is gone through more than once, and it never runs backwards. What
+// is to come is taken to go as fast as what is being done.
 class JobProgress {
  public:
+  using Clock = std::function<double()>;  // seconds
+
   // Told to `listener` where there is one, else by a progress file.
-  JobProgress(const Options& options, int64_t durationMs, ShareListener listener);
+  JobProgress(const Options& options, int64_t durationMs, ShareListener listener,
+              Clock clock = steadySeconds);
 
   // A run begins that costs `cost` encodes of the whole clip; `after` more are likely behind it.
   void begin(double cost, double after);
@@ -25,14 +29,20 @@ class JobProgress {
   void at(double share, double after);
   void end();
 
+  static double steadySeconds();
+
  private:
-  void tell(double done, double all);
+  void tell(double share, double after);
 
   ShareListener listener;
+  Clock clock;
   std::optional<ProgressFile> file;
   Progress progress;
-  double doneCost = 0;
+  const double jobBegan;
+  double runBegan = 0;
   double runCost = 0;
+  double doneCost = 0;
+  double pace = 0;  // seconds an encode; 0: not known yet
 };
 
 #endif

@@ -210,7 +210,10 @@ bool Transcode::make(FitPlan& plan, AttemptRunner& runner, Failure* failure) {
     if (plan.keepsLast() && !keep(runner, &failure->words)) return false;
   }
   encoded = runner.encodes();
-  if (verdict == FitPlan::Verdict::Done) return publish(&failure->words);
+  if (verdict == FitPlan::Verdict::Done) {
+    if (options.isCompared) alike = runner.likeness(plan, work->file(kBestName));
+    return publish(&failure->words);
+  }
   failure->words = refusal(plan);
   failure->smallestBytes = plan.smallestBytes();
   return false;

@@ -3,6 +3,7 @@
 #ifndef PLATFORM_FFMPEG_JOB_TRANSCODE_H
 #define PLATFORM_FFMPEG_JOB_TRANSCODE_H
 
+#include <optional>
 #include <string>
 
 #include "platform/ffmpeg/files/work_directory.h"
@@ -25,6 +26,9 @@ class Transcode {
   bool run(Failure* failure);
   // Of a success, encodes of the whole clip that it took; 0: its streams went over as they were.
   int encodes() const { return encoded; }
+  // Of a success that was to be compared, how alike it looks to the input, at most 1; nothing where
+  // that could not be told.
+  std::optional<double> likeness() const { return alike; }
 
  private:
   bool checkPaths(std::string* error) const;
@@ -46,6 +50,7 @@ class Transcode {
   MediaFacts facts;
   std::unique_ptr<WorkDirectory> work;
   int encoded = 0;
+  std::optional<double> alike;
 };
 
 // What this program itself may do while it serves these options.

@@ -24,11 +24,14 @@ constexpr double kWorthGrowing = 1.9;   // in pixels a second: as well
 // above it they often end beyond the limit, or not at all.
 constexpr int kFineQuantiser = 20;
 constexpr int kFinestUseful = 2;
-// Encodes after a first that seems to leave room: as a rule the file is only behind the encoder.
-constexpr double kLikelyAfterSmall = 0.3;
-constexpr double kLikelyAfterFirst = 0.3;  // as long as nothing is known of it
-constexpr double kSecondOfH264 = 1.6;      // its cost in first ones, which are made in haste
-constexpr int kMostSeconds = 2;            // second passes in one picture
+// Encodes that come behind one, as a rule. A file that seems to leave room is often only behind the
+// encoder.
+constexpr double kLikelyAfterFirst = 0.9;  // as long as nothing is known of it
+constexpr double kLikelyAfterSmall = 0.7;
+constexpr double kLikelyAfterFull = 0.5;  // even a full one may be uneven
+constexpr double kLikelyAfterOther = 0.1;
+constexpr double kSecondOfH264 = 1;  // its cost in first ones
+constexpr int kMostSeconds = 2;      // second passes in one picture
 constexpr int kMostQuantisers = 3;
 constexpr int kMostPictures = 4;
 
@@ -116,10 +119,11 @@ double FitPlan::encodesAfterUnknown() const {
 }
 
 double FitPlan::encodesAfter(double bytes) const {
-  if (limits.maxBytes == 0 || next.kind != Kind::First) return 0;
+  if (limits.maxBytes == 0) return 0;
+  if (next.kind != Kind::First) return kLikelyAfterOther;
   if (isH264(options)) return kSecondOfH264;
   if (bytes > static_cast<double>(limits.maxBytes)) return 1;
-  return fills(std::llround(bytes)) ? 0 : kLikelyAfterSmall;
+  return fills(std::llround(bytes)) ? kLikelyAfterFull : kLikelyAfterSmall;
 }
 
 bool FitPlan::wantsSample() const {

@@ -38,6 +38,8 @@ class FitPlan {
   Verdict take(const Outcome& outcome);
   // Whether the file of the outcome taken last is the best so far.
   bool keepsLast() const { return lastIsBest; }
+  // After Done: what made the file that is kept.
+  const Attempt& kept() const { return best->attempt; }
   // After Impossible: what a whole clip was found to need. What to ask for is askFor() of it.
   int64_t smallestBytes() const { return tried.back().outcome.bytes; }
 

@@ -39,6 +39,7 @@ struct Options {
   // Wishes that the command line has no words for.
   PictureSize mostSize;     // of the upright picture; a zero side is no limit
   bool startsFast = false;  // the index stands before the pictures
+  bool isCompared = false;  // with its input, when it is made
 
   bool isProbe() const { return output.empty(); }
   bool copiesVideo() const { return videoCodec == "copy"; }
