@@ -92,14 +92,47 @@ bool join(const Segments& segments, std::vector<uint8_t> encoded, FittedPhoto* p
   return true;
 }
 
+// The best picture of it. False when nothing is small enough, or the codec could not go on.
+bool search(const SearchLimits& limits, PhotoCodec* codec, FittedPhoto* photo, int64_t* smallest) {
+  BudgetSearch search(limits, codec);
+  const bool isFound = search.run();
+  photo->size = codec->keptSize();
+  photo->similarity = search.similarity();
+  photo->encodes += search.encodes();
+  *smallest = search.smallestBytes();
+  return isFound;
+}
+
+bool failSearch(const PhotoCodec& codec, int64_t smallest, FitFailure* failure) {
+  if (!codec.errorText().empty()) {
+    *failure = {"TooLarge", codec.errorText(), 0};
+  } else {
+    *failure = {"LimitTooSmall",
+                "The photo cannot be made smaller than " + std::to_string(smallest) + " bytes",
+                smallest};
+  }
+  return false;
+}
+
+SearchLimits limitsFor(const PictureSize& whole, const PictureSize& read,
+                       const PhotoRequest& request) {
+  const double most = mostScale(whole, request);
+  SearchLimits limits;
+  limits.budgetBytes = request.maxBytes;
+  limits.pixels = whole.pixels();
+  limits.leastScale = std::min(most, kLeastSide / (whole.longestSide() + 0.0));
+  limits.mostScale = std::min(most, static_cast<double>(read.width) / whole.width);
+  limits.finest = coarsenessOfQuality(kFinestQuality);
+  limits.coarsest = coarsenessOfQuality(request.qualityFloor);
+  return limits;
+}
+
 bool searchPhoto(std::unique_ptr<PhotoSource> source, const PhotoRequest& request,
                  PhotoFormats* formats, PhotoProgress* progress, FittedPhoto* photo,
                  FitFailure* failure) {
   const PictureSize whole = source->size();
-  const Segments segments = metadataFor(source->metadata(), request);
+  Segments segments = metadataFor(source->metadata(), request);
   const bool isJpeg = request.format == PhotoKind::Jpeg;
-  // Of another format each encode brings it along.
-  const auto metadataBytes = isJpeg ? static_cast<int64_t>(bytesOf(segments)) : 0;
   const double most = mostScale(whole, request);
 
   Picture picture;
@@ -112,28 +145,20 @@ bool searchPhoto(std::unique_ptr<PhotoSource> source, const PhotoRequest& reques
   }
   source.reset();  // its memory is of use now
 
-  SearchLimits limits;
-  limits.budgetBytes = request.maxBytes - metadataBytes;
-  limits.pixels = whole.pixels();
-  limits.leastScale = std::min(most, kLeastSide / (whole.longestSide() + 0.0));
-  limits.mostScale = std::min(most, static_cast<double>(picture.size.width) / whole.width);
-  limits.finest = coarsenessOfQuality(kFinestQuality);
-  limits.coarsest = coarsenessOfQuality(request.qualityFloor);
+  SearchLimits limits = limitsFor(whole, picture.size, request);
+  // Of another format each encode brings it along.
+  if (isJpeg) limits.budgetBytes -= static_cast<int64_t>(bytesOf(segments));
   PhotoCodec codec(std::move(picture), whole, {request.format, formats, segments}, progress);
-  BudgetSearch search(limits, &codec);
-  if (!search.run()) {
-    failure->name = codec.errorText().empty() ? "LimitTooSmall" : "TooLarge";
-    failure->message = codec.errorText();
-    if (codec.errorText().empty()) {
-      failure->smallestBytes = search.smallestBytes() + metadataBytes;
-      failure->message = "The photo cannot be made smaller than " +
-                         std::to_string(failure->smallestBytes) + " bytes";
-    }
-    return false;
+  int64_t smallest = 0;
+  bool isFound = search(limits, &codec, photo, &smallest);
+  if (!isFound && codec.errorText().empty() && !segments.empty()) {
+    // In so few bytes the picture alone may have room.
+    segments.clear();
+    codec.shedMetadata();
+    limits.budgetBytes = request.maxBytes;
+    isFound = search(limits, &codec, photo, &smallest);
   }
-  photo->size = codec.keptSize();
-  photo->similarity = search.similarity();
-  photo->encodes = search.encodes();
+  if (!isFound) return failSearch(codec, smallest, failure);
   if (isJpeg) return join(segments, codec.takeKept(), photo);
   photo->file = codec.takeKept();
   return true;

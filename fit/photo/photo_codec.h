@@ -33,6 +33,9 @@ class PhotoCodec : public SearchCodec {
   bool judgeKept(double* similarity) override;
   void expect(const SearchRest& rest) override;
 
+  // What is encoded from here on is the picture alone.
+  void shedMetadata() { target.metadata.clear(); }
+
   const std::string& errorText() const { return error; }
   PictureSize keptSize() const { return keptPicture; }
   std::vector<uint8_t> takeKept() { return std::move(kept); }
@@ -45,7 +48,7 @@ class PhotoCodec : public SearchCodec {
 
   const Picture source;
   const PictureSize whole;
-  const PhotoTarget target;
+  PhotoTarget target;
   PhotoProgress* const progress;
   Plane reference;  // luma, as large as pictures are compared
   Picture scaled;

@@ -177,6 +177,21 @@ TEST(FitPhotoTest, WhatCannotBeSaysHowSmallItCan) {
   EXPECT_TRUE(fit(file, outcome.failure.smallestBytes).ok);
 }
 
+// Metadata that such a limit would have room for gives way to the picture.
+TEST(FitPhotoTest, TheSmallestIsReachedWithMetadataOfAnySize) {
+  for (const size_t length : {5, 20, 40, 60, 200}) {
+    JpegRecipe recipe;
+    recipe.width = 640;
+    recipe.height = 480;
+    recipe.content = Content::Noise;
+    recipe.comment = std::string(length, 'c');
+    const Bytes file = makeJpeg(recipe);
+    const Outcome refused = fit(file, 100);
+    ASSERT_EQ(refused.failure.name, "LimitTooSmall");
+    EXPECT_TRUE(fit(file, refused.failure.smallestBytes).ok) << length;
+  }
+}
+
 TEST(FitPhotoTest, WhatIsNoWholePhotoIsNamed) {
   Bytes cut = makeJpeg(photoRecipe());
   cut.resize(cut.size() - cut.size() / 3);

@@ -25,7 +25,9 @@ constexpr char kPassName[] = "pass";
 constexpr char kSampleName[] = "sample";
 constexpr int64_t kRunaway = 4;  // times the limit
 constexpr double kEarlyShare = 0.25;
-constexpr double kSampleCost = 8;    // times its length, in encodes of the clip
+// What a sample costs, in encodes of the clip: times its share, and to begin with.
+constexpr double kSampleCost = 5;
+constexpr double kSampleStartSeconds = 3;
 constexpr double kComparing = 0.15;  // as that
 constexpr int kSharesForComparing = 10;
 constexpr double kLargePixels = 1e6;
@@ -110,7 +112,8 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
   const auto deadline = Clock::now() + stallLimit();  // the plan does without a slower one
   // Most of its cost is the way to each part, from the key frame before it.
   const double likelyAfter = 1 + plan.encodesAfterUnknown();
-  progress.begin(std::min(1.0, kSampleCost * sampled / std::max(seconds, 0.1)), after(likelyAfter));
+  const double cost = (kSampleCost * sampled + kSampleStartSeconds) / std::max(seconds, 1.0);
+  progress.begin(cost, after(likelyAfter));
   const double mostPixels = isH264(options) ? kLargePixelsOfH264 : kLargePixels;
   const bool isLarge = rungs[0].pixels() > mostPixels;
   const size_t atOnce = isLarge ? 1 : parts.size();  // each has a decoder and four encoders
