@@ -107,8 +107,8 @@ const Command kCommands[] = {
     {"info",
      "FILE",
      "tell what a photo or a movie is",
-     "Of a photo its size in pixels and bytes, how many of these are metadata, and the camera;\n"
-     "of a movie its length, size and bitrate.\n",
+     "Of a photo its kind, its size in pixels and bytes, how many of these are metadata, and a\n"
+     "JPEG's camera; of a movie its length, size and bitrate.\n",
      {.json = true},
      faultOfInfo,
      runInfo},

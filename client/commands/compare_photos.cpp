@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "client/compare/comparison.h"
-#include "client/compare/photo_pixels.h"
+#include "client/compare/photo_worker.h"
 #include "client/files/staged_output.h"
 
 namespace fs = std::filesystem;

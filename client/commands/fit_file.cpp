@@ -8,7 +8,7 @@
 #include "client/commands/commands.h"
 #include "client/commands/copy_file.h"
 #include "client/commands/run_tasks.h"
-#include "client/compare/photo_pixels.h"
+#include "client/compare/photo_worker.h"
 #include "client/files/staged_output.h"
 #include "client/service/fit_call.h"
 #include "client/service/interrupts.h"

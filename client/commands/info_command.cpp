@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <filesystem>
 
@@ -7,6 +9,9 @@
 #include "client/files/photo_info.h"
 #include "client/service/movie_info.h"
 #include "client/units/byte_size.h"
+#ifdef TARN_FIT
+#include "client/compare/photo_worker.h"
+#endif
 
 namespace {
 
@@ -28,11 +33,31 @@ bool lookAtPhoto(Outcome* outcome) {
   return true;
 }
 
+#ifdef TARN_FIT
+bool lookAtOtherPhoto(Outcome* outcome) {
+  PhotoLook look;
+  std::string error;
+  if (!lookAtPhotoFile(outcome->input, &look, &error)) {
+    return outcome->fail("cannot read " + outcome->input + ": " + error);
+  }
+  outcome->kind = "photo";
+  outcome->width = look.width;
+  outcome->height = look.height;
+  outcome->metadataBytes = look.metadataBytes;
+  std::string name = look.format == "webp" ? "WebP" : look.format;
+  if (name == look.format) std::transform(name.begin(), name.end(), name.begin(), ::toupper);
+  outcome->words = name + ", " + std::to_string(look.width) + " x " + std::to_string(look.height) +
+                   ", " + formatByteSize(*outcome->inputBytes) + ", " +
+                   formatByteSize(look.metadataBytes) + " of it metadata";
+  return true;
+}
+#endif
+
 bool lookAtMovie(Outcome* outcome) {
   const Answer answer = askMovieInfo(outcome->input);
   if (answer.kind == Answer::Silent) {
     return outcome->fail(outcome->input +
-                         " is no JPEG, and the service could not read it as a movie");
+                         " is no photo, and the service could not read it as a movie");
   }
   if (answer.kind != Answer::Replied) return outcome->failWithoutReply(answer);
   const auto info = parseMovieInfo(answer);
@@ -50,7 +75,11 @@ bool look(Outcome* outcome) {
   }
   std::error_code missing;
   outcome->inputBytes = std::filesystem::file_size(outcome->input, missing);
-  return startsAsJpeg(outcome->input) ? lookAtPhoto(outcome) : lookAtMovie(outcome);
+  if (startsAsJpeg(outcome->input)) return lookAtPhoto(outcome);
+#ifdef TARN_FIT
+  if (isPhoto(outcome->input)) return lookAtOtherPhoto(outcome);
+#endif
+  return lookAtMovie(outcome);
 }
 
 }  // namespace

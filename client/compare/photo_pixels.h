@@ -12,9 +12,6 @@ struct PhotoPixels {
   Picture picture;    // its view (fit/photo/photo_view.h), of three planes
 };
 
-// By its first bytes, whether the file is of a kind that readPhotoPixels() reads.
-bool isPhoto(const std::string& path);
-
 // On failure *error says why in one line.
 bool readPhotoPixels(const std::string& path, PhotoPixels* pixels, std::string* error);
 

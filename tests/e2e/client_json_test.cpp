@@ -86,6 +86,32 @@ TEST_F(ClientJsonTest, TellsWhatAPhotoIs) {
               StartsWith("tarn-transcode: cannot read " + (dir / "w/in.jpg") + " as a JPEG"));
 }
 
+// By their first bytes, not by their names, and without the movies' service.
+TEST_F(ClientJsonTest, TellsWhatPhotosOfOtherKindsAre) {
+  for (const char* kind : {"png", "gif", "webp", "tiff"}) {
+    const std::string convert = "cd '" + (dir / "w") + "' && convert in.jpg " + kind + ":photo";
+    ASSERT_EQ(runCommand(convert).exitCode, 0) << kind;
+    EXPECT_THAT(run("info --json photo").out,
+                MatchesRegex("\\{\"input\":\".*/w/photo\",\"returnValue\":true,\"kind\":\"photo\","
+                             "\"inputBytes\":[0-9]+,\"width\":1000,\"height\":750,"
+                             "\"metadataBytes\":[0-9]+,\"elapsed\":[0-9.]+\\}\n"))
+        << kind;
+  }
+  EXPECT_THAT(
+      run("info photo").out,
+      MatchesRegex(".*/w/photo: TIFF, 1000 x 750, [0-9.]+ [kM]?B, [0-9]+ B of it metadata\n"));
+  EXPECT_EQ(run("fit in.jpg in.avif --size 20k").exitCode, 0) << errors();
+  EXPECT_THAT(run("info in.avif").out, HasSubstr("in.avif: AVIF, "));
+  EXPECT_EQ(system.daemonPid(), 0);
+}
+
+TEST_F(ClientJsonTest, WhatOnlyBeginsAsAPhotoSaysSo) {
+  dir.write("w/in.png", "\x89PNG\r\n\x1a\n and no more");
+  EXPECT_EQ(run("info in.png").exitCode, 1);
+  EXPECT_THAT(errors(), StartsWith("tarn-transcode: cannot read " + (dir / "w/in.png") + ": "));
+  EXPECT_EQ(system.daemonPid(), 0);
+}
+
 TEST_F(ClientJsonTest, AUsageErrorIsOnStandardErrorOnly) {
   EXPECT_THAT(run("resize-image --json in.jpg").out, IsEmpty());
   EXPECT_THAT(errors(), StartsWith("usage: "));
