@@ -100,24 +100,14 @@ EncodeJob AttemptRunner::jobFor(std::vector<std::string> arguments) const {
   return job;
 }
 
-std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
-  const double seconds = plan.budget().seconds;
-  const std::vector<SamplePart> parts = sampleParts(seconds, canJump(facts));
-  const std::array<Rung, 2> rungs = sampleRungs(plan.ladder(), mostSampledPixels(options));
+// As far as they can be had in time: the plan does without a slower one.
+void AttemptRunner::encodeParts(const std::vector<SamplePart>& parts,
+                                const std::array<Rung, 2>& rungs, double encodesAfter,
+                                std::array<Sample::PerQuantiser, 2>* measured) {
+  const auto deadline = Clock::now() + stallLimit();
   const std::string prefix = work.file(kSampleName);
-  double sampled = 0;
-  for (const SamplePart& part : parts) {
-    sampled += part.seconds;
-  }
-  const auto deadline = Clock::now() + stallLimit();  // the plan does without a slower one
-  // Most of its cost is the way to each part, from the key frame before it.
-  const double likelyAfter = 1 + plan.encodesAfterUnknown();
-  const double cost = (kSampleCost * sampled + kSampleStartSeconds) / std::max(seconds, 1.0);
-  progress.begin(cost, after(likelyAfter));
-  const double mostPixels = isH264(options) ? kLargePixelsOfH264 : kLargePixels;
-  const bool isLarge = rungs[0].pixels() > mostPixels;
+  const bool isLarge = rungs[0].pixels() > (isH264(options) ? kLargePixelsOfH264 : kLargePixels);
   const size_t atOnce = isLarge ? 1 : parts.size();  // each has a decoder and four encoders
-  std::array<Sample::PerQuantiser, 2> measured;
   for (size_t done = 0; done < parts.size(); done += atOnce) {
     const auto first = parts.begin() + static_cast<ptrdiff_t>(done);
     const std::vector<SamplePart> some(first, first + static_cast<ptrdiff_t>(atOnce));
@@ -126,19 +116,35 @@ std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
       const double within = static_cast<double>(positionMs) / 1000 / parts[0].seconds;
       const double made =
           static_cast<double>(done) + static_cast<double>(atOnce) * std::min(within, 1.0);
-      progress.at(made / static_cast<double>(parts.size()), after(likelyAfter));
+      progress.at(made / static_cast<double>(parts.size()), after(encodesAfter));
       return Clock::now() < deadline;
     };
-    const auto encodeSome = [&] {
+    const auto encode = [&] {
       const EncodePaths paths = {program.path, "", prefix, mapsTones,
                                  isLarge ? 1 : program.threads};
       return runEncode(jobFor(sampleLine(options, facts, some, rungs, paths)), signals, watch);
     };
-    EncodeResult result = encodeSome();
-    if (goesWithoutToneMapping(result)) result = encodeSome();
-    if (result.end != ResultEnd::Done) break;
-    readSample(prefix, some.size(), &measured);
+    EncodeResult result = encode();
+    if (goesWithoutToneMapping(result)) result = encode();
+    if (result.end != ResultEnd::Done) return;
+    readSample(prefix, some.size(), measured);
   }
+}
+
+std::optional<Sample> AttemptRunner::sample(const FitPlan& plan) {
+  const double seconds = plan.budget().seconds;
+  const std::vector<SamplePart> parts = sampleParts(seconds, canJump(facts));
+  const std::array<Rung, 2> rungs = sampleRungs(plan.ladder(), mostSampledPixels(options));
+  double sampled = 0;
+  for (const SamplePart& part : parts) {
+    sampled += part.seconds;
+  }
+  // Most of its cost is the way to each part, from the key frame before it.
+  const double encodesAfter = 1 + plan.encodesAfterUnknown();
+  progress.begin(std::min(1.0, kSampleCost * sampled / std::max(seconds, 0.1)),
+                 after(encodesAfter));
+  std::array<Sample::PerQuantiser, 2> measured;
+  encodeParts(parts, rungs, encodesAfter, &measured);
   progress.end();
   for (const Sample::PerQuantiser& size : measured) {
     for (const Complexity& complexity : size) {

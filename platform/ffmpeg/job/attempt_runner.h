@@ -54,6 +54,8 @@ class AttemptRunner {
 
  private:
   EncodeJob jobFor(std::vector<std::string> arguments) const;
+  void encodeParts(const std::vector<SamplePart>& parts, const std::array<Rung, 2>& rungs,
+                   double encodesAfter, std::array<Sample::PerQuantiser, 2>* measured);
   EncodeResult encode(const FitPlan& plan);
   bool goesWithoutToneMapping(const EncodeResult& result);
   double after(double encodes) const;
