@@ -25,9 +25,7 @@ constexpr char kPassName[] = "pass";
 constexpr char kSampleName[] = "sample";
 constexpr int64_t kRunaway = 4;  // times the limit
 constexpr double kEarlyShare = 0.25;
-// What a sample costs, in encodes of the clip: times its share, and to begin with.
-constexpr double kSampleCost = 5;
-constexpr double kSampleStartSeconds = 3;
+constexpr double kSampleCost = 8;    // times its length, in encodes of the clip
 constexpr double kComparing = 0.15;  // as that
 constexpr int kSharesForComparing = 10;
 constexpr double kLargePixels = 1e6;
