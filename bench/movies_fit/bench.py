@@ -24,6 +24,7 @@ class Bench:
     def __init__(self, build, work):
         self.adapter = os.path.join(build, "platform/ffmpeg/bin/ffmpeg")
         self.driver = os.path.join(build, "tests/movie/plan_driver")
+        self.fitMovie = os.path.join(build, "fit/fit-movie")
         self.work = work
         self.facts, self.probes = {}, {}
         self.numbers = itertools.count()

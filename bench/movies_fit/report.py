@@ -5,8 +5,8 @@ from movies_fit import plots, tables
 from movies_fit.results import Results
 
 
-def write(rows, adapter, docs, work):
-    results = Results(rows, adapter)
+def write(rows, adapter, worker, docs, work):
+    results = Results(rows, adapter, worker)
     if not results.ours:
         print("nothing measured with this adapter yet")
         return
@@ -20,6 +20,7 @@ def write(rows, adapter, docs, work):
         "FORMATS": tables.byFormat(results),
         "BUDGETS": tables.byBudget(results),
         "CLIPS": tables.byClip(results),
+        "FITTED": tables.fitted(results),
         "PROBLEMS": "\n".join("- " + line for line in tables.problems(results)) or "None.",
         "NOT_PLANNED": tables.notPlanned(results),
     }

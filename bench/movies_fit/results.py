@@ -122,10 +122,21 @@ class Ladder:
 class Results:
     """All that was measured with one adapter, and how it compares."""
 
-    def __init__(self, rows, adapter):
+    def __init__(self, rows, adapter, worker):
         cellsOf = lambda kind: [Cell(n, v) for n, v in rows.items() if n.startswith(kind + " ")]
         self.ours = cellsOf(f"ours {adapter}")
         self.recipes = cellsOf("recipe")
+        # By clip and budget: H.264 of the other service, and what MPEG-4 has beside it.
+        self.fitted = {
+            tuple(name.split(" ")[2:]): Cell(f"recipe {name.split(' ', 2)[2]} mp4", value)
+            for name, value in rows.items()
+            if name.startswith(f"fit {worker} ")
+        }
+        self.mpeg4 = {
+            (cell.clip, str(cell.budget)): cell
+            for cell in self.ours
+            if cell.form == "mp4" and cell.passes == 2
+        }
         self.ladder = Ladder(rows)
         self.clips = list(dict.fromkeys(cell.clip for cell in self.ours))
         self.budgets = sorted({cell.budget for cell in self.ours})

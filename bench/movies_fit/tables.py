@@ -271,3 +271,30 @@ def problems(results):
 def notPlanned(results):
     places = {(c.clip, c.budget) for c in results.ours if c.end == "not planned"}
     return ", ".join(f"{clip} at {budget // 1000} kB" for clip, budget in sorted(places)) or "none"
+
+
+def fitted(results):
+    """SSIM of H.264 by the other service, and how much that is above MPEG-4's in two passes."""
+    if not results.fitted:
+        return "Not measured."
+    clips = list(dict.fromkeys(clip for clip, _ in results.fitted))
+    budgets = sorted({int(budget) for _, budget in results.fitted})
+    gains = []
+
+    def text(clip, budget):
+        cell = results.fitted.get((clip, str(budget)))
+        beside = results.mpeg4.get((clip, str(budget)))
+        if cell is None:
+            return ""
+        if cell.ssim is None:
+            return cell.end if not cell.made else "not whole"
+        if beside is None or beside.ssim is None:
+            return f"{cell.ssim:.3f}"
+        gains.append(cell.ssim - beside.ssim)
+        return f"{cell.ssim:.3f} ({gains[-1]:+.3f})"
+
+    rows = [[clip, *(text(clip, budget) for budget in budgets)] for clip in clips]
+    above = sum(gain > 0 for gain in gains)
+    told = f"Above MPEG-4's in {above} of {len(gains)} cells, median gain {median(gains):+.3f}.\n\n"
+    head = ["fit, h264", *(f"{budget // 1000} kB" for budget in budgets)]
+    return told + table(head, rows)
