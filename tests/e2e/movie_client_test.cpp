@@ -194,7 +194,8 @@ TEST_F(MovieClientTest, TellsSilence) {
   EXPECT_EQ(run("resize-movie text.mp4 out.mp4").exitCode, 1);
   EXPECT_THAT(errors(), HasSubstr("could not read " + (dir / "w/text.mp4") + " as a movie"));
   EXPECT_EQ(run("info text.mp4").exitCode, 1);
-  EXPECT_THAT(errors(), HasSubstr((dir / "w/text.mp4") + " is no photo, and the service could not"));
+  EXPECT_THAT(errors(),
+              HasSubstr((dir / "w/text.mp4") + " is no photo, and the service could not"));
   EXPECT_FALSE(fs::exists(dir / "w/out.mp4"));
 }
 
