@@ -32,6 +32,12 @@ TEST(VSCtx, WithoutAMessageNothingIsParsedOrAnswered) {
   EXPECT_THAT(fake_vela::operations(), ElementsAre("VSMessageReply to nobody"));
 }
 
+TEST(VSCtx, KeepsNothingOfAReplyThatFailed) {
+  fake_vela::reset();
+  VSCtx(fake_vela::handle(), nullptr).replySuccess();
+  EXPECT_EQ(fake_vela::errorsHeld(), 0);
+}
+
 TEST(VSCtx, ParsesThePayload) {
   const Request request(R"({"inFile":"a"})");
   VSCtx ctx(fake_vela::handle(), request.message());

@@ -32,6 +32,7 @@ struct Bus {
   void* categoryData = nullptr;
   GMainLoop* loop = nullptr;
   int errorsPrinted = 0;
+  int errorsHeld = 0;
   std::function<void()> whenCalled;
 };
 
@@ -50,6 +51,7 @@ using Lock = std::unique_lock<std::mutex>;
 
 void fillError(VSError* error) {
   if (error == nullptr) return;
+  bus().errorsHeld++;
   error->code = 1;
   error->name = strdup("fake.Error");
   error->message = strdup("as the test wished");
@@ -79,6 +81,8 @@ void VSErrorPrint(const VSError* error, FILE* stream) {
 }
 
 void VSErrorFree(VSError* error) {
+  const Lock lock(bus().mutex);
+  if (error->code != 0) bus().errorsHeld--;
   free(error->name);
   free(error->message);
   *error = VSError{};
@@ -218,6 +222,7 @@ void reset() {
   bus().categoryData = nullptr;
   bus().loop = nullptr;
   bus().errorsPrinted = 0;
+  bus().errorsHeld = 0;
   bus().whenCalled = nullptr;
 }
 
@@ -259,6 +264,11 @@ GMainLoop* attachedLoop() {
 int errorsPrinted() {
   const Lock lock(bus().mutex);
   return bus().errorsPrinted;
+}
+
+int errorsHeld() {
+  const Lock lock(bus().mutex);
+  return bus().errorsHeld;
 }
 
 }  // namespace fake_vela

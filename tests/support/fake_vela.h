@@ -84,6 +84,9 @@ GMainLoop* attachedLoop();
 // How many error records that told of an error were printed with VSErrorPrint since reset().
 int errorsPrinted();
 
+// How many error records that were filled since reset() have not been freed.
+int errorsHeld();
+
 }  // namespace fake_vela
 
 #endif
