@@ -186,6 +186,8 @@ void endLate() {
   next.push("a new one");
   next.end();
   fprintf(stderr, "next: '%s'\n", readFile(gLatePath).c_str());
+  // Of the process that ends here, and of no test that would remove it.
+  fs::remove_all(fs::path(gLatePath).parent_path());
 }
 
 // The next process may be making the same file by then; this one may serve on while it ends.
